@@ -1,0 +1,89 @@
+#include "cutils/properties.h"
+
+#include <errno.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "android/log.h"
+
+namespace {
+
+constexpr const char* kTag = "properties";
+
+class PropertyStore {
+public:
+    PropertyStore() {
+        const char* const path = getenv("STREAMPROXY_PROPERTIES");
+        if (path != nullptr && *path != '\0') {
+            load(path);
+        }
+    }
+
+    std::string get(const char* key) {
+        const std::lock_guard<std::mutex> lock(mLock);
+        const auto found = mValues.find(key);
+        return found != mValues.end() ? found->second : std::string();
+    }
+
+    int set(const std::string& key, const std::string& value) {
+        if (key.empty() || value.size() >= PROPERTY_VALUE_MAX) {
+            return -EINVAL;
+        }
+        const std::lock_guard<std::mutex> lock(mLock);
+        mValues[key] = value;
+        return 0;
+    }
+
+private:
+    void load(const char* path) {
+        std::ifstream file(path);
+        if (!file) {
+            __android_log_print(ANDROID_LOG_ERROR, kTag, "%s, can't read %s: %s", __func__, path,
+                                strerror(errno));
+            return;
+        }
+        std::string line;
+        for (int lineNumber = 1; std::getline(file, line); ++lineNumber) {
+            const size_t end = line.find_last_not_of(" \t\r");
+            line.resize(end == std::string::npos ? 0 : end + 1);
+            if (line.empty() || line[0] == '#') {
+                continue;
+            }
+            const size_t equals = line.find('=');
+            if (equals == std::string::npos ||
+                set(line.substr(0, equals), line.substr(equals + 1)) != 0) {
+                __android_log_print(ANDROID_LOG_ERROR, kTag, "%s, %s:%d is not key=value: %s",
+                                    __func__, path, lineNumber, line.c_str());
+            }
+        }
+    }
+
+    std::mutex mLock;
+    std::map<std::string, std::string> mValues;
+};
+
+PropertyStore& store() {
+    // Never destroyed: other libraries may still ask while the process ends.
+    static PropertyStore& instance = *new PropertyStore();
+    return instance;
+}
+
+}  // namespace
+
+int property_get(const char* key, char* value, const char* defaultValue) {
+    std::string found = key != nullptr ? store().get(key) : std::string();
+    if (found.empty() && defaultValue != nullptr) {
+        found.assign(defaultValue, strnlen(defaultValue, PROPERTY_VALUE_MAX - 1));
+    }
+    memcpy(value, found.c_str(), found.size() + 1);
+    return static_cast<int>(found.size());
+}
+
+int property_set(const char* key, const char* value) {
+    return key != nullptr ? store().set(key, value != nullptr ? value : "") : -EINVAL;
+}
