@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+
+#include "processor/AudioProcesser.h"
+#include "processor/VolumeMixer.h"
+#include "system/audio.h"
+#include "utils/Vector.h"
+
+namespace android {
+
+/** What PCM looks like at one end of a chain. */
+struct PcmConfig {
+    uint32_t sampleRate;  // Hz
+    audio_format_t format;
+    uint32_t channelMask;
+};
+
+/**
+ * The stages that turn a stream's frames into the mixing configuration, in the order of processing:
+ * channels in the stream's own format; 16-bit samples and the target rate, when the rate differs;
+ * last gain, ramp and target format. Each pair of stages shares one intermediate buffer.
+ */
+struct ConversionChain {
+    Vector<sp<AudioProcesser>> processers;
+    sp<VolumeMixer> volumeMixer;  // the last stage; its output is the caller's buffer
+
+    /**
+     * Builds a chain that reads `input` (in `source` configuration). Intermediate buffers and gain
+     * ramps are `bufferFrameCount` frames long. Null `volumeMixer`: the target can't be reached,
+     * for a rate of 0, a source without channels, rates between which nothing resamples, formats
+     * and masks that the volume stage does not know, or no memory for an intermediate buffer.
+     */
+    static ConversionChain build(const PcmConfig& source, const PcmConfig& target,
+                                 const sp<FrameBuffer>& input, uint32_t bufferFrameCount);
+};
+
+}  // namespace android
