@@ -1,0 +1,172 @@
+/**
+ * libstreamproxy: a software audio pipeline in front of an audio HAL's outputs.
+ *
+ * The host writes PCM into streams. The library converts every open stream to one mixing
+ * configuration (rate, sample format, channels), mixes them on one worker thread in blocks of about
+ * 20 ms and hands each block to every registered output.
+ *
+ * Order of calls: create the pipeline; register outputs and create streams in any order; write and
+ * control the streams; destroy every stream; unregister every output; destroy the pipeline. The
+ * first registered output fixes the mixing configuration.
+ *
+ * Statuses: 0 for success, otherwise a negative errno value.
+ *   -EINVAL (-22)  null handle, a pipeline that is not the current one, a configuration that is
+ *                  refused; nothing changes
+ *   -ENODEV (-19)  the stream is not open, or has no storage
+ *   -ENOSYS (-38)  not supported by this kind of stream, or a call that is forbidden inside an
+ *                  output callback; nothing changes
+ *
+ * Threads: every function may be called from any host thread. Writes to one stream come from one
+ * thread at a time. Inside an output callback the audio_proxy_stream_ functions may be called; the
+ * pipeline functions, create_audio_proxy_stream() and destroy_audio_proxy_stream() may not, since
+ * they wait for the mixing cycle that the callback is part of: there they log an error and return
+ * -ENOSYS, or null.
+ *
+ * C sees opaque handles. C++ sees the stream interface itself.
+ */
+#ifndef STREAMPROXY_H
+#define STREAMPROXY_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(__GNUC__)
+#define STREAMPROXY_API __attribute__((visibility("default")))
+#else
+#define STREAMPROXY_API
+#endif
+
+/** A stream or an output. The library copies it during the call. Native byte order, 16 bytes. */
+typedef struct audio_proxy_config_t {
+    uint32_t sample_rate;  /**< Hz */
+    uint32_t format;       /**< sample format: 1 = 16-bit PCM, 3 = 32-bit PCM (Q4.27) */
+    uint32_t channel_mask; /**< output channel mask: 1 = mono (left), 3 = stereo, ... */
+    uint32_t flags;        /**< output flags; 0x40 = hardware AV sync (bursts with timestamps) */
+} audio_proxy_config_t;
+
+/**
+ * Receives one block of mixed PCM on the mixer thread. `buffer` holds `bytes` bytes of whole
+ * interleaved frames in the mixing configuration and is valid during the call only. The result is
+ * ignored. The time the callback takes paces the mixer: the next block is mixed when it returns.
+ */
+typedef int (*audio_proxy_output_callback_t)(void* cookie, void* buffer, size_t bytes);
+
+#ifdef __cplusplus
+
+namespace android {
+class AudioPipeline;
+}
+typedef android::AudioPipeline audio_proxy_pipeline_t;
+
+/** One stream, as the library hands it out. The exported functions below call these operations. */
+class audio_proxy_stream_t {
+public:
+    virtual ~audio_proxy_stream_t() = default;
+    virtual int setVolume(float left, float right) = 0;
+    virtual uint32_t getLatency() = 0;
+    virtual int setDownstreamLatency(unsigned long latencyMs, long offsetMs) = 0;
+    virtual int setParameters(const char* keyValuePairs) = 0;
+    virtual bool isOpened() const = 0;
+    virtual int open() = 0;
+    virtual int pause() = 0;
+    virtual int resume() = 0;
+    virtual int close() = 0;
+    virtual int write(const void* buffer, size_t bytes) = 0;
+    virtual int flush() = 0;
+    virtual int dump(int fd) = 0;
+};
+
+extern "C" {
+#else
+typedef struct audio_proxy_pipeline_t audio_proxy_pipeline_t;
+typedef struct audio_proxy_stream_t audio_proxy_stream_t;
+#endif
+
+/** The one pipeline, made by the first call; its mixer thread starts at once. Never null, except
+ *  inside an output callback. */
+STREAMPROXY_API audio_proxy_pipeline_t* create_audio_proxy_pipeline(void);
+
+/** Stops the mixer thread, waits for it, and releases every stream that was not destroyed.
+ *  0, also for null while there is no pipeline; -EINVAL: not the current pipeline. */
+STREAMPROXY_API int destroy_audio_proxy_pipeline(audio_proxy_pipeline_t* pipeline);
+
+/** Writes the mixer's and every stream's state as text to `fd`. Always 0. */
+STREAMPROXY_API int audio_proxy_pipeline_dump(audio_proxy_pipeline_t* pipeline, int fd);
+
+/**
+ * Adds an output. The pair (cookie, callback) names it; registering the pair again changes nothing
+ * and is 0. A null callback is an output that hears nothing.
+ * -EINVAL: not the current pipeline; null config; a configuration that differs in any field from
+ * the outputs already registered, or that streams can't be converted to (a rate below 50 Hz or
+ * above 768 kHz, a format other than 1 and 3, a mask other than 3).
+ */
+STREAMPROXY_API int audio_proxy_pipeline_register_output(audio_proxy_pipeline_t* pipeline,
+                                                         const audio_proxy_config_t* config,
+                                                         void* cookie,
+                                                         audio_proxy_output_callback_t callback);
+
+/** Removes an output; waits for the current cycle, so the callback is not running afterwards.
+ *  0, also for an unknown pair; -EINVAL: not the current pipeline. */
+STREAMPROXY_API int audio_proxy_pipeline_unregister_output(audio_proxy_pipeline_t* pipeline,
+                                                           void* cookie,
+                                                           audio_proxy_output_callback_t callback);
+
+/** "key=value;..." pairs. Known: "set_audio_delay", the downstream latency offset of every stream
+ *  in signed ms, applied by the mixer thread. 0, also for unknown keys; -EINVAL: not the current
+ *  pipeline. */
+STREAMPROXY_API int audio_proxy_pipeline_set_parameters(audio_proxy_pipeline_t* pipeline,
+                                                        const char* keyValuePairs);
+
+/**
+ * A new stream, closed. Its buffer holds as many frames as the system property
+ * "persist.vendor.hwsync.fbuffer.size" says, 2000 when unset.
+ * Null: null config, a format that is not PCM, no pipeline, or no conversion to the mixing
+ * configuration.
+ */
+STREAMPROXY_API audio_proxy_stream_t* create_audio_proxy_stream(const audio_proxy_config_t* config);
+
+/** Every function below answers -EINVAL to a null stream. */
+STREAMPROXY_API int audio_proxy_stream_set_parameters(audio_proxy_stream_t* stream,
+                                                      const char* keyValuePairs);
+STREAMPROXY_API int audio_proxy_stream_open(audio_proxy_stream_t* stream);
+/** The mixer skips the stream from its next cycle on; the next write opens it again. */
+STREAMPROXY_API int audio_proxy_stream_pause(audio_proxy_stream_t* stream);
+STREAMPROXY_API int audio_proxy_stream_resume(audio_proxy_stream_t* stream);
+/** Waits up to 1 s for the mixer to take frames, discards what is left, closes. */
+STREAMPROXY_API int audio_proxy_stream_close(audio_proxy_stream_t* stream);
+/** Discards every frame that was written and not yet mixed. */
+STREAMPROXY_API int audio_proxy_stream_flush(audio_proxy_stream_t* stream);
+
+/**
+ * Writes whole frames, opening the stream if it is closed. Blocks while the stream's buffer is
+ * full, for about a second at most. Bytes taken (a multiple of the frame size, fewer than `bytes`
+ * when the mixer did not make room), or a negative status.
+ */
+STREAMPROXY_API int audio_proxy_stream_write(audio_proxy_stream_t* stream, const void* buffer,
+                                             size_t bytes);
+
+/** Linear gains, 0.0 to 1.0, reached by a linear ramp as long as the stream's buffer.
+ *  -EINVAL: the left gain is outside the range; a right gain outside is held to it. */
+STREAMPROXY_API int audio_proxy_stream_set_volume(audio_proxy_stream_t* stream, float left,
+                                                  float right);
+
+/** Latency behind the output and an offset to it, both ms. -ENOSYS: not a stream with AV sync. */
+STREAMPROXY_API int audio_proxy_stream_set_downstream_latency(audio_proxy_stream_t* stream,
+                                                              unsigned long latencyMs,
+                                                              long offsetMs);
+
+/** The stream's full buffer in microseconds, cut to whole milliseconds. */
+STREAMPROXY_API uint32_t audio_proxy_stream_get_latency(audio_proxy_stream_t* stream);
+
+/** Writes the stream's state as text to `fd`. */
+STREAMPROXY_API int audio_proxy_stream_dump(audio_proxy_stream_t* stream, int fd);
+
+/** Closes the stream and releases it; the handle is invalid afterwards. -EINVAL: null, or there is
+ *  no pipeline (nothing is touched then). */
+STREAMPROXY_API int destroy_audio_proxy_stream(audio_proxy_stream_t* stream);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "pipeline/MixerThread.h"
+#include "utils/RefBase.h"
+
+namespace android {
+
+/**
+ * The object behind the pipeline handle: owns the mixer thread and forwards to it.
+ * Threads: any; the mixer thread's locks serialise. The last reference must not go on the worker,
+ * which the destructor waits for.
+ */
+class AudioPipeline : public virtual RefBase {
+public:
+    /** The mixer thread runs from here on. */
+    AudioPipeline();
+    /** Stops and joins the worker; its object then releases the streams and outputs left. */
+    ~AudioPipeline() override;
+
+    /** 1, 2, 3, … in one process. */
+    static int getUniqueId();
+
+    /** Each: -EINVAL for null, otherwise the mixer thread's answer. */
+    int addAudioStream(const sp<AudioStream>& stream);
+    int removeAudioStream(const sp<AudioStream>& stream);
+    int registerOutput(const sp<AudioOutput>& output);
+    int unregisterOutput(const sp<AudioOutput>& output);
+
+    /** "set_audio_delay": offset of every stream's downstream latency, in signed ms. Everything
+     * else is ignored, null too. Always 0. */
+    int setParameters(const char* keyValuePairs);
+    int dump(int fd);
+
+private:
+    static std::atomic<int> sId;
+
+    sp<MixerThread> mThread;
+};
+
+}  // namespace android

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "buffer/FrameBuffer.h"
+#include "pipeline/AudioThread.h"
+#include "system/audio.h"
+
+namespace android {
+
+/**
+ * The worker that mixes: each cycle pulls one block of frames from every open stream into the mix
+ * buffer and hands it to every output. The first output fixes the mixing configuration; with none
+ * registered the next one may change it.
+ *
+ * The streams pace the mixer, and the outputs' callbacks; it has no clock of its own.
+ * Threads: as AudioThread. A cycle allocates nothing once its list of open streams has grown.
+ */
+class MixerThread : public AudioThread {
+public:
+    /** 44100 Hz, 16-bit, stereo. */
+    MixerThread();
+    ~MixerThread() override;
+
+    /** A new mixing configuration and mix buffer. For the constructor, or the holder of mLock. */
+    void set(unsigned int sampleRate, audio_format_t format, unsigned int channelMask,
+             unsigned int frameCount) REQUIRES(mLock);
+    /** The output's rate, format and mask are the mixer's. */
+    bool match(const sp<AudioOutput>& output) EXCLUDES(mLock);
+
+    /** Configures the stream for the mix, then lists it. 0; -EINVAL: null; or the stream's refusal.
+     */
+    int addStream(sp<AudioStream> stream) override EXCLUDES(mLock, mCommandLock);
+    int removeStream(sp<AudioStream> stream) override EXCLUDES(mLock, mCommandLock);
+    /** 0; -EINVAL: null, unlike the outputs already listed, or out of every stream's reach. */
+    int registerOutput(sp<AudioOutput> output) override EXCLUDES(mLock, mCommandLock);
+
+    /** Half a cycle, in whole ms. */
+    int64_t computeSleepTimeNs_l() override REQUIRES(mLock);
+    /** The frames delivered; 0 or a negative status when the block is empty. */
+    ssize_t threadLoopProcess_l() override REQUIRES(mLock);
+    void notifyDataMixed_l(void* buffer, size_t byteCount) REQUIRES(mLock);
+
+    /** Writes the mixer's lines, then every stream's. 0. */
+    int dump(int fd) EXCLUDES(mLock);
+
+private:
+    bool match_l(const sp<AudioOutput>& output) const REQUIRES(mLock);
+    int reconfigure_l(const sp<AudioOutput>& output) REQUIRES(mLock);
+    int mixStreams_l() REQUIRES(mLock);
+    void deliver_l(int frameCount) REQUIRES(mLock);
+
+    uint32_t mSampleRate GUARDED_BY(mLock) = 0;  // Hz
+    audio_format_t mFormat GUARDED_BY(mLock) = AUDIO_FORMAT_DEFAULT;
+    uint32_t mChannelMask GUARDED_BY(mLock) = 0;
+    size_t mFrameCount GUARDED_BY(mLock) = 0;  // frames a cycle
+    size_t mFrameSize GUARDED_BY(mLock) = 0;   // bytes
+    sp<FrameBuffer> mMixBuffer GUARDED_BY(mLock);
+    // The open streams of the cycle under way: the references keep a stream alive that is destroyed
+    // meanwhile. A member so that its storage is kept.
+    Vector<sp<AudioStream>> mOpened GUARDED_BY(mLock);
+};
+
+}  // namespace android
