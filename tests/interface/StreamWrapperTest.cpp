@@ -1,0 +1,236 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "cutils/properties.h"
+#include "interface/streamproxy.h"
+#include "tests/support/Eventually.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/Pipe.h"
+
+namespace {
+
+constexpr audio_proxy_config_t kStereo48k = {48000, 1, 3, 0};
+static_assert(sizeof(audio_proxy_config_t) == 16);
+
+struct Cookie {
+    std::atomic<int> calls{0};
+    std::atomic<size_t> byteCount{0};
+    std::atomic<int> lastSample{0};
+};
+
+int count(void* cookie, void* buffer, size_t byteCount) {
+    auto* const heard = static_cast<Cookie*>(cookie);
+    heard->byteCount = byteCount;
+    heard->lastSample = static_cast<int16_t*>(buffer)[byteCount / 2 - 1];
+    ++heard->calls;
+    return -1;  // the result is nobody's business
+}
+
+class StreamWrapperTest : public testing::Test {
+protected:
+    ~StreamWrapperTest() override {
+        audio_proxy_pipeline_unregister_output(mPipeline, &mHeard, &count);
+        destroy_audio_proxy_pipeline(mPipeline);
+        property_set("persist.vendor.hwsync.fbuffer.size", "");
+    }
+    void writeBlock(audio_proxy_stream_t* stream, int16_t value) {
+        const std::vector<int16_t> block(2 * 960, value);
+        EXPECT_EQ(3840, audio_proxy_stream_write(stream, block.data(), 3840));
+    }
+    std::string dump() {
+        Pipe pipe;
+        EXPECT_EQ(0, audio_proxy_pipeline_dump(mPipeline, pipe.writeEnd()));
+        return pipe.text();
+    }
+
+    audio_proxy_pipeline_t* mPipeline = create_audio_proxy_pipeline();
+    Cookie mHeard;
+};
+
+TEST_F(StreamWrapperTest, CarriesAWriteToTheCallback) {
+    audio_proxy_stream_t* const early = create_audio_proxy_stream(&kStereo48k);
+    ASSERT_NE(nullptr, early);
+    EXPECT_NE(std::string::npos, dump().find("Dst Sample Rate: 44100"));
+    ASSERT_EQ(0, audio_proxy_pipeline_register_output(mPipeline, &kStereo48k, &mHeard, &count));
+    EXPECT_NE(std::string::npos, dump().find("Dst Sample Rate: 48000"));
+    writeBlock(early, 77);
+    EXPECT_TRUE(eventually([this] { return mHeard.calls == 1; }));
+    EXPECT_EQ(3840U, mHeard.byteCount);
+    EXPECT_EQ(77, mHeard.lastSample);
+    audio_proxy_stream_pause(early);
+    writeBlock(early, 78);  // a write opens a paused stream
+    EXPECT_TRUE(eventually([this] { return mHeard.calls == 2; }));
+    EXPECT_EQ(0, destroy_audio_proxy_stream(early));
+    EXPECT_EQ(std::string::npos, dump().find("AudioStream"));
+}
+
+TEST_F(StreamWrapperTest, KeepsOnePipelineUntilItIsDestroyed) {
+    EXPECT_EQ(mPipeline, create_audio_proxy_pipeline());
+    EXPECT_EQ(-EINVAL, destroy_audio_proxy_pipeline(nullptr));
+    EXPECT_EQ(0, destroy_audio_proxy_pipeline(mPipeline));
+    EXPECT_EQ(-EINVAL, destroy_audio_proxy_pipeline(mPipeline));
+    EXPECT_EQ(0, destroy_audio_proxy_pipeline(nullptr));
+    audio_proxy_pipeline_t* const gone = mPipeline;
+    EXPECT_EQ(-EINVAL, audio_proxy_pipeline_register_output(gone, &kStereo48k, nullptr, &count));
+    EXPECT_EQ(-EINVAL, audio_proxy_pipeline_unregister_output(gone, nullptr, &count));
+    EXPECT_EQ(-EINVAL, audio_proxy_pipeline_set_parameters(gone, "a=b"));
+    EXPECT_EQ("", dump());
+    LogCapture log;
+    EXPECT_EQ(nullptr, create_audio_proxy_stream(&kStereo48k));
+    EXPECT_EQ((std::vector<std::string>{
+                  "E stream_wrapper: create_audio_proxy_stream, unsupported audio stream: sameple "
+                  "rate 48000, format 1, channel mask 3, flag 0"}),
+              log.messages());
+    int untouched = 0;
+    EXPECT_EQ(-EINVAL,
+              destroy_audio_proxy_stream(reinterpret_cast<audio_proxy_stream_t*>(&untouched)));
+    mPipeline = create_audio_proxy_pipeline();
+}
+
+TEST_F(StreamWrapperTest, NamesAnOutputByCookieAndCallback) {
+    Cookie second;
+    const audio_proxy_config_t otherFlags = {48000, 1, 3, 2};
+    EXPECT_EQ(-EINVAL, audio_proxy_pipeline_register_output(mPipeline, nullptr, &mHeard, &count));
+    EXPECT_EQ(0, audio_proxy_pipeline_register_output(mPipeline, &kStereo48k, &mHeard, &count));
+    EXPECT_EQ(0, audio_proxy_pipeline_register_output(mPipeline, &otherFlags, &mHeard, &count));
+    EXPECT_EQ(-EINVAL,
+              audio_proxy_pipeline_register_output(mPipeline, &otherFlags, &second, &count));
+    EXPECT_EQ(0, audio_proxy_pipeline_register_output(mPipeline, &kStereo48k, &second, &count));
+    EXPECT_EQ(0, audio_proxy_pipeline_register_output(mPipeline, &kStereo48k, nullptr, nullptr));
+    audio_proxy_stream_t* const stream = create_audio_proxy_stream(&kStereo48k);
+    writeBlock(stream, 1);
+    EXPECT_TRUE(eventually([&] { return mHeard.calls == 1 && second.calls == 1; }));
+    EXPECT_EQ(0, audio_proxy_pipeline_unregister_output(mPipeline, &second, &count));
+    EXPECT_EQ(0, audio_proxy_pipeline_unregister_output(mPipeline, &second, &count));
+    EXPECT_EQ(0, audio_proxy_pipeline_unregister_output(mPipeline, nullptr, nullptr));
+    writeBlock(stream, 1);
+    EXPECT_TRUE(eventually([this] { return mHeard.calls == 2; }));
+    EXPECT_EQ(1, second.calls);
+    destroy_audio_proxy_stream(stream);
+}
+
+TEST_F(StreamWrapperTest, RefusesStreamsItCanNotMix) {
+    LogCapture log;
+    EXPECT_EQ(nullptr, create_audio_proxy_stream(nullptr));
+    const audio_proxy_config_t hostile[] = {{48000, 0x01000000, 3, 0}, {48000, 0, 3, 0},
+                                            {48000, 5, 3, 0},          {0, 1, 3, 0},
+                                            {48000, 1, 0, 0},          {48000, 1, 0xFFFFFFFF, 0},
+                                            {0xFFFFFFFF, 1, 3, 0},     {48000, 0xFFFFFFFF, 3, 0},
+                                            {48000, 1, 3, 0x40}};
+    for (const auto& config : hostile) {
+        EXPECT_EQ(nullptr, create_audio_proxy_stream(&config));
+    }
+    const auto messages = log.messages();
+    EXPECT_EQ("E stream_wrapper: create_audio_proxy_stream, Unsupported format 1000000",
+              messages.at(0));
+    EXPECT_EQ("E stream_wrapper: create_audio_proxy_stream, fail to cache stream -22",
+              messages.at(3));
+}
+
+TEST_F(StreamWrapperTest, AnswersNullHandlesWithEinval) {
+    EXPECT_EQ(-EINVAL, audio_proxy_stream_set_parameters(nullptr, ""));
+    EXPECT_EQ(-EINVAL, audio_proxy_stream_open(nullptr));
+    EXPECT_EQ(-EINVAL, audio_proxy_stream_pause(nullptr));
+    EXPECT_EQ(-EINVAL, audio_proxy_stream_resume(nullptr));
+    EXPECT_EQ(-EINVAL, audio_proxy_stream_close(nullptr));
+    EXPECT_EQ(-EINVAL, audio_proxy_stream_flush(nullptr));
+    EXPECT_EQ(-EINVAL, audio_proxy_stream_write(nullptr, "", 1));
+    EXPECT_EQ(-EINVAL, audio_proxy_stream_set_volume(nullptr, 1, 1));
+    EXPECT_EQ(-EINVAL, audio_proxy_stream_set_downstream_latency(nullptr, 1, 1));
+    EXPECT_EQ(static_cast<uint32_t>(-EINVAL), audio_proxy_stream_get_latency(nullptr));
+    EXPECT_EQ(-EINVAL, audio_proxy_stream_dump(nullptr, 1));
+    EXPECT_EQ(-EINVAL, destroy_audio_proxy_stream(nullptr));
+}
+
+TEST_F(StreamWrapperTest, SizesTheBufferByThePropertyForEachStreamAnew) {
+    struct {
+        const char* value;
+        uint32_t latencyUs;
+    } const cases[] = {{"", 41000}, {"4800", 100000}, {"12abc", 0}, {"0", 0}};
+    for (const auto& c : cases) {
+        property_set("persist.vendor.hwsync.fbuffer.size", c.value);
+        const audio_proxy_config_t config = {48000, 1, 3, 0};
+        ASSERT_EQ(0, audio_proxy_pipeline_register_output(mPipeline, &config, &mHeard, &count));
+        audio_proxy_stream_t* const stream = create_audio_proxy_stream(&config);
+        ASSERT_NE(nullptr, stream) << c.value;
+        EXPECT_EQ(c.latencyUs, audio_proxy_stream_get_latency(stream));
+        EXPECT_EQ(-ENOSYS, audio_proxy_stream_set_downstream_latency(stream, 10, 0));
+        destroy_audio_proxy_stream(stream);
+    }
+}
+
+struct Forbidden {
+    audio_proxy_pipeline_t* pipeline;
+    audio_proxy_stream_t* stream;
+    std::atomic<bool> done{false};
+    std::vector<int> results;
+};
+
+int callForbidden(void* cookie, void*, size_t) {
+    auto* const f = static_cast<Forbidden*>(cookie);
+    if (f->done) {
+        return 0;
+    }
+    f->results = {create_audio_proxy_pipeline() == nullptr ? -ENOSYS : 0,
+                  destroy_audio_proxy_pipeline(f->pipeline),
+                  audio_proxy_pipeline_dump(f->pipeline, 1),
+                  audio_proxy_pipeline_register_output(f->pipeline, &kStereo48k, nullptr, &count),
+                  audio_proxy_pipeline_unregister_output(f->pipeline, f, &callForbidden),
+                  audio_proxy_pipeline_set_parameters(f->pipeline, "a=b"),
+                  create_audio_proxy_stream(&kStereo48k) == nullptr ? -ENOSYS : 0,
+                  destroy_audio_proxy_stream(f->stream),
+                  // These are a callback's right.
+                  audio_proxy_stream_set_volume(f->stream, 1, 1),
+                  audio_proxy_stream_flush(f->stream), audio_proxy_stream_pause(f->stream)};
+    f->done = true;
+    return 0;
+}
+
+TEST_F(StreamWrapperTest, RefusesInsideACallbackWhatWouldWaitForIt) {
+    LogCapture log;
+    Forbidden forbidden{.pipeline = mPipeline,
+                        .stream = create_audio_proxy_stream(&kStereo48k),
+                        .done = false,
+                        .results = {}};
+    audio_proxy_pipeline_register_output(mPipeline, &kStereo48k, &forbidden, &callForbidden);
+    writeBlock(forbidden.stream, 1);
+    ASSERT_TRUE(eventually([&forbidden] { return forbidden.done.load(); }));
+    std::vector<int> expected(8, -ENOSYS);
+    expected.insert(expected.end(), 3, 0);
+    EXPECT_EQ(expected, forbidden.results);
+    EXPECT_EQ(8U, log.messages().size());
+    audio_proxy_pipeline_unregister_output(mPipeline, &forbidden, &callForbidden);
+    destroy_audio_proxy_stream(forbidden.stream);
+}
+
+TEST_F(StreamWrapperTest, ControlCallsFromManyThreadsLeaveThePipelineWhole) {
+    audio_proxy_pipeline_register_output(mPipeline, &kStereo48k, &mHeard, &count);
+    const auto churn = [this](unsigned seed) {
+        for (unsigned i = 0; i < 60; ++i) {
+            const audio_proxy_config_t config = {(i + seed) % 3 == 0 ? 44100U : 48000U, 1,
+                                                 (i + seed) % 2 == 0 ? 3U : 1U, 0};
+            audio_proxy_stream_t* const stream = create_audio_proxy_stream(&config);
+            ASSERT_NE(nullptr, stream);
+            std::thread control([stream] {
+                audio_proxy_stream_set_volume(stream, 0.5F, 0.25F);
+                audio_proxy_stream_flush(stream);
+                audio_proxy_stream_pause(stream);
+            });
+            const std::vector<int16_t> block(512, 3);
+            audio_proxy_stream_write(stream, block.data(), 1024);
+            audio_proxy_pipeline_set_parameters(mPipeline, "set_audio_delay=5");
+            dump();
+            control.join();
+            audio_proxy_stream_flush(stream);
+            destroy_audio_proxy_stream(stream);
+        }
+    };
+    std::thread other(churn, 1);
+    churn(0);
+    other.join();
+    EXPECT_EQ(std::string::npos, dump().find("AudioStream"));
+}
+
+}  // namespace

@@ -1,0 +1,79 @@
+// Loads the library as a host does, by name at run time, and unloads it in every state.
+
+#include <dirent.h>
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "interface/streamproxy.h"
+#include "tests/support/Eventually.h"
+
+namespace {
+
+std::atomic<int> gBlocks{0};
+
+int countBlock(void*, void*, size_t) {
+    ++gBlocks;
+    return 0;
+}
+
+size_t threadCount() {
+    size_t count = 0;
+    DIR* const tasks = opendir("/proc/self/task");
+    while (tasks != nullptr && readdir(tasks) != nullptr) {
+        ++count;
+    }
+    closedir(tasks);
+    return count;
+}
+
+bool isMapped(const char* library) {
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);) {
+        if (line.find(library) != std::string::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
+template <typename Function>
+Function* find(void* library, const char* name, Function* /*type*/) {
+    return reinterpret_cast<Function*>(dlsym(library, name));
+}
+
+TEST(Unload, ReleasesAPipelineStreamsAndOutputsThatAreStillAlive) {
+    for (int round = 0; round < 20; ++round) {
+        const size_t before = threadCount();
+        void* const library = dlopen(STREAMPROXY_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+        ASSERT_NE(nullptr, library) << dlerror();
+        auto* const createPipeline = find<decltype(create_audio_proxy_pipeline)>(
+            library, "create_audio_proxy_pipeline", nullptr);
+        auto* const registerOutput = find<decltype(audio_proxy_pipeline_register_output)>(
+            library, "audio_proxy_pipeline_register_output", nullptr);
+        auto* const createStream = find<decltype(create_audio_proxy_stream)>(
+            library, "create_audio_proxy_stream", nullptr);
+        auto* const write =
+            find<decltype(audio_proxy_stream_write)>(library, "audio_proxy_stream_write", nullptr);
+        const audio_proxy_config_t config = {48000, 1, 3, 0};
+        audio_proxy_pipeline_t* const pipeline = createPipeline();
+        ASSERT_EQ(0, registerOutput(pipeline, &config, nullptr, &countBlock));
+        audio_proxy_stream_t* const stream = createStream(&config);
+        const int heard = gBlocks;
+        const std::vector<uint8_t> block(960 * 4);
+        write(stream, block.data(), block.size());
+        EXPECT_TRUE(eventually([heard] { return gBlocks > heard; }));
+        EXPECT_GT(threadCount(), before);
+        ASSERT_EQ(0, dlclose(library));
+        EXPECT_EQ(before, threadCount());
+#ifndef STREAMPROXY_LIBRARIES_STAY  // a sanitizer's run time keeps what it has seen
+        EXPECT_FALSE(isMapped("libstreamproxy.so"));
+#endif
+    }
+}
+
+}  // namespace

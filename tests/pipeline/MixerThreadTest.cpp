@@ -1,0 +1,178 @@
+#include "pipeline/MixerThread.h"
+
+#include <gtest/gtest.h>
+
+#include "pipeline/AudioPipeline.h"
+#include "tests/support/Eventually.h"
+#include "tests/support/FakeOutput.h"
+#include "tests/support/FakeStream.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/Pipe.h"
+
+using namespace android;
+
+namespace {
+
+using Config = FakeStream::Config;
+
+class MixerThreadTest : public testing::Test {
+protected:
+    ~MixerThreadTest() override { mMixer->exit(); }
+
+    sp<FakeStream> addOpenStream(std::vector<int> frameCounts, int16_t value) {
+        const sp<FakeStream> stream(new FakeStream(std::move(frameCounts), value));
+        stream->open();
+        EXPECT_EQ(OK, mMixer->addStream(stream.get()));
+        return stream;
+    }
+    int64_t sleepNs() NO_THREAD_SAFETY_ANALYSIS { return mMixer->computeSleepTimeNs_l(); }
+
+    const sp<MixerThread> mMixer{new MixerThread()};
+};
+
+TEST_F(MixerThreadTest, MixesEveryOpenStreamIntoOneBlockForEveryOutput) {
+    addOpenStream({960}, 100);
+    addOpenStream({960}, 23);
+    const sp<FakeStream> closed(new FakeStream({960}, 999));
+    mMixer->addStream(closed.get());
+    const sp<FakeOutput> first(new FakeOutput());
+    const sp<FakeOutput> second(new FakeOutput());
+    second->letRun();
+    EXPECT_EQ(OK, mMixer->registerOutput(second.get()));
+    EXPECT_EQ(OK, mMixer->registerOutput(first.get()));
+    EXPECT_EQ(10'000'000, sleepNs());
+    const auto blocks = first->takeBlocks(3);
+    ASSERT_EQ(3U, blocks.size());
+    for (const auto& block : blocks) {
+        EXPECT_EQ(FakeOutput::Block(1920, 123), block);
+    }
+    EXPECT_GE(second->blockCount(), 3U);
+    EXPECT_TRUE(closed->asked().empty());
+    first->letRun();
+}
+
+TEST_F(MixerThreadTest, AShortStreamShortensTheBlockAndEveryLaterStream) {
+    LogCapture log;
+    const auto whole = addOpenStream({960}, 1);
+    const auto shorter = addOpenStream({500, 960}, 2);
+    const auto last = addOpenStream({960}, 4);
+    const sp<FakeOutput> output(new FakeOutput());
+    mMixer->registerOutput(output.get());
+    const auto blocks = output->takeBlocks(2);
+    EXPECT_EQ(FakeOutput::Block(1000, 7), blocks[0]);
+    EXPECT_EQ(FakeOutput::Block(1920, 7), blocks[1]) << "what was not delivered is not heard later";
+    EXPECT_EQ(500U, last->asked()[0]);
+    EXPECT_EQ((std::vector<std::string>{"W mixer_thread: threadLoopProcess_l, stream 1 processed "
+                                        "500 frames, but 960 required"}),
+              log.messages());
+    output->letRun();
+}
+
+TEST_F(MixerThreadTest, AStreamWithoutDataOrWithAnErrorEmptiesTheBlock) {
+    LogCapture log;
+    const auto empty = addOpenStream({0, -19, 960}, 1);
+    const auto later = addOpenStream({960}, 2);
+    const sp<FakeOutput> output(new FakeOutput());
+    mMixer->registerOutput(output.get());
+    const auto blocks = output->takeBlocks(1);
+    EXPECT_EQ(FakeOutput::Block(1920, 3), blocks[0]);
+    EXPECT_EQ(0U, later->asked()[0]);
+    EXPECT_EQ((std::vector<std::string>{"W mixer_thread: threadLoopProcess_l, stream 0 processed "
+                                        "-19 frames, but 960 required"}),
+              log.messages());
+    output->letRun();
+}
+
+TEST_F(MixerThreadTest, TheFirstOutputFixesTheConfigurationForAllStreams) {
+    const sp<FakeStream> stream(new FakeStream({0}));
+    mMixer->addStream(stream.get());
+    const sp<FakeOutput> first(new FakeOutput(48000, 3, 3, 2));
+    EXPECT_EQ(OK, mMixer->registerOutput(first.get()));
+    EXPECT_EQ((std::vector<Config>{{44100, 1, 3}, {48000, 3, 3}}), stream->configs());
+    for (const auto& different : {new FakeOutput(44100, 3, 3, 2), new FakeOutput(48000, 1, 3, 2),
+                                  new FakeOutput(48000, 3, 1, 2), new FakeOutput(48000, 3, 3, 0)}) {
+        EXPECT_EQ(-EINVAL, mMixer->registerOutput(different));
+    }
+    EXPECT_TRUE(mMixer->match(first.get()));
+    mMixer->unregisterOutput(first.get());
+    EXPECT_TRUE(mMixer->match(first.get()));
+    EXPECT_EQ(OK, mMixer->registerOutput(new FakeOutput(96000)));
+    EXPECT_EQ((Config{96000, 1, 3}), stream->configs().back());
+}
+
+TEST_F(MixerThreadTest, RefusesOutputsThatNoStreamReachesAndChangesNothing) {
+    const sp<FakeStream> stream(new FakeStream({0}));
+    mMixer->addStream(stream.get());
+    LogCapture log;
+    for (const auto& unreachable :
+         {new FakeOutput(0), new FakeOutput(49), new FakeOutput(768001), new FakeOutput(48000, 5),
+          new FakeOutput(48000, 2), new FakeOutput(48000, 1, 1)}) {
+        EXPECT_EQ(-EINVAL, mMixer->registerOutput(unreachable));
+    }
+    EXPECT_EQ(6U, log.messages().size());
+    EXPECT_EQ(
+        "E mixer_thread: registerOutput, unsupported output: sample rate 0, format 1, channel "
+        "mask 3",
+        log.messages()[0]);
+    EXPECT_EQ(1U, stream->configs().size());
+    EXPECT_EQ(10'000'000, sleepNs());
+    EXPECT_EQ(-EINVAL, mMixer->registerOutput(nullptr));
+}
+
+TEST_F(MixerThreadTest, DoesNotListAStreamThatCanNotBeConfigured) {
+    const sp<FakeStream> stream(new FakeStream({0}));
+    stream->mConfigStatus = -EINVAL;
+    const int32_t unlisted = stream->getStrongCount();
+    EXPECT_EQ(-EINVAL, mMixer->addStream(stream.get()));
+    EXPECT_EQ(-EINVAL, mMixer->addStream(nullptr));
+    EXPECT_EQ(unlisted, stream->getStrongCount());
+}
+
+TEST_F(MixerThreadTest, ReconfigurationWhileMixingKeepsWhatTheStreamsHold) {
+    // A real stream: its numbered frames come out at once in the new width.
+    const sp<AudioStream> stream(
+        new AudioStream(48000, AUDIO_FORMAT_PCM_16_BIT, 3, AUDIO_OUTPUT_FLAG_NONE, 2000));
+    ASSERT_EQ(OK, mMixer->addStream(stream));
+    const std::vector<int16_t> loud(2 * 960, 5);
+    stream->write(loud.data(), loud.size() * 2);
+    const sp<FakeOutput> output(new FakeOutput(48000, 3));
+    mMixer->registerOutput(output.get());
+    const auto blocks = output->takeBlocks(1);
+    const auto* samples = reinterpret_cast<const int32_t*>(blocks[0].data());
+    EXPECT_EQ(std::vector<int32_t>(1920, 5 * 4096),
+              std::vector<int32_t>(samples, samples + blocks[0].size() / 2));
+    output->letRun();
+}
+
+TEST(AudioPipeline, ForwardsStreamsParametersAndDumps) {
+    const sp<AudioPipeline> pipeline(new AudioPipeline());
+    EXPECT_EQ(-EINVAL, pipeline->addAudioStream(nullptr));
+    EXPECT_EQ(-EINVAL, pipeline->removeAudioStream(nullptr));
+    EXPECT_EQ(-EINVAL, pipeline->registerOutput(nullptr));
+    EXPECT_EQ(-EINVAL, pipeline->unregisterOutput(nullptr));
+    const sp<FakeStream> stream(new FakeStream({0}));
+    ASSERT_EQ(OK, pipeline->addAudioStream(stream.get()));
+    for (const char* ignored :
+         {"", ";;=", "other=3", "set_audio_delay", "set_audio_delay=", "set_audio_delay=abc",
+          "set_audio_delay=1x", "set_audio_delay=99999999999"}) {
+        EXPECT_EQ(OK, pipeline->setParameters(ignored));
+    }
+    EXPECT_EQ(OK, pipeline->setParameters(nullptr));
+    EXPECT_EQ(OK, pipeline->setParameters("a=b;set_audio_delay=-20;c=d"));
+    EXPECT_TRUE(eventually([&stream] { return !stream->offsets().empty(); }));
+    EXPECT_EQ((std::vector<long>{-20}), stream->offsets());
+
+    pipeline->registerOutput(new FakeOutput(48000));
+    Pipe pipe;
+    EXPECT_EQ(OK, pipeline->dump(pipe.writeEnd()));
+    const std::string text = pipe.text();
+    EXPECT_EQ(0U, text.find("MixerThread:    0x"));
+    EXPECT_NE(std::string::npos,
+              text.find("\nSample Rate:    48000\nFormat:         0x1\nChannel Mask:   0x3\n"
+                        "AudioStream:     0x"))
+        << text;
+    const int id = AudioPipeline::getUniqueId();
+    EXPECT_EQ(id + 1, AudioPipeline::getUniqueId());
+}
+
+}  // namespace

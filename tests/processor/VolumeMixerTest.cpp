@@ -1,0 +1,273 @@
+#include "processor/VolumeMixer.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+
+#include "tests/support/Frames.h"
+#include "tests/support/LogCapture.h"
+
+using namespace android;
+
+namespace {
+
+constexpr audio_format_t k16 = AUDIO_FORMAT_PCM_16_BIT;
+constexpr audio_format_t k32 = AUDIO_FORMAT_PCM_32_BIT;
+constexpr uint32_t kStereo = AUDIO_CHANNEL_OUT_STEREO;
+
+int wrap32(int64_t value) {
+    return static_cast<int>(static_cast<uint32_t>(value));
+}
+
+/** The stage in plain 64-bit arithmetic, a frame at a time. */
+struct ScalarModel {
+    audio_format_t src;
+    audio_format_t dst;
+    bool adds;
+    int rampFrames;
+    bool rampEnabled = true;
+    int prev[2] = {1 << 28, 1 << 28};
+    int inc[2] = {0, 0};
+    int gain[2] = {4096, 4096};
+
+    void setVolume(float left, float right) {
+        const float volumes[] = {left, right};
+        for (int i = 0; i < 2; ++i) {
+            gain[i] = static_cast<int>(std::floor(volumes[i] * 4096.0F));
+            const int64_t target = int64_t{gain[i]} * 65536;
+            inc[i] = rampFrames != 0
+                         ? static_cast<int>(int64_t{wrap32(target - prev[i])} / rampFrames)
+                         : 0;
+            prev[i] = inc[i] == 0 ? static_cast<int>(target) : prev[i];
+        }
+    }
+    int64_t gained(int64_t sample, int64_t factor) const {
+        const int64_t input = src == k32 ? sample >> 12 : sample;
+        const int product = wrap32(input * factor);
+        return dst == k32 ? product : std::clamp<int64_t>(product >> 12, -32768, 32767);
+    }
+    void run(std::vector<int>& out, const std::vector<int>& in) {
+        const bool ramps = rampEnabled && (inc[0] != 0 || inc[1] != 0);
+        for (size_t n = 0; n < in.size(); ++n) {
+            const size_t i = n % 2;
+            const int64_t q = gained(in[n], ramps ? prev[i] >> 16 : gain[i]);
+            const int sum = wrap32(adds ? q + out[n] : q);
+            out[n] = dst == k32 ? sum : static_cast<int16_t>(sum);
+            prev[i] = ramps ? wrap32(int64_t{prev[i]} + inc[i]) : prev[i];
+        }
+        for (size_t i = 0; ramps && i < 2; ++i) {
+            const int next = wrap32(int64_t{prev[i]} + inc[i]) >> 16;
+            if ((inc[i] > 0 && next >= gain[i]) || (inc[i] < 0 && next <= gain[i])) {
+                inc[i] = 0;
+                prev[i] = gain[i] * 65536;
+            }
+        }
+    }
+};
+
+std::vector<uint8_t> packed(const std::vector<int>& samples, audio_format_t format) {
+    std::vector<uint8_t> bytes(samples.size() * audio_bytes_per_sample(format));
+    for (size_t i = 0; i < samples.size(); ++i) {
+        memcpy(
+            &bytes[i * audio_bytes_per_sample(format)], &samples[i],
+            audio_bytes_per_sample(format));  // little-endian: the low bytes are the 16-bit value
+    }
+    return bytes;
+}
+
+struct KernelCase {
+    audio_format_t src;
+    audio_format_t dst;
+    volumer_type_t type;
+    int rampFrames;
+};
+
+class VolumeMixerKernel : public testing::TestWithParam<KernelCase> {};
+
+TEST_P(VolumeMixerKernel, EqualsTheScalarModelThroughRampsAndExtremes) {
+    const KernelCase& c = GetParam();
+    std::minstd_rand random(5);
+    const auto sample = [&random](audio_format_t format) {
+        static constexpr int kEdges[] = {0,
+                                         -1,
+                                         1,
+                                         32767,
+                                         -32768,
+                                         std::numeric_limits<int>::max(),
+                                         std::numeric_limits<int>::min()};
+        const int value = random() % 4 == 0
+                              ? kEdges[random() % 7]
+                              : static_cast<int>(random() * 2U) ^ -(random() % 2 == 0);
+        return format == k16 ? static_cast<int16_t>(value) : value;
+    };
+    const sp<VolumeMixer> mixer(
+        new VolumeMixer(c.src, kStereo, c.dst, kStereo, c.rampFrames, c.type));
+    ScalarModel model{c.src, c.dst, c.type == VOLUMER_TYPE_MIX, c.rampFrames};
+    for (int pass = 0; pass < 400; ++pass) {
+        if (random() % 3 == 0) {
+            const float left = static_cast<float>(random() % 4097) / 4096.0F;
+            const float right = random() % 5 == 0 ? 0.0F : 1.0F - left / 3.0F;
+            ASSERT_EQ(OK, mixer->setVolume(left, right));
+            model.setVolume(left, right);
+        }
+        if (random() % 20 == 0) {
+            model.rampEnabled = !model.rampEnabled;
+            mixer->ramp(model.rampEnabled);
+        }
+        std::vector<int> in(2 * (1 + random() % 67));
+        std::vector<int> out(in.size());
+        for (size_t i = 0; i < in.size(); ++i) {
+            in[i] = sample(c.src);
+            out[i] = sample(c.dst);
+        }
+        std::vector<uint8_t> bytes = packed(out, c.dst);
+        std::vector<uint8_t> source = packed(in, c.src);
+        ASSERT_EQ(static_cast<ssize_t>(in.size() / 2),
+                  mixer->mix(bytes.data(), in.size() / 2, source.data()));
+        model.run(out, in);
+        ASSERT_EQ(packed(out, c.dst), bytes) << "pass " << pass;
+    }
+}
+
+std::vector<KernelCase> kernelCases() {
+    std::vector<KernelCase> cases;
+    for (const audio_format_t src : {k16, k32}) {
+        for (const audio_format_t dst : {k16, k32}) {
+            for (const volumer_type_t type : {VOLUMER_TYPE_MIX, VOLUMER_TYPE_PROCESS}) {
+                // A long ramp, one shorter than most passes (it overshoots), none, and the length
+                // that an absurd buffer size gives.
+                for (const int rampFrames : {1024, 7, 0, -1}) {
+                    cases.push_back({src, dst, type, rampFrames});
+                }
+            }
+        }
+    }
+    return cases;
+}
+
+std::string kernelName(const testing::TestParamInfo<KernelCase>& info) {
+    const KernelCase& c = info.param;
+    return std::string(c.type == VOLUMER_TYPE_MIX ? "Adds" : "Overwrites") +
+           (c.src == k16 ? "16" : "32") + (c.dst == k16 ? "To16" : "To32") + "Ramp" +
+           (c.rampFrames < 0 ? "Minus" : "") + std::to_string(std::abs(c.rampFrames));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, VolumeMixerKernel, testing::ValuesIn(kernelCases()), kernelName);
+
+TEST(VolumeMixer, ARampReachesItsTargetExactlyAndOnTime) {
+    const sp<VolumeMixer> mixer(
+        new VolumeMixer(k16, kStereo, k16, kStereo, 1024, VOLUMER_TYPE_PROCESS));
+    mixer->setVolume(0.0F, 0.0F);
+    std::vector<int16_t> samples(2048, 4096);
+    ASSERT_EQ(1024, mixer->process(samples.data(), 1024));
+    EXPECT_EQ(4096, samples[0]);
+    EXPECT_EQ(4, samples[2046]);
+    std::vector<int16_t> rest(4, 32767);
+    mixer->process(rest.data(), 2);
+    EXPECT_EQ(std::vector<int16_t>(4), rest);
+}
+
+TEST(VolumeMixer, AddsWithWrapAroundButSaturatesTheGainedSample) {
+    const sp<VolumeMixer> mixer(new VolumeMixer(k16, kStereo, k16, kStereo, 0, VOLUMER_TYPE_MIX));
+    int16_t out[] = {30000, -30000};
+    int16_t in[] = {10000, -10000};
+    mixer->mix(out, 1, in);
+    EXPECT_EQ(-25536, out[0]);
+    EXPECT_EQ(25536, out[1]);
+    const sp<VolumeMixer> narrowing(
+        new VolumeMixer(k32, kStereo, k16, kStereo, 0, VOLUMER_TYPE_PROCESS));
+    int wide[] = {1 << 27, -(1 << 27) - 4096};
+    narrowing->mix(out, 1, wide);
+    EXPECT_EQ(32767, out[0]);
+    EXPECT_EQ(-32768, out[1]);
+}
+
+TEST(VolumeMixer, RefusesALeftGainOutsideTheRangeAndHoldsTheRightOne) {
+    const sp<VolumeMixer> mixer(
+        new VolumeMixer(k16, kStereo, k16, kStereo, 0, VOLUMER_TYPE_PROCESS));
+    float left = 0;
+    float right = 0;
+    for (const float refused : {-0.1F, 1.1F, std::nanf("")}) {
+        EXPECT_EQ(-EINVAL, mixer->setVolume(refused, 0.5F));
+    }
+    mixer->getVolume(left, right);
+    EXPECT_EQ(1.0F, left);
+    EXPECT_EQ(1.0F, right);
+    struct {
+        float given;
+        int16_t heard;
+    } const cases[] = {{7.0F, 1000}, {-3.0F, 0}, {std::nanf(""), 0}, {0.5F, 500}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(OK, mixer->setVolume(1.0F, c.given));
+        int16_t frame[] = {1000, 1000};
+        mixer->process(frame, 1);
+        EXPECT_EQ(1000, frame[0]);
+        EXPECT_EQ(c.heard, frame[1]) << c.given;
+    }
+}
+
+TEST(VolumeMixer, WithoutAKernelPassesTimeAndWritesNothing) {
+    struct {
+        int src;
+        int dst;
+        int type;
+        const char* message;
+    } const cases[] = {
+        {1, 1, 2, "E audio_volumemixer: VolumeMixer, Invalid type 2"},
+        {5, 1, 0, "E audio_volumemixer: volumeOp, invalid src format 5"},
+        {1, 5, 0, "E audio_volumemixer: volumeOp, unsupported dst format 5"},
+    };
+    for (const auto& c : cases) {
+        LogCapture log;
+        const sp<VolumeMixer> mixer(new VolumeMixer(static_cast<audio_format_t>(c.src), kStereo,
+                                                    static_cast<audio_format_t>(c.dst), kStereo, 0,
+                                                    static_cast<volumer_type_t>(c.type)));
+        uint32_t in = 7;
+        uint32_t out = 9;
+        EXPECT_EQ(1, mixer->mix(&out, 1, &in));
+        EXPECT_EQ(9U, out);
+        EXPECT_EQ((std::vector<std::string>{
+                      c.message,
+                      "W audio_volumemixer: mix, no available volume operation to mix audio data"}),
+                  log.messages());
+    }
+}
+
+TEST(VolumeMixer, RefusesWhatItCanNotProcess) {
+    LogCapture log;
+    const sp<VolumeMixer> mixer(new VolumeMixer(k16, kStereo, k16, kStereo, 0, VOLUMER_TYPE_MIX));
+    uint32_t frame = 1;
+    EXPECT_EQ(-ENOSYS, mixer->process(&frame, 1));
+    EXPECT_EQ(-EINVAL, mixer->mix(&frame, 0, &frame));
+    EXPECT_EQ(-EINVAL, mixer->mix(nullptr, 1, &frame));
+    EXPECT_EQ(-EINVAL, mixer->mix(&frame, 1, sp<FrameBuffer>()));
+    EXPECT_EQ(0, mixer->mix(&frame, 0, makeBuffer(1)));
+    EXPECT_EQ(-ENODEV, mixer->process(1));
+    EXPECT_EQ((std::vector<std::string>{
+                  "E audio_volumemixer: process, Unsupported volume processing type 0",
+                  "E audio_volumemixer: process, output buffer or input buffer is not ready"}),
+              log.messages());
+}
+
+TEST(VolumeMixer, PullsThroughWrappedRegionsOnBothSides) {
+    const sp<VolumeMixer> mixer(
+        new VolumeMixer(k16, kStereo, k16, kStereo, 0, VOLUMER_TYPE_PROCESS));
+    const auto in = makeBuffer(7, k16, kStereo, 5);
+    const auto out = makeBuffer(9, k16, kStereo, 6);
+    mixer->setInputBuffer(in);
+    mixer->setOutputBuffer(out);
+    in->write(numberedFrames(1, 7).data(), 7);
+    EXPECT_EQ(0, mixer->process(size_t{0}));
+    EXPECT_EQ(7, mixer->process(8));
+    EXPECT_EQ(numberedFrames(1, 7), drain<uint32_t>(*out));
+    EXPECT_EQ(0, mixer->process(8));
+    // A full output's refusal is the result; so is one in the middle of a call.
+    in->write(numberedFrames(1, 7).data(), 7);
+    out->write(numberedFrames(1, 9).data(), 6);
+    EXPECT_EQ(-EAGAIN, mixer->process(7));
+    EXPECT_EQ(-EAGAIN, mixer->process(1));
+}
+
+}  // namespace

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "android/log.h"
+
+/** Takes the log while it lives; messages read "E tag: text". One at a time. Threads: any may log.
+ */
+class LogCapture {
+public:
+    LogCapture() {
+        const std::lock_guard<std::mutex> lock(sLock);
+        sMessages.clear();
+        __android_log_set_logger(&LogCapture::take);
+    }
+    ~LogCapture() { __android_log_set_logger(nullptr); }
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    std::vector<std::string> messages() const {
+        const std::lock_guard<std::mutex> lock(sLock);
+        return sMessages;
+    }
+    /** The messages so far; the next call starts anew. */
+    std::vector<std::string> drain() {
+        const std::lock_guard<std::mutex> lock(sLock);
+        return std::exchange(sMessages, {});
+    }
+    size_t count(const std::string& message) const {
+        size_t found = 0;
+        for (const std::string& each : messages()) {
+            found += each == message ? 1 : 0;
+        }
+        return found;
+    }
+
+private:
+    static void take(const __android_log_message* message) {
+        const std::lock_guard<std::mutex> lock(sLock);
+        sMessages.push_back(std::string(1, "??VDIWE"[message->priority]) + " " + message->tag +
+                            ": " + message->message);
+    }
+
+    static inline std::mutex sLock;
+    static inline std::vector<std::string> sMessages;
+};
