@@ -18,8 +18,7 @@ size_t frameSizeOf(audio_format_t format, uint32_t channelMask) {
     return audio_channel_count_from_out_mask(channelMask) * audio_bytes_per_sample(format);
 }
 
-/** Zeroed storage; the system hands the pages out zeroed, so even a huge ring costs what it holds.
- */
+/** Zeroed by the system, page by page: even a huge ring costs what it holds. */
 uint8_t* allocate(size_t frameCount, size_t frameSize) {
     constexpr size_t kMaxByteCount = std::numeric_limits<ptrdiff_t>::max();
     uint8_t* storage = nullptr;

@@ -24,8 +24,8 @@ namespace android {
  *            obtainWriteBuffer(), releaseWriteBuffer() and updateWritePosition(); the consumer side
  *            is read(), obtainReadBuffer(), releaseReadBuffer(), getNextBuffer(), releaseBuffer(),
  *            updateReadPosition() and flush(). A side may pass from thread to thread under a lock
- * of its owner. reset() needs both sides. The queries and the mode may be used from any. Cost:
- * constant, apart from at most two copies; nothing allocates after construction.
+ *            of its owner. reset() needs both sides. The queries and the mode are for any thread.
+ * Cost:      constant, apart from at most two copies; nothing allocates after construction.
  *
  * Statuses: 0; -ENODEV no storage; -EINVAL null pointer or zero count; -ENOSYS the mode forbids it;
  * -EAGAIN no room to write; -ENODATA nothing to read.

@@ -32,6 +32,19 @@ constexpr int kDefaultBufferFrameCount = 2000;
  */
 class PipelineSlot {
 public:
+    PipelineSlot() = default;
+    /** Releases the pipeline, unless the process ends from inside a callback: the worker can't wait
+     *  for itself, and leaves what it uses to the system. */
+    ~PipelineSlot() {
+        if (CallbackScope::isActive()) {
+            const Mutex::Autolock lock(mLock);
+            [[maybe_unused]] static sp<AudioPipeline>& abandoned =
+                *new sp<AudioPipeline>(mPipeline);
+        }
+    }
+    PipelineSlot(const PipelineSlot&) = delete;
+    PipelineSlot& operator=(const PipelineSlot&) = delete;
+
     sp<AudioPipeline> get() {
         const Mutex::Autolock lock(mLock);
         return mPipeline;
@@ -84,7 +97,7 @@ ssize_t findOutput_l(void* cookie, audio_proxy_output_callback_t callback) REQUI
 int bufferFrameCount() {
     char value[PROPERTY_VALUE_MAX] = {};
     const int length = property_get("persist.vendor.hwsync.fbuffer.size", value, nullptr);
-    return length >= 1 ? atoi(value) : kDefaultBufferFrameCount;
+    return length >= 1 ? static_cast<int>(strtol(value, nullptr, 10)) : kDefaultBufferFrameCount;
 }
 
 }  // namespace

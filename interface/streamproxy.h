@@ -90,15 +90,16 @@ STREAMPROXY_API audio_proxy_pipeline_t* create_audio_proxy_pipeline(void);
  *  0, also for null while there is no pipeline; -EINVAL: not the current pipeline. */
 STREAMPROXY_API int destroy_audio_proxy_pipeline(audio_proxy_pipeline_t* pipeline);
 
-/** Writes the mixer's and every stream's state as text to `fd`. Always 0. */
+/** Writes the mixer's and every stream's state as text to `fd`. 0, also for a pipeline that is not
+ *  the current one. */
 STREAMPROXY_API int audio_proxy_pipeline_dump(audio_proxy_pipeline_t* pipeline, int fd);
 
 /**
  * Adds an output. The pair (cookie, callback) names it; registering the pair again changes nothing
  * and is 0. A null callback is an output that hears nothing.
  * -EINVAL: not the current pipeline; null config; a configuration that differs in any field from
- * the outputs already registered, or that streams can't be converted to (a rate below 50 Hz or
- * above 768 kHz, a format other than 1 and 3, a mask other than 3).
+ * the outputs already registered, or that streams can't be converted to (a rate below 4 or above
+ * 768 kHz, a format other than 1 and 3, a mask other than 3).
  */
 STREAMPROXY_API int audio_proxy_pipeline_register_output(audio_proxy_pipeline_t* pipeline,
                                                          const audio_proxy_config_t* config,

@@ -36,6 +36,9 @@ int AudioPipeline::unregisterOutput(const sp<AudioOutput>& output) {
 }
 
 int AudioPipeline::setParameters(const char* keyValuePairs) {
+    if (keyValuePairs == nullptr) {
+        return OK;
+    }
     const AudioParameter parameters{String8(keyValuePairs)};
     int offsetMs = 0;
     if (parameters.getInt(String8("set_audio_delay"), offsetMs) == OK) {

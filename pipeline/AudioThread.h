@@ -46,8 +46,7 @@ public:
     bool threadLoop() override;
     void onFirstRef() override;
 
-    /** Stops the worker at the end of its cycle and waits for it; at once when it has stopped. 0.
-     */
+    /** Stops the worker after its cycle and waits for it; at once when it has stopped. 0. */
     virtual int exit() EXCLUDES(mLock, mCommandLock);
 
     /** Each waits for a cycle in progress, then wakes the worker. 0, whether or not the list

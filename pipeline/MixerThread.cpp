@@ -14,18 +14,21 @@ namespace {
 
 constexpr const char* kTag = "mixer_thread";
 constexpr uint32_t kDefaultSampleRate = 44100;
-constexpr uint32_t kMaxSampleRate = 768000;  // the highest that the resampler reaches
+// The rates between which the resampler converts: at others a stream could not follow a change of
+// the mix, and would play its former rate into it.
+constexpr uint32_t kMinSampleRate = 4000;
+constexpr uint32_t kMaxSampleRate = 768000;
 
 /** About 20 ms. At 44100 Hz a cycle is 900 frames. */
 uint32_t framesPerCycle(uint32_t sampleRate) {
     return sampleRate == 44100 ? 900 : static_cast<uint32_t>(uint64_t{sampleRate} * 20 / 1000);
 }
 
-/** Some stream can be converted to this output, and a cycle of it holds frames. */
+/** Streams can be converted to this output. */
 bool isReachable(const AudioOutput& output) {
     return VolumeMixer::isFormatSupported(output.mFormat, output.mFormat) &&
            VolumeMixer::isChannelSupported(output.mChannelMask) &&
-           output.mSampleRate <= kMaxSampleRate && framesPerCycle(output.mSampleRate) > 0;
+           output.mSampleRate >= kMinSampleRate && output.mSampleRate <= kMaxSampleRate;
 }
 
 }  // namespace
@@ -44,12 +47,18 @@ MixerThread::~MixerThread() {
 
 void MixerThread::set(unsigned int sampleRate, audio_format_t format, unsigned int channelMask,
                       unsigned int frameCount) {
+    adopt_l(sampleRate, format, channelMask, frameCount,
+            new FrameBuffer(format, channelMask, frameCount, false, 0, 0));
+}
+
+void MixerThread::adopt_l(unsigned int sampleRate, audio_format_t format, unsigned int channelMask,
+                          unsigned int frameCount, const sp<FrameBuffer>& mixBuffer) {
     mSampleRate = sampleRate;
     mFormat = format;
     mChannelMask = channelMask;
     mFrameCount = frameCount;
-    mFrameSize = audio_channel_count_from_out_mask(channelMask) * audio_bytes_per_sample(format);
-    mMixBuffer = new FrameBuffer(format, channelMask, frameCount, false, 0, 0);
+    mFrameSize = mixBuffer->mFrameSize;
+    mMixBuffer = mixBuffer;
 }
 
 bool MixerThread::match(const sp<AudioOutput>& output) {
@@ -107,26 +116,20 @@ int MixerThread::registerOutput(sp<AudioOutput> output) {
 
 int MixerThread::reconfigure_l(const sp<AudioOutput>& output) {
     const uint32_t frameCount = framesPerCycle(output->mSampleRate);
-    bool usable = isReachable(*output);
-    if (usable) {
-        const uint32_t sampleRate = mSampleRate;
-        const audio_format_t format = mFormat;
-        const uint32_t channelMask = mChannelMask;
-        set(output->mSampleRate, output->mFormat, output->mChannelMask, frameCount);
-        usable = mMixBuffer->validate();
-        if (!usable) {
-            set(sampleRate, format, channelMask, framesPerCycle(sampleRate));
-        }
+    sp<FrameBuffer> mixBuffer;
+    if (isReachable(*output)) {
+        mixBuffer = new FrameBuffer(output->mFormat, output->mChannelMask, frameCount, false, 0, 0);
     }
     // An output that streams can't be converted to would leave their former chains writing frames
     // of another size into the mix.
-    if (!usable) {
+    if (mixBuffer == nullptr || !mixBuffer->validate()) {
         __android_log_print(ANDROID_LOG_ERROR, kTag,
                             "%s, unsupported output: sample rate %u, format %x, channel mask %x",
                             "registerOutput", output->mSampleRate, output->mFormat,
                             output->mChannelMask);
         return -EINVAL;
     }
+    adopt_l(output->mSampleRate, output->mFormat, output->mChannelMask, frameCount, mixBuffer);
     for (const sp<AudioStream>& stream : mStreams) {
         stream->config(output->mSampleRate, output->mFormat, output->mChannelMask);
     }
@@ -206,16 +209,18 @@ void MixerThread::notifyDataMixed_l(void* buffer, size_t byteCount) {
 
 int MixerThread::dump(int fd) {
     String8 text;
+    Vector<sp<AudioStream>> streams;
     {
         const ThreadLock::Autolock lock(mLock);
         text.appendFormat("MixerThread:    %p\n", static_cast<void*>(this));
         text.appendFormat("Sample Rate:    %d\n", static_cast<int>(mSampleRate));
         text.appendFormat("Format:         0x%x\n", mFormat);
         text.appendFormat("Channel Mask:   0x%x\n", mChannelMask);
+        streams = mStreams;
     }
+    // Written without the lock: whoever stops reading the other end must not stop the mixer.
     (void)!::write(fd, text.c_str(), text.length());
-    const ThreadLock::Autolock lock(mLock);
-    for (const sp<AudioStream>& stream : mStreams) {
+    for (const sp<AudioStream>& stream : streams) {
         stream->dump(fd);
     }
     return OK;

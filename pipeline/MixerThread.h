@@ -29,8 +29,7 @@ public:
     /** The output's rate, format and mask are the mixer's. */
     bool match(const sp<AudioOutput>& output) EXCLUDES(mLock);
 
-    /** Configures the stream for the mix, then lists it. 0; -EINVAL: null; or the stream's refusal.
-     */
+    /** Configures the stream for the mix, then lists it. 0; -EINVAL: null; or its refusal. */
     int addStream(sp<AudioStream> stream) override EXCLUDES(mLock, mCommandLock);
     int removeStream(sp<AudioStream> stream) override EXCLUDES(mLock, mCommandLock);
     /** 0; -EINVAL: null, unlike the outputs already listed, or out of every stream's reach. */
@@ -46,6 +45,8 @@ public:
     int dump(int fd) EXCLUDES(mLock);
 
 private:
+    void adopt_l(unsigned int sampleRate, audio_format_t format, unsigned int channelMask,
+                 unsigned int frameCount, const sp<FrameBuffer>& mixBuffer) REQUIRES(mLock);
     bool match_l(const sp<AudioOutput>& output) const REQUIRES(mLock);
     int reconfigure_l(const sp<AudioOutput>& output) REQUIRES(mLock);
     int mixStreams_l() REQUIRES(mLock);
@@ -57,8 +58,8 @@ private:
     size_t mFrameCount GUARDED_BY(mLock) = 0;  // frames a cycle
     size_t mFrameSize GUARDED_BY(mLock) = 0;   // bytes
     sp<FrameBuffer> mMixBuffer GUARDED_BY(mLock);
-    // The open streams of the cycle under way: the references keep a stream alive that is destroyed
-    // meanwhile. A member so that its storage is kept.
+    // The streams of the cycle under way: a stream paused or opened meanwhile stays out or in until
+    // it ends. A member so that its storage is kept; empty between cycles.
     Vector<sp<AudioStream>> mOpened GUARDED_BY(mLock);
 };
 

@@ -104,9 +104,27 @@ int AudioStream::resume() {
     return OK;
 }
 
+template <typename IsNeeded>
+int AudioStream::waitUntilDataConsumed_l(const timespec* timeout, IsNeeded isNeeded) {
+    // Acquire: after a clear by the consumer the frames it took before are seen to be gone.
+    const uint32_t expected = mWaitFlag.fetch_or(kWaiting, std::memory_order_acq_rel) | kWaiting;
+    // What was consumed before the bit was set woke nobody.
+    if (!isNeeded()) {
+        return OK;
+    }
+    const int error = futex(mWaitFlag, FUTEX_WAIT, expected, timeout) == 0 ? 0 : errno;
+    if (error == 0 || error == EINTR || error == EAGAIN || error == ETIMEDOUT) {
+        return OK;
+    }
+    __android_log_print(ANDROID_LOG_ERROR, kTag, "%s, fail to wait, errno: %d, %s", __func__, error,
+                        strerror(error));
+    return error;
+}
+
 int AudioStream::close() {
     if (mInputBuffer->availableToRead() > 0) {
-        waitUntilDataConsumed_l(&kCloseWait);
+        waitUntilDataConsumed_l(&kCloseWait,
+                                [this] { return mInputBuffer->availableToRead() > 0; });
     }
     AudioStream::flush();
     mActive.store(false, std::memory_order_relaxed);
@@ -118,17 +136,6 @@ int AudioStream::flush() {
     const Mutex::Autolock lock(mLock);
     mInputBuffer->flush();
     return OK;
-}
-
-int AudioStream::waitUntilDataConsumed_l(const timespec* timeout) {
-    const uint32_t expected = mWaitFlag.fetch_or(kWaiting, std::memory_order_release) | kWaiting;
-    const int error = futex(mWaitFlag, FUTEX_WAIT, expected, timeout) == 0 ? 0 : errno;
-    if (error == 0 || error == EINTR || error == EAGAIN || error == ETIMEDOUT) {
-        return OK;
-    }
-    __android_log_print(ANDROID_LOG_ERROR, kTag, "%s, fail to wait, errno: %d, %s", __func__, error,
-                        strerror(error));
-    return error;
 }
 
 int AudioStream::notifyDataConsumed_l() {
@@ -161,7 +168,9 @@ int AudioStream::write(const void* data, size_t byteCount) {
                                 __func__, 1000);
             break;
         } else {
-            waitUntilDataConsumed_l(&kWriteWait);
+            waitUntilDataConsumed_l(&kWriteWait, [this] {
+                return !mInputBuffer->validate() || mInputBuffer->availableToWrite() == 0;
+            });
         }
     }
     const size_t written = done * mFrameSize;

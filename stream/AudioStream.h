@@ -46,8 +46,7 @@ public:
     int pause() override;
     /** Changes nothing: a paused stream is active again with its next write. */
     int resume() override;
-    /** Waits up to 1 s for the mixer to take frames if there are any; blocks no longer than that.
-     */
+    /** Waits, if there are frames, until the mixer takes some, at most 1 s; discards the rest. */
     int close() override EXCLUDES(mLock);
     /** Blocks up to about 1 s while the buffer is full. The bytes taken, at most 2^31 - 1 less what
      *  makes no whole frame. */
@@ -73,8 +72,10 @@ public:
     virtual int process(sp<FrameBuffer> output, size_t frameCount) EXCLUDES(mLock);
 
 protected:
-    /** Sleeps until the consumer takes frames, or the time-out. 0, or a positive errno value. */
-    int waitUntilDataConsumed_l(const timespec* timeout);
+    /** Sleeps until the consumer takes frames, or the time-out, unless `isNeeded` says no once the
+     *  consumer knows of the sleeper. 0, or a positive errno value. */
+    template <typename IsNeeded>
+    int waitUntilDataConsumed_l(const timespec* timeout, IsNeeded isNeeded);
     /** Wakes one sleeper, with a system call only if there may be one. */
     int notifyDataConsumed_l();
 

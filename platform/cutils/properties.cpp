@@ -68,8 +68,7 @@ private:
 };
 
 PropertyStore& store() {
-    // Never destroyed: other libraries may still ask while the process ends.
-    static PropertyStore& instance = *new PropertyStore();
+    static PropertyStore instance;
     return instance;
 }
 

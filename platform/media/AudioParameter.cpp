@@ -17,7 +17,10 @@ status_t AudioParameter::getInt(const String8& key, int& value) const {
         if (equals == std::string_view::npos || pair.substr(0, equals) != key.c_str()) {
             continue;
         }
-        const std::string_view text = pair.substr(equals + 1);
+        std::string_view text = pair.substr(equals + 1);
+        if (text.starts_with('+') && !text.starts_with("+-")) {
+            text.remove_prefix(1);
+        }
         int parsed = 0;
         const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), parsed);
         const bool whole = error == std::errc() && end == text.data() + text.size();

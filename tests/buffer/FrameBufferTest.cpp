@@ -284,6 +284,9 @@ TEST(FrameBuffer, TwoThreadsPassEveryFrameOnceInOrder) {
             }
         }
         ring->releaseReadBuffer(region, frameCount);
+        if (frameCount == 0) {
+            std::this_thread::yield();
+        }
     }
     producer.join();
 }

@@ -205,6 +205,30 @@ TEST_F(StreamWrapperTest, RefusesInsideACallbackWhatWouldWaitForIt) {
     destroy_audio_proxy_stream(forbidden.stream);
 }
 
+int endTheProcess(void*, void*, size_t) {
+    exit(7);
+}
+
+TEST_F(StreamWrapperTest, AProcessThatEndsInsideACallbackEnds) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_EXIT(
+        {
+            audio_proxy_pipeline_register_output(mPipeline, &kStereo48k, nullptr, &endTheProcess);
+            writeBlock(create_audio_proxy_stream(&kStereo48k), 1);
+            std::this_thread::sleep_for(std::chrono::seconds(10));
+        },
+        testing::ExitedWithCode(7), "");
+}
+
+TEST_F(StreamWrapperTest, DestroyingAStreamClosesItFirst) {
+    // Without an output nothing is consumed: closing waits its second for the mixer, then goes on.
+    audio_proxy_stream_t* const stream = create_audio_proxy_stream(&kStereo48k);
+    writeBlock(stream, 1);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(0, destroy_audio_proxy_stream(stream));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(999));
+}
+
 TEST_F(StreamWrapperTest, ControlCallsFromManyThreadsLeaveThePipelineWhole) {
     audio_proxy_pipeline_register_output(mPipeline, &kStereo48k, &mHeard, &count);
     const auto churn = [this](unsigned seed) {

@@ -105,7 +105,7 @@ TEST_F(MixerThreadTest, RefusesOutputsThatNoStreamReachesAndChangesNothing) {
     mMixer->addStream(stream.get());
     LogCapture log;
     for (const auto& unreachable :
-         {new FakeOutput(0), new FakeOutput(49), new FakeOutput(768001), new FakeOutput(48000, 5),
+         {new FakeOutput(0), new FakeOutput(3999), new FakeOutput(768001), new FakeOutput(48000, 5),
           new FakeOutput(48000, 2), new FakeOutput(48000, 1, 1)}) {
         EXPECT_EQ(-EINVAL, mMixer->registerOutput(unreachable));
     }

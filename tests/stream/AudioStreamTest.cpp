@@ -60,8 +60,10 @@ TEST(AudioStream, OpensWithAWriteAndClosesWithoutWaitingWhenEmpty) {
     EXPECT_FALSE(stream->isOpened());
     EXPECT_EQ(OK, stream->flush());
     const auto start = steady_clock::now();
+    stream->open();
     EXPECT_EQ(OK, stream->close());
     EXPECT_LT(steady_clock::now() - start, milliseconds(500));
+    EXPECT_FALSE(stream->isOpened());
     EXPECT_EQ((std::vector<std::string>{"W audio_stream: read, stream is not opened yet",
                                         "W audio_stream: process, stream is not opened yet"}),
               log.messages());

@@ -3,10 +3,10 @@
 #include <chrono>
 #include <thread>
 
-/** Whether `condition` comes true within a generous time. */
+/** Whether `condition` comes true in time. */
 template <typename Condition>
-bool eventually(Condition condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+bool within(std::chrono::milliseconds limit, Condition condition) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline) {
             return false;
@@ -14,4 +14,10 @@ bool eventually(Condition condition) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return true;
+}
+
+/** The same in a generous time. */
+template <typename Condition>
+bool eventually(Condition condition) {
+    return within(std::chrono::seconds(20), condition);
 }

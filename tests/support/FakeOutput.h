@@ -36,7 +36,9 @@ public:
         mAllowed = count;
         mChanged.notify_all();
         mChanged.wait_for(lock, std::chrono::seconds(20), [&] { return mBlocks.size() >= count; });
-        return mBlocks;
+        std::vector<Block> blocks = mBlocks;
+        blocks.resize(count);  // silence instead of a crash where they did not come
+        return blocks;
     }
     void letRun() {
         const std::lock_guard<std::mutex> lock(mLock);

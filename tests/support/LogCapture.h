@@ -7,8 +7,7 @@
 
 #include "android/log.h"
 
-/** Takes the log while it lives; messages read "E tag: text". One at a time. Threads: any may log.
- */
+/** Takes the log while it lives, as "E tag: text". One at a time. Threads: any may log. */
 class LogCapture {
 public:
     LogCapture() {
