@@ -22,8 +22,8 @@ void countCall() {
 
 }  // namespace
 
-// A sanitizer's own heap replaces these where one is built in.
-void* operator new(size_t byteCount) {
+// Not inlined: the compiler would see malloc() answer for new and warn of the mixture.
+[[gnu::noinline]] void* operator new(size_t byteCount) {
     countCall();
     void* const storage = malloc(byteCount > 0 ? byteCount : 1);
     if (storage == nullptr) {
@@ -31,11 +31,11 @@ void* operator new(size_t byteCount) {
     }
     return storage;
 }
-void operator delete(void* storage) noexcept {
+[[gnu::noinline]] void operator delete(void* storage) noexcept {
     countCall();
     free(storage);
 }
-void operator delete(void* storage, size_t /*byteCount*/) noexcept {
+[[gnu::noinline]] void operator delete(void* storage, size_t /*byteCount*/) noexcept {
     countCall();
     free(storage);
 }
@@ -68,11 +68,12 @@ TEST(MixerAllocation, AWarmCycleTouchesNoHeap) {
     }
     const sp<CountingOutput> output(new CountingOutput());
     mixer->registerOutput(output.get());
-    const std::vector<int16_t> audio(2 * 1900, 100);
+    const std::vector<int16_t> audio(2 * 1920, 100);
     while (output->mBlocks < 60) {
         gCounting = output->mBlocks >= 5;
-        for (const sp<AudioStream>& stream : streams) {
-            stream->write(audio.data(), audio.size() * sizeof(int16_t));
+        const size_t blockFrameCounts[] = {960, 882, 1920};  // a cycle's worth of each
+        for (size_t i = 0; i < streams.size(); ++i) {
+            streams[i]->write(audio.data(), blockFrameCounts[i] * 2 * sizeof(int16_t));
         }
     }
     gCounting = false;
