@@ -1,0 +1,60 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace android {
+
+/** A folder of a test's own, deleted with the object. */
+class ScratchFolder {
+public:
+    ScratchFolder();
+    ~ScratchFolder();
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+    std::string operator/(const std::string& name) const { return mPath / name; }
+
+private:
+    std::filesystem::path mPath;
+};
+
+/** Interleaved samples, 32 bits to full scale, whatever the file holds. */
+struct Audio {
+    int rateHz = 0;
+    int channelCount = 0;
+    std::vector<int32_t> samples;
+    int64_t frameCount() const { return static_cast<int64_t>(samples.size()) / channelCount; }
+};
+
+/** `format` is one of libsndfile's. */
+void writeAudio(const std::string& path, int format, const Audio& audio);
+Audio readAudio(const std::string& path);
+
+/** The program as a child process, its output caught. */
+class ToolRun {
+public:
+    struct Result {
+        int exitCode;  // 128 + the signal's number where one ended it
+        std::string output;
+        std::string messages;  // standard error
+    };
+
+    /** Starts `streamproxy mix` with these arguments. */
+    explicit ToolRun(std::vector<std::string> arguments);
+    void signal(int number) const;
+    Result wait();
+
+    static Result mix(const std::vector<std::string>& arguments) {
+        return ToolRun(arguments).wait();
+    }
+
+private:
+    ScratchFolder mFolder;
+    pid_t mPid = -1;
+};
+
+}  // namespace android

@@ -1,0 +1,127 @@
+#include "tools/streamproxy/AudioWriter.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+
+#include "tools/streamproxy/ToolError.h"
+
+namespace android {
+
+namespace {
+
+constexpr int kChannels = 2;
+
+/** The container that the name asks for, with the widest samples it has up to `bits`; 0: none. */
+int formatOf(const std::string& path, uint32_t bits) {
+    std::string extension = std::filesystem::path(path).extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
+    const int samples = bits == 16 ? SF_FORMAT_PCM_16 : SF_FORMAT_PCM_32;
+    if (extension == ".wav") {
+        return SF_FORMAT_RF64 | samples;  // an ordinary WAV unless it passes 4 GiB
+    }
+    if (extension == ".flac") {
+        return SF_FORMAT_FLAC | (bits == 16 ? SF_FORMAT_PCM_16 : SF_FORMAT_PCM_24);
+    }
+    if (extension == ".aiff" || extension == ".aif") {
+        return SF_FORMAT_AIFF | samples;
+    }
+    return extension == ".caf" ? SF_FORMAT_CAF | samples : 0;
+}
+
+SF_INFO infoOf(const std::string& path, uint32_t rateHz, uint32_t bits) {
+    SF_INFO info{};
+    info.samplerate = static_cast<int>(rateHz);
+    info.channels = kChannels;
+    info.format = formatOf(path, bits);
+    return info;
+}
+
+}  // namespace
+
+double AudioWriter::Levels::rms() const {
+    const double sampleCount = static_cast<double>(frameCount) * kChannels;
+    return sampleCount > 0 ? std::sqrt(squareSum / sampleCount) : 0.0;
+}
+
+void AudioWriter::check(const std::string& path, uint32_t rateHz, uint32_t bits) {
+    SF_INFO info = infoOf(path, rateHz, bits);
+    if (info.format == 0) {
+        throw ToolError(path +
+                            ": can't tell the format from the name; end it in .wav, .flac, "
+                            ".aiff or .caf",
+                        EXIT_USAGE);
+    }
+    if (!sf_format_check(&info)) {
+        throw ToolError(path + ": this format can't hold " + std::to_string(rateHz) + " Hz with " +
+                            std::to_string(bits) + " bits; choose .wav or another --rate",
+                        EXIT_USAGE);
+    }
+}
+
+AudioWriter::AudioWriter(const std::string& path, uint32_t rateHz, uint32_t bits)
+    : mPath(path), mBits(bits), mOutput(path) {
+    SF_INFO info = infoOf(path, rateHz, bits);
+    mEncoder.reset(sf_open_virtual(OutputFile::io(), SFM_WRITE, &info, &mOutput));
+    if (!mEncoder || mOutput.error() != 0) {
+        const int errorNumber = mOutput.error();
+        abandon();
+        fail(errorNumber);
+    }
+    sf_command(mEncoder.get(), SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
+}
+
+AudioWriter::~AudioWriter() = default;
+
+void AudioWriter::write(const void* frames, size_t frameCount) {
+    const size_t sampleCount = frameCount * kChannels;
+    mFullScale.resize(sampleCount);
+    for (size_t i = 0; i < sampleCount; ++i) {
+        int64_t sample = 0;
+        if (mBits == 16) {
+            sample = int64_t{static_cast<const int16_t*>(frames)[i]} * 65536;
+        } else {
+            sample = int64_t{static_cast<const int32_t*>(frames)[i]} * 16;
+        }
+        const int64_t held = std::clamp<int64_t>(sample, INT32_MIN, INT32_MAX);
+        mLevels.clippedCount += held != sample ? 1 : 0;
+        mFullScale[i] = static_cast<int32_t>(held);
+        const double level = static_cast<double>(held) / 2147483648.0;
+        mLevels.peak = std::max(mLevels.peak, std::abs(level));
+        mLevels.squareSum += level * level;
+    }
+    const auto count = static_cast<sf_count_t>(frameCount);
+    // A 16-bit file takes the upper half of the 32 bits: exactly the sample that came.
+    const sf_count_t written = sf_writef_int(mEncoder.get(), mFullScale.data(), count);
+    mLevels.frameCount += std::max<sf_count_t>(written, 0);
+    if (written != count || mOutput.error() != 0) {
+        fail(mOutput.error());
+    }
+}
+
+void AudioWriter::finish() {
+    const int status = sf_close(mEncoder.release());
+    const int errorNumber = mOutput.close();
+    if (status != 0 || errorNumber != 0) {
+        fail(errorNumber);
+    }
+}
+
+void AudioWriter::abandon() {
+    mEncoder.reset();
+    mOutput.close();
+    if (mLevels.frameCount == 0) {
+        mOutput.remove();
+    }
+}
+
+void AudioWriter::fail(int errorNumber) const {
+    throw ToolError(mPath + ": writing failed" +
+                    (errorNumber ? ": " + std::string(strerror(errorNumber)) : std::string()) +
+                    "; make room or choose another place with -o");
+}
+
+}  // namespace android

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <sndfile.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tools/streamproxy/OutputFile.h"
+
+namespace android {
+
+/**
+ * Writes the mix, 16-bit or Q4.27 stereo, to an audio file and measures it on the way.
+ * Threads: one at a time.
+ */
+class AudioWriter {
+public:
+    struct Levels {
+        int64_t frameCount = 0;
+        double peak = 0.0;         // 1.0 is full scale
+        double squareSum = 0.0;    // of all samples, full scale 1.0
+        int64_t clippedCount = 0;  // samples beyond full scale, held to it; Q4.27 only
+        double rms() const;
+    };
+
+    /** Throws ToolError (usage) for a file name extension or a format that can't be written. */
+    static void check(const std::string& path, uint32_t rateHz, uint32_t bits);
+
+    AudioWriter(const std::string& path, uint32_t rateHz, uint32_t bits);
+    ~AudioWriter();  // finishes what was not finished
+    AudioWriter(const AudioWriter&) = delete;
+    AudioWriter& operator=(const AudioWriter&) = delete;
+
+    /** Frames as the mix delivers them. Throws ToolError when the file can't take them. */
+    void write(const void* frames, size_t frameCount);
+    /** Completes the header and reaches the disk; throws ToolError when that fails. */
+    void finish();
+    /** Ends a run that failed: what was written stays, a file without audio is deleted. */
+    void abandon();
+
+    const Levels& levels() const { return mLevels; }
+
+private:
+    struct CloseFile {
+        void operator()(SNDFILE* file) const { sf_close(file); }
+    };
+
+    [[noreturn]] void fail(int errorNumber) const;
+
+    const std::string mPath;
+    const uint32_t mBits;
+    OutputFile mOutput;  // outlives the encoder
+    std::unique_ptr<SNDFILE, CloseFile> mEncoder;
+    Levels mLevels;
+    std::vector<int32_t> mFullScale;  // one block, 32 bits to full scale
+};
+
+}  // namespace android

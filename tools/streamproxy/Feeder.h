@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tools/streamproxy/FeedBoard.h"
+#include "tools/streamproxy/FrameSource.h"
+#include "tools/streamproxy/Library.h"
+
+namespace android {
+
+/**
+ * Keeps one stream filled: decodes its input and writes it, then writes silence as the mix asks.
+ * Threads: fill() before start(), both by the owner; the stream is written by one thread at a time.
+ */
+class Feeder {
+public:
+    struct Target {
+        size_t index;  // on the board
+        std::string name;
+        audio_proxy_stream_t* stream;
+    };
+
+    Feeder(const Library& library, FeedBoard& board, FrameSource& source, const Handover& handover,
+           const Target& target);
+    ~Feeder();  // joins
+    Feeder(const Feeder&) = delete;
+    Feeder& operator=(const Feeder&) = delete;
+
+    /** Writes until `frameCount` frames are in the stream; they must fit its buffer. Throws. */
+    void fill(int64_t frameCount);
+    void start();
+    /** Waits for the thread; ends within one write of the board's end. */
+    void join();
+
+private:
+    void run();
+    /** Writes the next frames, at most `maxFrames`: audio, then silence. */
+    void writeSome(int64_t maxFrames);
+    void write(int64_t frameCount);
+
+    const Library& mLibrary;
+    FeedBoard& mBoard;
+    FrameSource& mSource;
+    const Handover& mHandover;
+    const Target mTarget;
+    std::vector<uint8_t> mChunk;  // one write
+    bool mHasAudio = true;
+    std::thread mThread;
+};
+
+}  // namespace android

@@ -1,0 +1,53 @@
+#include "tools/streamproxy/Library.h"
+
+#include <dlfcn.h>
+
+#include <filesystem>
+
+#include "tools/streamproxy/ToolError.h"
+
+namespace android {
+
+namespace {
+
+constexpr const char* kFileName = "libstreamproxy.so";
+
+std::string besideProgram() {
+    std::error_code error;
+    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
+    if (error) {
+        return kFileName;
+    }
+    const auto candidate = program.parent_path().parent_path() / "lib" / kFileName;
+    return std::filesystem::exists(candidate, error) ? candidate.string() : kFileName;
+}
+
+void* openObject(const std::string& path) {
+    void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!handle) {
+        throw ToolError("can't load the library: " + std::string(dlerror()) +
+                        "; name it with --library");
+    }
+    return handle;
+}
+
+}  // namespace
+
+Library::Library(const std::string& path)
+    : mPath(path.empty() ? besideProgram() : path), mHandle(openObject(mPath)) {}
+
+Library::~Library() {
+    dlclose(mHandle);
+}
+
+void* Library::symbol(const char* name) const {
+    void* address = dlsym(mHandle, name);
+    if (!address) {
+        dlclose(mHandle);  // the destructor does not run for a library that is not whole
+        throw ToolError(mPath + ": has no function " + name +
+                        "; name another library with --library");
+    }
+    return address;
+}
+
+}  // namespace android

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <string>
+
+#include "interface/streamproxy.h"
+
+namespace android {
+
+/**
+ * libstreamproxy.so, loaded at run time as an audio HAL loads it.
+ * Invariant: every function pointer is set; construction throws ToolError otherwise.
+ * Threads:   the pointers never change, any thread may call through them.
+ */
+class Library {
+public:
+    /** An empty path means: ../lib beside the running program, then the loader's own search. */
+    explicit Library(const std::string& path);
+    ~Library();
+    Library(const Library&) = delete;
+    Library& operator=(const Library&) = delete;
+
+private:
+    template <typename Function>
+    Function* find(const char* name) const {
+        return reinterpret_cast<Function*>(symbol(name));
+    }
+    void* symbol(const char* name) const;
+
+    std::string mPath;
+    void* mHandle;  // declared before the pointers, which are looked up in it
+
+public:
+#define STREAMPROXY_FUNCTION(member, name) \
+    decltype(&::name) const member = find<decltype(::name)>(#name)
+    STREAMPROXY_FUNCTION(createPipeline, create_audio_proxy_pipeline);
+    STREAMPROXY_FUNCTION(destroyPipeline, destroy_audio_proxy_pipeline);
+    STREAMPROXY_FUNCTION(dumpPipeline, audio_proxy_pipeline_dump);
+    STREAMPROXY_FUNCTION(registerOutput, audio_proxy_pipeline_register_output);
+    STREAMPROXY_FUNCTION(unregisterOutput, audio_proxy_pipeline_unregister_output);
+    STREAMPROXY_FUNCTION(createStream, create_audio_proxy_stream);
+    STREAMPROXY_FUNCTION(destroyStream, destroy_audio_proxy_stream);
+    STREAMPROXY_FUNCTION(pauseStream, audio_proxy_stream_pause);
+    STREAMPROXY_FUNCTION(flushStream, audio_proxy_stream_flush);
+    STREAMPROXY_FUNCTION(writeStream, audio_proxy_stream_write);
+    STREAMPROXY_FUNCTION(setStreamVolume, audio_proxy_stream_set_volume);
+#undef STREAMPROXY_FUNCTION
+};
+
+}  // namespace android

@@ -1,0 +1,38 @@
+#include "tools/streamproxy/LogSink.h"
+
+#include <android/log.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+
+namespace android {
+
+namespace {
+
+std::atomic<int> sMinPriority{ANDROID_LOG_WARN};
+
+void writeMessage(const __android_log_message* message) {
+    if (message->priority >= sMinPriority.load(std::memory_order_relaxed)) {
+        const char letter = "??VDIWEF?"[std::clamp(message->priority, 0, 8)];
+        fprintf(stderr, "%c %s: %s\n", letter, message->tag ? message->tag : "", message->message);
+    }
+}
+
+}  // namespace
+
+const std::vector<std::string>& logLevels() {
+    static const std::vector<std::string> sLevels = {"verbose", "debug", "info",
+                                                     "warn",    "error", "silent"};
+    return sLevels;
+}
+
+void setLogLevel(const std::string& level) {
+    const auto& levels = logLevels();
+    const auto found = std::find(levels.begin(), levels.end(), level) - levels.begin();
+    const bool isSilent = level == "silent";
+    sMinPriority = isSilent ? ANDROID_LOG_SILENT : ANDROID_LOG_VERBOSE + static_cast<int>(found);
+    __android_log_set_logger(writeMessage);
+}
+
+}  // namespace android

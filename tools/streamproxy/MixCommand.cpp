@@ -1,0 +1,225 @@
+#include "tools/streamproxy/MixCommand.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <csignal>
+#include <filesystem>
+
+#include "tools/streamproxy/Interrupt.h"
+#include "tools/streamproxy/LogSink.h"
+#include "tools/streamproxy/MixReport.h"
+#include "tools/streamproxy/Properties.h"
+
+namespace android {
+
+namespace {
+
+constexpr uint32_t kDefaultRateHz = 48000;
+constexpr std::chrono::seconds kStallLimit{5};
+
+constexpr const char* kInputHelp =
+    "Audio files, each with settings behind an '@' if wanted: "
+    "FILE@gain=-6dB,balance=-0.3,start=2.5,length=20,loop=3,volume=4s:0.2,volume=8s:1";
+
+constexpr const char* kFooter =
+    "Settings of an input:\n"
+    "  gain=G      linear 0 to 1, or dB up to 0dB\n"
+    "  balance=B   -1 (left only) to 1 (right only)\n"
+    "  start=T     silence in front of it; seconds, or ms with 'ms'\n"
+    "  length=T    end after this much\n"
+    "  loop=N      play it N times\n"
+    "  volume=T:G  from time T of the mix on, play at gain G (a short ramp leads there)\n"
+    "\n"
+    "Examples:\n"
+    "  streamproxy mix music.ogg@gain=-6dB voice.wav@start=3 -o out.wav\n"
+    "  streamproxy mix music.flac@volume=3s:0.2,volume=8s:1 voice.wav@start=3 --rate 44100 -o "
+    "o.flac\n"
+    "\n"
+    "Exit codes: 0 done; 1 a file, the library or the disk failed; 2 wrong usage;\n"
+    "130 Ctrl-C and 143 SIGTERM, with what was mixed until then in a valid file.";
+
+}  // namespace
+
+MixCommand::MixCommand(CLI::App& program)
+    : mCommand(program.add_subcommand("mix", "Mix audio files into one")) {
+    mCommand->add_option("INPUT", mInputTexts, kInputHelp)->required();
+    mCommand->add_option("-o,--output", mOutputPath, "The mix: .wav, .flac, .aiff or .caf")
+        ->required();
+    mCommand
+        ->add_option("--rate", mRateHz,
+                     "Rate of the mix in Hz (default: the inputs' if they share one, else 48000)")
+        ->check(CLI::Range(4000, 768000));
+    mCommand->add_option("--format", mBits, "Sample format of the mix: 16 or 32 bits")
+        ->check(CLI::IsMember({16, 32}))
+        ->capture_default_str();
+    mCommand->add_option("--write-frames", mWriteFrames, "Frames in one write (default: 10 ms)")
+        ->check(CLI::Range(1, 65536));
+    mCommand->add_option("--loop", mLoopCount, "Play every input this many times")
+        ->check(CLI::Range(1, 1000000))
+        ->capture_default_str();
+    mCommand->add_flag("--realtime", mIsRealTime, "Take a second per second, as a sound card does");
+    mCommand->add_flag("--native", mIsNative,
+                       "Hand every file over in its own channels and sample format, although the "
+                       "library then shortens blocks where it also converts the rate");
+    mCommand->add_flag("--allow-truncated", mAllowTruncated, "Take what a damaged file still has");
+    mCommand->add_option("--properties", mPropertiesPath, "File of key=value lines to set first");
+    mCommand->add_option("--library", mLibraryPath, "The library to load");
+    mCommand->add_option("--log", mLogLevel, "The library's messages to show, from this level on")
+        ->check(CLI::IsMember(logLevels()))
+        ->capture_default_str();
+    mCommand->add_flag("--dump", mIsDumping, "Print the library's state once it mixes");
+    mCommand->add_flag("--quiet", mIsQuiet, "No progress and no summary");
+    mCommand->footer(kFooter);
+}
+
+ExitCode MixCommand::run() {
+    openInputs();
+    chooseRate();
+    checkOutput();
+    if (!mPropertiesPath.empty()) {
+        loadProperties(mPropertiesPath);
+    }
+    makeInputs();
+    setLogLevel(mLogLevel);
+    const Library library(mLibraryPath);
+    return mix(library);
+}
+
+void MixCommand::openInputs() {
+    for (const std::string& text : mInputTexts) {
+        mSpecs.push_back(InputSpec::parse(text));
+    }
+    for (const InputSpec& spec : mSpecs) {
+        mReaders.push_back(std::make_unique<AudioReader>(spec.path, mAllowTruncated));
+    }
+}
+
+void MixCommand::chooseRate() {
+    if (mRateHz != 0) {
+        return;
+    }
+    const uint32_t firstHz = mReaders.front()->rateHz();
+    const bool isShared = std::all_of(mReaders.begin(), mReaders.end(), [&](const auto& reader) {
+        return reader->rateHz() == firstHz;
+    });
+    mRateHz = isShared ? firstHz : kDefaultRateHz;
+}
+
+void MixCommand::checkOutput() const {
+    AudioWriter::check(mOutputPath, mRateHz, mBits);
+    for (const InputSpec& spec : mSpecs) {
+        std::error_code error;
+        if (std::filesystem::equivalent(spec.path, mOutputPath, error)) {
+            throw ToolError(mOutputPath + ": is also an input; give the mix another name with -o",
+                            EXIT_USAGE);
+        }
+    }
+}
+
+void MixCommand::makeInputs() {
+    std::vector<Handover> handovers;
+    for (const auto& reader : mReaders) {
+        handovers.emplace_back(Handover::Source{.rateHz = reader->rateHz(),
+                                                .channelCount = reader->channelCount(),
+                                                .fits16Bits = reader->fits16Bits()},
+                               mRateHz,
+                               Handover::Wishes{.isNative = mIsNative,
+                                                .bufferFrames = bufferFramesProperty(),
+                                                .writeFrames = mWriteFrames});
+    }
+    // Gains walk over a buffer's length. Where one starts below full, all inputs get silence to
+    // walk over in front, which is mixed and not written.
+    const bool hasGain = std::any_of(mSpecs.begin(), mSpecs.end(), [](const InputSpec& spec) {
+        return spec.gainAt(0.0) < 1.0f || spec.balance != 0.0f;
+    });
+    int64_t longestRamp = 0;
+    for (const Handover& handover : handovers) {
+        longestRamp = std::max(longestRamp, handover.bufferFrames);
+    }
+    const int64_t block = blockFrames(mRateHz);
+    mPreRollFrames = hasGain ? (longestRamp / block + 2) * block : 0;
+
+    for (size_t index = 0; index < mReaders.size(); ++index) {
+        const InputSpec& spec = mSpecs[index];
+        const double rateHz = mReaders[index]->rateHz();
+        const double silentSec = spec.startSec + static_cast<double>(mPreRollFrames) / mRateHz;
+        const FrameSource::Extent extent{
+            .silentFrames = std::llround(silentSec * rateHz),
+            .loopCount = spec.loopCount > 0 ? spec.loopCount : mLoopCount,
+            .maxFrames = spec.lengthSec < 0 ? -1 : std::llround(spec.lengthSec * rateHz)};
+        mInputs.push_back(
+            std::make_unique<MixInput>(spec, std::move(mReaders[index]), handovers[index], extent));
+    }
+}
+
+ExitCode MixCommand::mix(const Library& library) {
+    std::vector<MixInput*> inputs;
+    for (const auto& input : mInputs) {
+        inputs.push_back(input.get());
+    }
+    AudioWriter writer(mOutputPath, mRateHz, mBits);
+    // Streams whose chain gives less than it is asked for come first: what stands behind them in
+    // the mix is then asked for no more than that, and loses nothing.
+    std::vector<MixInput*> ordered = inputs;
+    std::stable_partition(ordered.begin(), ordered.end(),
+                          [](const MixInput* input) { return input->handover.deliversShort(); });
+    MixSession session(library, ordered, writer,
+                       {.rateHz = mRateHz,
+                        .bits = mBits,
+                        .isRealTime = mIsRealTime,
+                        .preRollFrames = mPreRollFrames});
+    MixReport report(
+        session, ordered,
+        {.path = mOutputPath, .rateHz = mRateHz, .bits = mBits, .preRollFrames = mPreRollFrames},
+        mIsQuiet);
+    Interrupt::install();
+    try {
+        session.start();
+        if (mIsDumping) {
+            session.dump(STDOUT_FILENO);
+        }
+        const FeedBoard::State state = waitForEnd(session, report);
+        session.stop();
+        if (state == FeedBoard::State::FAILED) {
+            throw ToolError(session.board().failure());
+        }
+        writer.finish();
+    } catch (const ToolError&) {
+        session.stop();
+        writer.abandon();
+        report.clearLine();
+        throw;
+    }
+    report.summary(writer.levels());
+    report.warnings();
+    const int signalNumber = Interrupt::signalNumber();
+    return signalNumber == 0        ? EXIT_OK
+           : signalNumber == SIGINT ? EXIT_INTERRUPTED
+                                    : EXIT_TERMINATED;
+}
+
+FeedBoard::State MixCommand::waitForEnd(MixSession& session, MixReport& report) const {
+    int64_t lastBlocks = -1;
+    auto lastChange = std::chrono::steady_clock::now();
+    for (;;) {
+        const FeedBoard::State state = session.board().waitForEnd(std::chrono::milliseconds(50));
+        if (state != FeedBoard::State::RUNNING || Interrupt::signalNumber() != 0) {
+            return state;
+        }
+        report.progress();
+        const auto now = std::chrono::steady_clock::now();
+        const int64_t blocks = session.cycle().blockCount();
+        if (blocks != lastBlocks || !session.board().isFed()) {
+            lastBlocks = blocks;
+            lastChange = now;
+        } else if (now - lastChange > kStallLimit) {
+            throw ToolError("the library has delivered nothing for " +
+                            std::to_string(kStallLimit.count()) +
+                            " s although every input is fed; see its log with --log debug");
+        }
+    }
+}
+
+}  // namespace android

@@ -1,0 +1,84 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <vector>
+
+#include "tools/streamproxy/AudioWriter.h"
+#include "tools/streamproxy/FeedBoard.h"
+#include "tools/streamproxy/Library.h"
+#include "tools/streamproxy/MixInput.h"
+
+namespace android {
+
+/**
+ * What the host does with each block that the library delivers: writes it, applies the gain
+ * changes that are due, pauses the inputs that are over, and holds the library back until every
+ * other input has the next block written.
+ *
+ * The mix takes the shortest input's frames and an open stream without data silences all, so the
+ * mixer must never get to a cycle for which something is missing.
+ * Threads: start() by the owner; onBlock() by the mixer thread, from then on; counts by any.
+ */
+class MixCycle {
+public:
+    struct Config {
+        uint32_t rateHz;
+        uint32_t bits;
+        bool isRealTime;
+        int64_t preRollFrames;  // mixed in front and not written: gains reach their start values
+    };
+
+    MixCycle(const Library& library, FeedBoard& board, std::vector<MixInput*> inputs,
+             AudioWriter& writer, const Config& config);
+
+    /** Sets the gains at the start and demands the first block. */
+    void start();
+    /** The frames of input `index` that must be written before the first block is mixed. */
+    int64_t firstDemand(size_t index) const;
+    /** The output callback; the cookie is this object. */
+    static int onBlock(void* cookie, void* buffer, size_t byteCount);
+
+    int64_t mixedFrames() const { return mMixedFrames.load(std::memory_order_relaxed); }
+    int64_t blockCount() const { return mBlockCount.load(std::memory_order_relaxed); }
+    int64_t shortBlockCount() const { return mShortBlockCount.load(std::memory_order_relaxed); }
+    /** At most this many frames were taken from input `index` in short blocks and not mixed. */
+    int64_t maxLostFrames(size_t index) const;
+    /** Frames of input `index`'s audio that the delivered blocks hold, at least. */
+    int64_t heardFrames(size_t index) const;
+
+private:
+    struct Voice {
+        MixInput* input = nullptr;
+        size_t nextGainChange = 0;
+        int64_t pulledFrames = 0;  // of a staged input: what its first stage has taken, at most
+        std::atomic<int64_t> endFrame{-1};      // of the mix, where it was paused
+        std::atomic<int64_t> maxLostFrames{0};  // of the mix's rate
+    };
+
+    void deliver(const void* buffer, int64_t frameCount);
+    void countShortBlock(int64_t frameCount);
+    void write(const void* buffer, int64_t frameCount);
+    void applyGains(Voice& voice);
+    void setGain(const Voice& voice, float gain);
+    bool pauseIfOver(size_t index);
+    void pause(size_t index);
+    void pauseAll();
+    int64_t nextDemand(Voice& voice) const;
+    void waitForInputs();
+    void pace();
+
+    const Library& mLibrary;
+    FeedBoard& mBoard;
+    AudioWriter& mWriter;
+    const Config mConfig;
+    const int64_t mBlockFrames;
+    std::vector<Voice> mVoices;
+    std::chrono::steady_clock::time_point mStartTime{};
+    std::atomic<int64_t> mMixedFrames{0};  // pre-roll included; the mixer thread alone writes
+    std::atomic<int64_t> mBlockCount{0};
+    std::atomic<int64_t> mShortBlockCount{0};
+};
+
+}  // namespace android

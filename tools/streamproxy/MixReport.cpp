@@ -1,0 +1,157 @@
+#include "tools/streamproxy/MixReport.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cinttypes>
+#include <cmath>
+#include <cstdio>
+
+namespace android {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds kRewriteInterval{250};
+constexpr std::chrono::milliseconds kLineInterval{10000};
+
+double secondsSince(Clock::time_point start) {
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+std::string decibels(double level) {
+    char text[32] = "-inf dBFS";
+    if (level > 0.0) {
+        snprintf(text, sizeof(text), "%.2f dBFS", 20.0 * std::log10(level));
+    }
+    return text;
+}
+
+}  // namespace
+
+MixReport::MixReport(MixSession& session, const std::vector<MixInput*>& inputs,
+                     const Output& output, bool isQuiet)
+    : mSession(session),
+      mInputs(inputs),
+      mOutput(output),
+      mIsQuiet(isQuiet),
+      mIsTerminal(isatty(STDERR_FILENO) != 0) {
+    if (!mIsTerminal) {
+        mNextLine = mStart + kLineInterval;
+    }
+    for (const MixInput* input : mInputs) {
+        const int64_t frames =
+            input->handover.mixFramesOf(input->promisedFrames()) - output.preRollFrames;
+        mTotalSec = std::max(mTotalSec, static_cast<double>(frames) / output.rateHz);
+    }
+}
+
+void MixReport::progress() {
+    if (mIsQuiet || Clock::now() < mNextLine) {
+        return;
+    }
+    mNextLine = Clock::now() + (mIsTerminal ? kRewriteInterval : kLineInterval);
+    const int64_t mixed =
+        std::max<int64_t>(mSession.cycle().mixedFrames() - mOutput.preRollFrames, 0);
+    const double doneSec = std::min(static_cast<double>(mixed) / mOutput.rateHz, mTotalSec);
+    fprintf(stderr, "%smixing %.1f of %.1f s, %.1f x real time%s", mIsTerminal ? "\r" : "", doneSec,
+            mTotalSec, doneSec / std::max(secondsSince(mStart), 1e-3), mIsTerminal ? "   " : "\n");
+    fflush(stderr);
+}
+
+void MixReport::clearLine() const {
+    if (mIsTerminal && !mIsQuiet) {
+        fprintf(stderr, "\r%60s\r", "");
+    }
+}
+
+void MixReport::summary(const AudioWriter::Levels& levels) const {
+    clearLine();
+    if (mIsQuiet) {
+        return;
+    }
+    for (size_t index = 0; index < mInputs.size(); ++index) {
+        inputLine(index);
+    }
+    const double audioSec = static_cast<double>(levels.frameCount) / mOutput.rateHz;
+    fprintf(stderr, "%s: %u Hz, %u-bit, stereo\n", mOutput.path.c_str(), mOutput.rateHz,
+            mOutput.bits);
+    fprintf(stderr, "  %" PRId64 " frames (%.3f s) in %" PRId64 " blocks, %" PRId64 " short\n",
+            levels.frameCount, audioSec, mSession.cycle().blockCount(),
+            mSession.cycle().shortBlockCount());
+    fprintf(stderr, "  peak %s, RMS %s, %" PRId64 " samples clipped\n",
+            decibels(levels.peak).c_str(), decibels(levels.rms()).c_str(), levels.clippedCount);
+    fprintf(stderr, "  %.1f x real time\n", audioSec / std::max(secondsSince(mStart), 1e-6));
+}
+
+void MixReport::inputLine(size_t index) const {
+    const MixInput& input = *mInputs[index];
+    const FeedBoard::Input state = mSession.board().input(index);
+    const int64_t written = std::clamp<int64_t>(state.writtenFrames - input.source.silentFrames(),
+                                                0, input.source.audioFramesRead());
+    fprintf(stderr, "%s: %s\n", input.spec.path.c_str(), input.reader->describe().c_str());
+    const auto& peaks = input.source.peaks();
+    const float peak = peaks.empty() ? 0.0f : *std::max_element(peaks.begin(), peaks.end());
+    const MixCycle& cycle = mSession.cycle();
+    fprintf(stderr,
+            "  %" PRId64 " frames written, %" PRId64 " heard%s, %" PRId64 " short writes, peak %s",
+            written, cycle.heardFrames(index), cycle.maxLostFrames(index) > 0 ? " at least" : "",
+            state.shortWriteCount, decibels(double{peak}).c_str());
+    if (input.source.clippedCount() > 0) {
+        fprintf(stderr, ", %" PRId64 " samples clipped", input.source.clippedCount());
+    }
+    fprintf(stderr, "\n");
+}
+
+void MixReport::warnings() const {
+    clearLine();
+    for (const MixInput* input : mInputs) {
+        if (input->reader->channelCount() > 2) {
+            fprintf(stderr,
+                    "streamproxy: warning: %s has %u channels; only the first two are heard\n",
+                    input->spec.path.c_str(), input->reader->channelCount());
+        }
+    }
+    if (mOutput.bits == 16) {
+        warnOfWrapping();
+    }
+    const MixCycle& cycle = mSession.cycle();
+    if (cycle.shortBlockCount() > 0) {
+        int64_t maxLostFrames = 0;
+        for (size_t index = 0; index < mInputs.size(); ++index) {
+            maxLostFrames += cycle.maxLostFrames(index);
+        }
+        fprintf(stderr,
+                "streamproxy: warning: %" PRId64 " of %" PRId64 " blocks came short; up to %" PRId64
+                " frames of the inputs are lost\n",
+                cycle.shortBlockCount(), cycle.blockCount(), maxLostFrames);
+    }
+}
+
+/** The library's 16-bit sums wrap around. What the inputs could reach together is known here. */
+void MixReport::warnOfWrapping() const {
+    const double preRollSec = static_cast<double>(mOutput.preRollFrames) / mOutput.rateHz;
+    std::vector<double> sums;
+    for (const MixInput* input : mInputs) {
+        const auto& peaks = input->source.peaks();
+        sums.resize(std::max(sums.size(), peaks.size()));
+        for (size_t window = 0; window < peaks.size(); ++window) {
+            const double timeSec =
+                static_cast<double>(window) / FrameSource::kPeaksPerSecond - preRollSec;
+            // A single stream is held to full scale; only sums go beyond.
+            sums[window] += std::min(double{peaks[window]} * input->spec.gainAt(timeSec), 1.0);
+        }
+    }
+    const auto first = std::find_if(sums.begin(), sums.end(), [](double sum) { return sum > 1.0; });
+    if (first != sums.end()) {
+        const double firstSec =
+            static_cast<double>(first - sums.begin()) / FrameSource::kPeaksPerSecond - preRollSec;
+        fprintf(stderr,
+                "streamproxy: warning: from %.1f s on, inputs that peak together can reach %s; "
+                "beyond 0 dBFS a 16-bit mix wraps around: lower gains, or use --format 32\n",
+                firstSec, decibels(*std::max_element(first, sums.end())).c_str());
+    }
+}
+
+}  // namespace android

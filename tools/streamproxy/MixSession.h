@@ -1,0 +1,63 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "tools/streamproxy/FeedBoard.h"
+#include "tools/streamproxy/Feeder.h"
+#include "tools/streamproxy/MixCycle.h"
+
+namespace android {
+
+/**
+ * One mix from the library's side: pipeline, streams, output and feeders, in the order that starts
+ * every input at frame 0 of the mix.
+ *
+ * Without an output no cycle runs, so all streams are filled first and the output comes last. The
+ * mixing configuration is there before the streams, by an output that hears nothing and goes
+ * again: streams that are configured once keep the gains that are set on them before the start.
+ * Threads: one (the owner); the feeders and the mixer thread work inside.
+ */
+class MixSession {
+public:
+    struct Config {
+        uint32_t rateHz;
+        uint32_t bits;
+        bool isRealTime;
+        int64_t preRollFrames;
+    };
+
+    MixSession(const Library& library, const std::vector<MixInput*>& inputs, AudioWriter& writer,
+               const Config& config);
+    /** Ends the mix if it runs, and gives everything back to the library. */
+    ~MixSession();
+    MixSession(const MixSession&) = delete;
+    MixSession& operator=(const MixSession&) = delete;
+
+    /** Creates and fills the streams, then lets the library mix. Throws ToolError. */
+    void start();
+    /** Stops feeders and mixing; counts stay readable. */
+    void stop();
+    /** Writes the library's own account of its state. */
+    void dump(int fd) const;
+
+    FeedBoard& board() { return mBoard; }
+    const MixCycle& cycle() const { return mCycle; }
+
+private:
+    void fixMixConfig();
+    void createStream(MixInput& input) const;
+    void registerOutput();
+
+    const Library& mLibrary;
+    const std::vector<MixInput*> mInputs;
+    const Config mConfig;
+    audio_proxy_config_t mMixConfig{};
+    audio_proxy_pipeline_t* mPipeline = nullptr;
+    FeedBoard mBoard;
+    MixCycle mCycle;
+    std::vector<std::unique_ptr<Feeder>> mFeeders;
+    bool mHasOutput = false;
+};
+
+}  // namespace android
