@@ -10,6 +10,7 @@
 #include "interface/streamproxy.h"
 #include "pipeline/AudioPipeline.h"
 #include "stream/AudioStream.h"
+#include "stream/TunnelStream.h"
 #include "utils/Mutex.h"
 #include "utils/Vector.h"
 
@@ -19,6 +20,7 @@ using android::CallbackScope;
 using android::Mutex;
 using android::OutputWrapper;
 using android::sp;
+using android::TunnelStream;
 using android::Vector;
 
 namespace {
@@ -199,15 +201,15 @@ audio_proxy_stream_t* create_audio_proxy_stream(const audio_proxy_config_t* conf
                             config->format);
         return nullptr;
     }
+    const auto flags = static_cast<audio_output_flags_t>(config->flags);
+    sp<AudioStream> stream;
     if ((config->flags & AUDIO_OUTPUT_FLAG_HW_AV_SYNC) != 0) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "%s, hardware AV sync is not supported yet",
-                            __func__);
-        return nullptr;
+        stream = new TunnelStream(config->sample_rate, format, config->channel_mask, flags,
+                                  static_cast<uint32_t>(frameCount));
+    } else {
+        stream = new AudioStream(config->sample_rate, format, config->channel_mask, flags,
+                                 static_cast<size_t>(static_cast<ssize_t>(frameCount)));
     }
-    const sp<AudioStream> stream(
-        new AudioStream(config->sample_rate, format, config->channel_mask,
-                        static_cast<audio_output_flags_t>(config->flags),
-                        static_cast<size_t>(static_cast<ssize_t>(frameCount))));
     const Mutex::Autolock lock(gLock);
     const sp<AudioPipeline> pipeline = gPipeline.get();
     if (pipeline == nullptr) {

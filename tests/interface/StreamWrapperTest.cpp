@@ -117,8 +117,7 @@ TEST_F(StreamWrapperTest, RefusesStreamsItCanNotMix) {
     const audio_proxy_config_t hostile[] = {{48000, 0x01000000, 3, 0}, {48000, 0, 3, 0},
                                             {48000, 5, 3, 0},          {0, 1, 3, 0},
                                             {48000, 1, 0, 0},          {48000, 1, 0xFFFFFFFF, 0},
-                                            {0xFFFFFFFF, 1, 3, 0},     {48000, 0xFFFFFFFF, 3, 0},
-                                            {48000, 1, 3, 0x40}};
+                                            {0xFFFFFFFF, 1, 3, 0},     {48000, 0xFFFFFFFF, 3, 0}};
     for (const auto& config : hostile) {
         EXPECT_EQ(nullptr, create_audio_proxy_stream(&config));
     }
@@ -142,6 +141,16 @@ TEST_F(StreamWrapperTest, AnswersNullHandlesWithEinval) {
     EXPECT_EQ(static_cast<uint32_t>(-EINVAL), audio_proxy_stream_get_latency(nullptr));
     EXPECT_EQ(-EINVAL, audio_proxy_stream_dump(nullptr, 1));
     EXPECT_EQ(-EINVAL, destroy_audio_proxy_stream(nullptr));
+}
+
+TEST_F(StreamWrapperTest, MakesATunnelStreamForHardwareAvSync) {
+    const audio_proxy_config_t config = {48000, 1, 3, 0x40};
+    audio_proxy_stream_t* const stream = create_audio_proxy_stream(&config);
+    ASSERT_NE(nullptr, stream);
+    EXPECT_EQ(0, audio_proxy_stream_set_downstream_latency(stream, 10, 0));
+    EXPECT_EQ(0, audio_proxy_pipeline_set_parameters(mPipeline, "set_audio_delay=-20"));
+    EXPECT_EQ(6, audio_proxy_stream_write(stream, "nonsense", 6));  // no header: skipped
+    EXPECT_EQ(0, destroy_audio_proxy_stream(stream));
 }
 
 TEST_F(StreamWrapperTest, SizesTheBufferByThePropertyForEachStreamAnew) {

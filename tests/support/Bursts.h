@@ -16,22 +16,20 @@ inline void appendBigEndian(Bytes& bytes, uint64_t value, size_t byteCount) {
     }
 }
 
-/** A burst's header as it goes over the wire. */
+/** A header of version 2 as it goes over the wire; the extension only of offsets below 4096. */
 struct Header {
     uint64_t ptsNs = 0;
     uint32_t burstByteCount = 0;
-    uint32_t magic = 0x55550002;  // its last digit is the version
-    uint32_t payloadOffset = 20;  // version 2 only; up to 4095, that many bytes come
+    uint32_t magic = 0x55550002;
+    uint32_t payloadOffset = 20;
 
     Bytes bytes() const {
         Bytes wire;
         appendBigEndian(wire, magic, 4);
         appendBigEndian(wire, burstByteCount, 4);
         appendBigEndian(wire, ptsNs, 8);
-        if ((magic & 0xFFFF) == 2) {
-            appendBigEndian(wire, payloadOffset, 4);
-            wire.resize(payloadOffset > 20 && payloadOffset < 4096 ? payloadOffset : 20, 0x55);
-        }
+        appendBigEndian(wire, payloadOffset, 4);
+        wire.resize(payloadOffset > 20 && payloadOffset < 4096 ? payloadOffset : 20, 0x55);
         return wire;
     }
 };

@@ -1,0 +1,211 @@
+#include "hwsync/HwSyncBurstParser.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include "android/log.h"
+
+namespace android {
+
+namespace {
+
+constexpr const char* kTag = "hwsync_parser";
+
+}  // namespace
+
+HwSyncBurstParser::HwSyncBurstParser(const sp<HwSyncHeaderBase>& header) : mHeader(header) {}
+
+HwSyncBurstParser::~HwSyncBurstParser() = default;
+
+int HwSyncBurstParser::registerObserver(const sp<HwSyncBurstObserver>& observer) {
+    if (observer == nullptr) {
+        return -EINVAL;
+    }
+    const Mutex::Autolock turn(mTurnstile);
+    const Mutex::Autolock lock(mLock);
+    if (std::find(mObservers.begin(), mObservers.end(), observer) == mObservers.end()) {
+        mObservers.add(observer);
+    }
+    return 0;
+}
+
+int HwSyncBurstParser::unregisterObserver(const sp<HwSyncBurstObserver>& observer) {
+    if (observer == nullptr) {
+        return -EINVAL;
+    }
+    const Mutex::Autolock turn(mTurnstile);
+    const Mutex::Autolock lock(mLock);
+    for (size_t i = 0; i < mObservers.size(); ++i) {
+        if (mObservers[i] == observer) {
+            mObservers.removeAt(i);
+            return 0;
+        }
+    }
+    return -EINVAL;
+}
+
+int HwSyncBurstParser::parse(const void* data, unsigned long byteCount) {
+    // Nothing writes through this: the steps are shared with the header's parse().
+    auto* position = static_cast<char*>(const_cast<void*>(data));
+    int remaining = static_cast<int>(byteCount);
+    int total = 0;
+    while (remaining > 0) {
+        if (mResetRequested.load(std::memory_order_relaxed)) {
+            mResetRequested.store(false, std::memory_order_relaxed);
+            endBurst_l();
+        }
+        const int consumed = parse_l(position, static_cast<unsigned long>(remaining));
+        if (consumed < 0) {
+            total = consumed;
+            break;
+        }
+        position += consumed;
+        total += consumed;
+        remaining -= consumed;
+    }
+    if (total < 0 || static_cast<unsigned long>(total) != byteCount) {
+        __android_log_print(ANDROID_LOG_WARN, kTag,
+                            "%s,  parsed burst size is %d, not equal to original %u", __func__,
+                            total, static_cast<unsigned int>(byteCount));
+    }
+    return total;
+}
+
+void HwSyncBurstParser::reset() {
+    mResetRequested.store(true, std::memory_order_relaxed);
+}
+
+int HwSyncBurstParser::parse_l(void* data, unsigned long byteCount) {
+    if (data == nullptr) {
+        return -EINVAL;
+    }
+    switch (mState) {
+        case STATE_FIND_HEADER:
+            return findHeader_l(data, byteCount);
+        case STATE_READ_HEADER:
+            if (!mHeader->isHeaderEnded()) {
+                return parseHeader_l(data, byteCount);
+            }
+            mState = STATE_READ_BODY;
+            return 0;
+        case STATE_READ_BODY:
+            if (!isBodyEnd_l()) {
+                return parseBody_l(data, byteCount);
+            }
+            endBurst_l();
+            return 0;
+        default:
+            __android_log_print(ANDROID_LOG_ERROR, kTag, "%s, Unrecognized state %d", __func__,
+                                static_cast<int>(mState));
+            mState = STATE_FIND_HEADER;
+            return 0;
+    }
+}
+
+int HwSyncBurstParser::findHeader_l(void* data, unsigned long byteCount) {
+    const auto* bytes = static_cast<const char*>(data);
+    char window[HwSyncHeldBytes::kWindowByteCount];
+    const size_t windowByteCount = mHeldBytes.peek(bytes, byteCount, window);
+    if (windowByteCount < sizeof(window)) {
+        if (mHeader->mayBeginHwSyncHeader(window, windowByteCount)) {
+            mHeldBytes.append(bytes, byteCount);
+            return static_cast<int>(byteCount);
+        }
+    } else if (mHeader->isHwSyncHeader(window)) {
+        mState = STATE_READ_HEADER;
+        if (!mHeldBytes.isEmpty()) {
+            mHeader->parse(mHeldBytes.data(), mHeldBytes.byteCount());
+            mHeldBytes.clear();
+        }
+        const int consumed = parseHeader_l(data, byteCount);
+        stopRecordGarbage();
+        return consumed;
+    }
+    startRecordGarbage(1);
+    // A held byte was consumed by the write that brought it.
+    return mHeldBytes.dropFirst() ? 0 : 1;
+}
+
+int HwSyncBurstParser::parseHeader_l(void* data, unsigned long byteCount) {
+    const int consumed = mHeader->parse(data, byteCount);
+    if (mHeader->isHeaderEnded()) {
+        announceHeader_l();
+    }
+    return consumed;
+}
+
+void HwSyncBurstParser::announceHeader_l() {
+    letControlIn();
+    const Mutex::Autolock lock(mLock);
+    mBurstSize = mHeader->mBurstSize;
+    for (const sp<HwSyncBurstObserver>& observer : mObservers) {
+        observer->onBurstHeaderParsed(mHeader->mMode, mHeader->mBurstSize, mHeader->mTimestamp);
+    }
+}
+
+int HwSyncBurstParser::parseBody_l(void* data, unsigned long byteCount) {
+    const auto available = static_cast<uint64_t>(getAvailableBufferLength_l());
+    if (available == 0) {
+        // Its end can't be counted to: the next header is found by its magic.
+        endBurst_l();
+        return 0;
+    }
+    const uint64_t delivered = std::min<uint64_t>(byteCount, available);
+    letControlIn();
+    const Mutex::Autolock lock(mLock);
+    for (const sp<HwSyncBurstObserver>& observer : mObservers) {
+        observer->onBurstPayloadParsed(data, delivered);
+    }
+    mPayloadLength += delivered;
+    return static_cast<int>(delivered);
+}
+
+int64_t HwSyncBurstParser::getAvailableBufferLength_l() const {
+    if (mBurstSize == 0) {
+        __android_log_print(ANDROID_LOG_WARN, kTag, "%s, Hw Sync burst size is not acquired yet",
+                            __func__);
+        return 0;
+    }
+    const auto available = static_cast<int32_t>(mBurstSize - mPayloadLength);
+    if (available < 0) {
+        __android_log_print(ANDROID_LOG_WARN, kTag,
+                            "%s, abnormal burst length, mBurstSize %d, mPayloadLength %d", __func__,
+                            static_cast<int>(mBurstSize), static_cast<int>(mPayloadLength));
+        return 0;
+    }
+    return available;
+}
+
+void HwSyncBurstParser::endBurst_l() {
+    mState = STATE_FIND_HEADER;
+    mHeader->reset();
+    mHeldBytes.clear();
+    resetBody_l();
+}
+
+void HwSyncBurstParser::resetBody_l() {
+    mBurstSize = 0;
+    mPayloadLength = 0;
+}
+
+void HwSyncBurstParser::startRecordGarbage(unsigned long byteCount) {
+    if (mGarbageSize == 0) {
+        __android_log_print(ANDROID_LOG_WARN, kTag, "%s, garbage data is received", __func__);
+    }
+    mGarbageSize += byteCount;
+}
+
+void HwSyncBurstParser::stopRecordGarbage() {
+    if (mGarbageSize != 0) {
+        __android_log_print(ANDROID_LOG_WARN, kTag,
+                            "%s, parser is back to normal, totally %d garbage bytes are received",
+                            __func__, static_cast<int>(mGarbageSize));
+    }
+    mGarbageSize = 0;
+}
+
+void HwSyncBurstParser::letControlIn() {
+    const Mutex::Autolock turn(mTurnstile);
+}
+
+}  // namespace android

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "hwsync/HwSyncPolicy.h"
+
+namespace android {
+
+/**
+ * Tolerates a lead of audio or of video up to a threshold, corrects it up to an upper bound and
+ * anchors the clock anew beyond that. After a start it waits for the first timestamp that is not
+ * below the latency, and anchors the clock there.
+ *
+ * Properties, in ms, read once by the constructor:
+ *   vendor.audio.hwsync.alead.threshold (300)   vendor.audio.hwsync.alead.upper (1000)
+ *   vendor.audio.hwsync.vlead.threshold (100)   vendor.audio.hwsync.vlead.upper (1000)
+ */
+class HwSyncDefaultPolicy : public HwSyncPolicy {
+public:
+    HwSyncDefaultPolicy();
+
+    void setFirstPts() override;
+    void setLatency(unsigned long latencyNs) override;
+    int determine(unsigned long audioPtsNs, unsigned long syncPtsNs, long& durationMs) override;
+    /** Stores the property's value; without one `valueMs` stays. What is no number counts as 0, and
+     *  a negative one as a bound that nothing reaches. */
+    virtual void getAVSyncParameter(const char* property, unsigned long& valueMs);
+
+private:
+    /** The decision for a burst at `ptsMs` while a start is pending. */
+    int start(uint64_t ptsMs);
+
+    // A new start is pending. Set release, after the latency that caused it; taken acquire before
+    // that latency is read, so that a start requested meanwhile is never lost.
+    std::atomic<bool> mFirstPts{false};
+    std::atomic<uint64_t> mAudioLatencyMs{0};
+    unsigned long mAudioLeadingUpperBound = 1000;  // ms; these four are fixed by the constructor
+    unsigned long mAudioLeadingThresthold = 300;
+    unsigned long mVideoLeadingUpperBound = 1000;
+    unsigned long mVideoLeadingThresthold = 100;
+};
+
+}  // namespace android

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstdlib>
+
+#include "hwsync/HwSyncHeaderBase.h"
+
+namespace android {
+
+/** A header of version 1: the shared fields and nothing else, 16 bytes. */
+class HwSyncHeaderV1 : public HwSyncHeaderBase {
+public:
+    explicit HwSyncHeaderV1(Allocate allocate = calloc);
+    ~HwSyncHeaderV1() override;
+
+    bool isHeaderEnded() const override;
+    /** The decoded fields keep their values. */
+    void reset() override;
+    int parse(void* data, unsigned long byteCount) override;
+
+private:
+    static constexpr uint32_t kHeaderByteCount = 16;
+
+    char* const mHeaderBuf;  // null: nothing can be taken
+};
+
+}  // namespace android

@@ -1,0 +1,68 @@
+#include "hwsync/HwSyncHeaderV2.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "android/log.h"
+
+namespace android {
+
+namespace {
+
+constexpr const char* kTag = "hwsync_parser";
+
+}  // namespace
+
+HwSyncHeaderV2::HwSyncHeaderV2(Allocate allocate)
+    : HwSyncHeaderBase(0x55550002, 0x66660002, kFixedByteCount),
+      mHeaderBuf(static_cast<char*>(allocate(1, kFixedByteCount))) {
+    if (mHeaderBuf == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "%s, fail to calloc", __func__);
+    }
+}
+
+HwSyncHeaderV2::~HwSyncHeaderV2() {
+    free(mHeaderBuf);
+}
+
+bool HwSyncHeaderV2::isHeaderEnded() const {
+    return mReceivedSize >= mHeaderSize;
+}
+
+void HwSyncHeaderV2::reset() {
+    mBurstSize = 0;
+    mTimestamp = 0;
+    mHeaderSize = mFixedHeaderSize;
+    mReceivedSize = 0;
+}
+
+int HwSyncHeaderV2::parse(void* data, unsigned long byteCount) {
+    const int taken = countUsable(mHeaderBuf, byteCount);
+    if (taken < 1) {
+        return -1;
+    }
+    if (mReceivedSize < mFixedHeaderSize) {
+        memcpy(mHeaderBuf + mReceivedSize, data,
+               std::min(static_cast<uint32_t>(taken), mFixedHeaderSize - mReceivedSize));
+    }
+    mReceivedSize += static_cast<uint32_t>(taken);
+    if (mReceivedSize >= mFixedHeaderSize) {
+        readPayloadOffset();
+    }
+    if (isHeaderEnded()) {
+        decode(mHeaderBuf);
+    }
+    return taken;
+}
+
+void HwSyncHeaderV2::readPayloadOffset() {
+    const uint32_t payloadOffset = convertInt32(mHeaderBuf + 16);
+    if (payloadOffset < mFixedHeaderSize) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "%s, the payload offset(%u) is invalid ",
+                            "parse", payloadOffset);
+        return;
+    }
+    mHeaderSize = payloadOffset;
+}
+
+}  // namespace android

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdlib>
+
+#include "hwsync/HwSyncHeaderBase.h"
+
+namespace android {
+
+/**
+ * A header of version 2. Behind the shared fields:
+ *
+ *     offset  bytes
+ *         16      4  payload offset: the whole header's length, 20 or more
+ *         20    ...  extension up to the payload offset, taken and discarded
+ *
+ * Invariant: mReceivedSize <= mHeaderSize, and mHeaderSize is 20 until the offset has been read;
+ * so no offset makes the count of an endless extension wrap.
+ */
+class HwSyncHeaderV2 : public HwSyncHeaderBase {
+public:
+    explicit HwSyncHeaderV2(Allocate allocate = calloc);
+    ~HwSyncHeaderV2() override;
+
+    bool isHeaderEnded() const override;
+    /** The mode keeps its value. */
+    void reset() override;
+    int parse(void* data, unsigned long byteCount) override;
+
+private:
+    static constexpr uint32_t kFixedByteCount = 20;
+
+    void readPayloadOffset();
+
+    const uint32_t mFixedHeaderSize = kFixedByteCount;  // bytes that are stored
+    char* const mHeaderBuf;                             // null: nothing can be taken
+};
+
+}  // namespace android

@@ -1,0 +1,13 @@
+#pragma once
+
+/** What every parser of a tunnel stream's bytes is known by. */
+class hw_sync_parser_t {
+public:
+    virtual ~hw_sync_parser_t() = default;
+
+    hw_sync_parser_t(const hw_sync_parser_t&) = delete;
+    hw_sync_parser_t& operator=(const hw_sync_parser_t&) = delete;
+
+protected:
+    hw_sync_parser_t() = default;
+};

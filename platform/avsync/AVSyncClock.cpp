@@ -1,0 +1,168 @@
+#include "avsync/AVSyncClock.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <map>
+#include <mutex>
+
+namespace android {
+
+namespace {
+
+constexpr size_t kMaxRecords = 65536;
+constexpr double kMaxDriftPpm = 1e6;  // standing still, or twice as fast
+
+nsecs_t monotonicNow() {
+    return systemTime(SYSTEM_TIME_MONOTONIC);
+}
+
+/** Clocks by id. A clock takes itself out when it dies, under the same lock that hands it out. */
+struct ClockRegistry {
+    std::mutex lock;
+    std::map<uint32_t, sp<AVSyncClock>> clocks;
+};
+
+ClockRegistry& registry() {
+    static ClockRegistry instance;
+    return instance;
+}
+
+std::atomic<int> gRefusal{0};
+std::atomic<AVSyncClock::TimeSource> gTimeSource{&monotonicNow};
+
+}  // namespace
+
+AVSyncClock::AVSyncClock(uint32_t hwSyncId, TimeSource now) : mId(hwSyncId), mNow(now) {}
+
+AVSyncClock::~AVSyncClock() = default;
+
+sp<AVSyncClock> AVSyncClock::forId(uint32_t hwSyncId) {
+    ClockRegistry& all = registry();
+    const std::lock_guard<std::mutex> lock(all.lock);
+    // Clocks that only the registry holds are nobody's any more.
+    std::erase_if(all.clocks, [hwSyncId](const auto& entry) {
+        return entry.first != hwSyncId && entry.second->getStrongCount() == 1;
+    });
+    sp<AVSyncClock>& clock = all.clocks[hwSyncId];
+    if (clock == nullptr || clock->getStrongCount() == 1) {
+        clock = new AVSyncClock(hwSyncId, gTimeSource.load());
+    }
+    return clock;
+}
+
+void AVSyncClock::refuseBridges(int status) {
+    gRefusal.store(status);
+}
+
+int AVSyncClock::refusal() {
+    return gRefusal.load();
+}
+
+void AVSyncClock::setTimeSource(TimeSource source) {
+    gTimeSource.store(source != nullptr ? source : &monotonicNow);
+}
+
+uint64_t AVSyncClock::positionNs_l() const {
+    if (!mAnchored || mPaused) {
+        return mAnchorNs;
+    }
+    const auto elapsedNs = static_cast<double>(std::max<nsecs_t>(mNow() - mAnchorTimeNs, 0));
+    // The drift apart from the whole: a double holds the elapsed ns of three months exactly.
+    return mAnchorNs + static_cast<uint64_t>(elapsedNs + elapsedNs * mDriftPpm / 1e6);
+}
+
+void AVSyncClock::anchor_l(uint64_t positionNs) {
+    mAnchorNs = positionNs;
+    mAnchorTimeNs = mNow();
+    mAnchored = true;
+}
+
+uint64_t AVSyncClock::positionNs() {
+    const Mutex::Autolock lock(mLock);
+    return positionNs_l();
+}
+
+void AVSyncClock::setPositionNs(uint64_t positionNs) {
+    const Mutex::Autolock lock(mLock);
+    anchor_l(positionNs);
+}
+
+void AVSyncClock::jumpNs(int64_t deltaNs) {
+    const Mutex::Autolock lock(mLock);
+    if (!mAnchored) {
+        return;
+    }
+    const uint64_t positionNs = positionNs_l();
+    const uint64_t backNs = deltaNs < 0 ? uint64_t{0} - static_cast<uint64_t>(deltaNs) : 0;
+    anchor_l(deltaNs >= 0 ? positionNs + static_cast<uint64_t>(deltaNs)
+                          : positionNs - (backNs < positionNs ? backNs : positionNs));
+}
+
+void AVSyncClock::setDriftPpm(double ppm) {
+    const Mutex::Autolock lock(mLock);
+    if (mAnchored) {
+        anchor_l(positionNs_l());
+    }
+    mDriftPpm = std::isfinite(ppm) ? std::clamp(ppm, -kMaxDriftPpm, kMaxDriftPpm) : 0;
+}
+
+void AVSyncClock::pause() {
+    const Mutex::Autolock lock(mLock);
+    mAnchorNs = positionNs_l();
+    mPaused = true;
+}
+
+void AVSyncClock::resume() {
+    const Mutex::Autolock lock(mLock);
+    if (mPaused) {
+        mPaused = false;
+        mAnchorTimeNs = mNow();
+    }
+}
+
+void AVSyncClock::clear() {
+    const Mutex::Autolock lock(mLock);
+    mAnchored = false;
+    mPaused = false;
+    mAnchorNs = 0;
+}
+
+bool AVSyncClock::isRunning() {
+    const Mutex::Autolock lock(mLock);
+    return mAnchored && !mPaused;
+}
+
+void AVSyncClock::setLatencyNs(uint64_t latencyNs) {
+    const Mutex::Autolock lock(mLock);
+    mLatencyNs = latencyNs;
+}
+
+uint64_t AVSyncClock::latencyNs() {
+    const Mutex::Autolock lock(mLock);
+    return mLatencyNs;
+}
+
+void AVSyncClock::record(AVSyncCall call, uint64_t valueNs) {
+    const Mutex::Autolock lock(mLock);
+    const AVSyncRecord entry = {.timeNs = mNow(), .call = call, .valueNs = valueNs};
+    if (mRecords.size() < kMaxRecords) {
+        mRecords.push_back(entry);
+    } else {
+        mRecords[mOldest] = entry;
+        mOldest = (mOldest + 1) % kMaxRecords;
+    }
+}
+
+std::vector<AVSyncRecord> AVSyncClock::takeRecords() {
+    const Mutex::Autolock lock(mLock);
+    std::vector<AVSyncRecord> records(mRecords.begin() + static_cast<ptrdiff_t>(mOldest),
+                                      mRecords.end());
+    records.insert(records.end(), mRecords.begin(),
+                   mRecords.begin() + static_cast<ptrdiff_t>(mOldest));
+    mRecords.clear();
+    mOldest = 0;
+    return records;
+}
+
+}  // namespace android

@@ -1,0 +1,96 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <thread>
+
+#include "avsync/AVSyncBridge.h"
+#include "hwsync/HwSyncBurstObserver.h"
+#include "hwsync/HwSyncBurstParser.h"
+#include "hwsync/HwSyncPolicy.h"
+#include "stream/AudioStream.h"
+#include "stream/FrameCarry.h"
+#include "utils/Mutex.h"
+
+namespace android {
+
+/**
+ * A stream whose writes carry HW-sync bursts: a header with a timestamp, then PCM. The headers are
+ * stripped; each lets the policy compare its timestamp with the AV-sync clock and re-anchor the
+ * clock, insert silence or drop audio. Everything behind the input buffer is the plain stream's.
+ *
+ * Threads: one writer at a time; any thread may control. While the stream is open its parser holds
+ * a reference to it; close() ends that. Locks:   mLifecycle, the parser's lock, mBridgeLock;
+ * mParameters, mLatency, mBridgeLock. A parser callback, which runs under the parser's lock, takes
+ * only mBridgeLock and what a plain write takes.
+ */
+class TunnelStream : public AudioStream, public HwSyncBurstObserver {
+public:
+    /** As AudioStream's. Makes no bridge; the "hw_av_sync" parameter does. */
+    TunnelStream(uint32_t sampleRate, audio_format_t format, uint32_t channelMask,
+                 audio_output_flags_t flags, uint32_t bufferFrameCount);
+    ~TunnelStream() override;
+
+    /** 0; -EINVAL: a negative offset of more than the latency, nothing is stored. */
+    int setDownstreamLatency(unsigned long latencyMs, long offsetMs) override;
+    int setDownstreamLatencyOffset(long offsetMs) override;
+    /** "hw_av_sync": the id of the clock; makes a bridge unless there is one of that id. 0. */
+    int setParameters(const char* keyValuePairs) override;
+
+    /** -ENOSYS: the parser refuses. Waits for a parser callback in progress, as close() does. */
+    int open() override;
+    int pause() override;
+    int resume() override;
+    int flush() override;
+    int close() override;
+    /** The bytes parsed, normally all; payload that found no room in time is not reported. */
+    int write(const void* data, size_t byteCount) override;
+
+    int onBurstHeaderParsed(hw_sync_mode_t mode, unsigned int burstByteCount,
+                            unsigned long ptsNs) override;
+    int onBurstPayloadParsed(const void* data, unsigned long byteCount) override;
+
+    /** `onlyIfChanged`: tells nobody when neither the pair nor its sum changes. */
+    int setLatency(unsigned long latencyMs, long offsetMs, bool onlyIfChanged);
+    /** Writes silence ahead of what is parsed next. Whole frames. Writer's thread. */
+    void fill(unsigned long durationMs);
+    /** Discards that much of the payload that is parsed next, instead of what is still to be
+     *  discarded. Whole frames. Writer's thread. */
+    void drop(unsigned long durationMs);
+    void updateMode(hw_sync_mode_t mode);
+
+private:
+    /** Marks the writer's thread as being inside a parser callback. */
+    class CallbackScope;
+
+    sp<BridgeHalHidl> bridge() const EXCLUDES(mBridgeLock);
+    int setLatency_l(unsigned long latencyMs, long offsetMs, bool onlyIfChanged) REQUIRES(mLatency);
+    int startPlaying();
+    void writePayload(const uint8_t* data, size_t byteCount);
+    void writeFrames(const uint8_t* data, size_t byteCount);
+
+    // The writer's thread alone.
+    hw_sync_mode_t mHwSyncMode = HW_SYNC_MODE_AV_SYNC;
+    uint64_t mDropBytes = 0;
+    FrameCarry mCarry;
+
+    bool mObserverRegistered GUARDED_BY(mLifecycle) = false;
+    const sp<HwSyncBurstParser> mParser;
+    const std::unique_ptr<HwSyncPolicy> mPolicy;
+    const sp<AVSyncBridgeFactoryHalHidl> mBridgeFactory;
+    sp<BridgeHalHidl> mBridge GUARDED_BY(mBridgeLock);
+    uint64_t mLatencyMs GUARDED_BY(mLatency) = 0;
+    int64_t mLatencyOffsetMs GUARDED_BY(mLatency) = 0;
+
+    Mutex mLifecycle;           // open against close
+    Mutex mParameters;          // one bridge is made at a time
+    Mutex mLatency;             // the pair, and the order in which policy and bridge are told
+    mutable Mutex mBridgeLock;  // the pointer, never held during a call of the bridge
+    std::atomic<bool> mRestarted{
+        false};  // any thread sets it: the carried bytes belong to the past
+    std::atomic<std::thread::id> mCallbackThread{};  // the writer's own mark; orders nothing
+};
+
+}  // namespace android
