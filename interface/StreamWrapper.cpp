@@ -38,10 +38,10 @@ public:
     /** Releases the pipeline, unless the process ends from inside a callback: the worker can't wait
      *  for itself, and leaves what it uses to the system. */
     ~PipelineSlot() {
-        if (CallbackScope::isActive()) {
-            const Mutex::Autolock lock(mLock);
-            [[maybe_unused]] static sp<AudioPipeline>& abandoned =
-                *new sp<AudioPipeline>(mPipeline);
+        const Mutex::Autolock lock(mLock);
+        if (CallbackScope::isActive() && mPipeline != nullptr) {
+            mPipeline->incStrong(this);
+            sAbandoned = mPipeline.get();
         }
     }
     PipelineSlot(const PipelineSlot&) = delete;
@@ -59,6 +59,8 @@ public:
     }
 
 private:
+    static inline volatile AudioPipeline* sAbandoned = nullptr;  // for whoever counts leaks
+
     Mutex mLock;
     sp<AudioPipeline> mPipeline GUARDED_BY(mLock);
 };

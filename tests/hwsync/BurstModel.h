@@ -14,8 +14,8 @@ struct BurstEvent {
     bool operator==(const BurstEvent& other) const = default;
 };
 
-/** What is to be heard of a stream, told from the whole of it at once. Each run() starts a search
- *  of its own; only the count of skipped bytes goes on. */
+// What is to be heard of a stream, told from the whole of it at once. Each run() starts a search
+// of its own; only the count of skipped bytes goes on.
 struct BurstModel {
     std::vector<BurstEvent> events;
     std::vector<std::string> garbageLog;
@@ -35,7 +35,7 @@ struct BurstModel {
     }
 
 private:
-    /** Whether the one is the other's beginning, whichever is shorter. */
+    // Whether the one is the other's beginning, whichever is shorter.
     static bool begins(const Bytes& bytes, const Bytes& magic) {
         const size_t common = std::min(magic.size(), bytes.size());
         return std::equal(bytes.data(), bytes.data() + common, magic.data());
@@ -44,7 +44,7 @@ private:
         return byteCount == 0 ? 0 : number(bytes, byteCount - 1) * 256 + bytes[byteCount - 1];
     }
 
-    /** The bytes that belong to the burst at the beginning of `rest`. */
+    // The bytes that belong to the burst at the beginning of `rest`.
     size_t burst(const Bytes& rest) {
         if (skipped > 0) {
             garbageLog.push_back("stopRecordGarbage, parser is back to normal, totally " +

@@ -48,8 +48,7 @@ TEST(HwSyncDefaultPolicy, CorrectsBetweenItsBoundsToTheMillisecond) {
     constexpr int64_t kLastMs = 18'446'744'073'709;  // with 551,615 ns more, the last of 64 bits
     const std::pair<Texts, Bounds> cases[] = {
         {{"", "", "", ""}, {300, 1000, 100, 1000}},
-        {{"20", "40", "5", "50"}, {20, 40, 5, 50}},
-        {{"500", "400", "60", "60"}, {500, 400, 60, 60}},  // no room between the bounds
+        {{"500", "400", "5", "50"}, {500, 400, 5, 50}},  // no room between audio's bounds
         {{"none", "0", "7ms", " 9"}, {0, 0, 7, 9}},
         {{"-1", "-1", "0", "-1"}, {kNever, kNever, 0, kNever}},
     };
@@ -87,45 +86,34 @@ TEST(HwSyncDefaultPolicy, AfterAStartWaitsForTheLatencyAndAnchorsOnce) {
     policy.setFirstPts();
     EXPECT_EQ(Decision(1, kUntouched), decide(policy, 300 * kNsPerMs, 0));
     EXPECT_EQ(Decision(0, kUntouched), decide(policy, 300 * kNsPerMs, 300 * kNsPerMs));
-    EXPECT_EQ((std::vector<std::string>{
-                  "I hwsync_policy: HwSyncDefaultPolicy, mAudioLeadingUpperBound 1000, "
-                  "mAudioLeadingThresthold 300,mVideoLeadingUpperBound 1000, "
-                  "mVideoLeadingThresthold 100",
-                  "D hwsync_policy: setLatency, audio latency change from 0ms to 20ms",
-                  "D hwsync_policy: setLatency, audio latency change from 20ms to 200ms",
-                  "W hwsync_policy: determine, audio PTS(199ms) is less than audio latency(200ms), "
-                  "delay to update until audio PTS catches up latency"}),
-              log.messages());
+    EXPECT_EQ(1U, log.count("W hwsync_policy: determine, audio PTS(199ms) is less than audio "
+                            "latency(200ms), delay to update until audio PTS catches up latency"));
+    EXPECT_EQ(4U, log.messages().size());
 }
 
 TEST(HwSyncDefaultPolicy, NoStartIsLostWhileTheWriterDecides) {
     LogCapture log;
     HwSyncDefaultPolicy policy;
-    constexpr int kRounds = 5000;
     std::atomic<int> started{0};
     std::atomic<int> changed{0};
     std::thread control([&] {
-        for (int round = 1; round <= kRounds; ++round) {
+        for (int round = 1; round <= 5000; changed = round++) {
             while (started < round) {
                 std::this_thread::yield();
             }
             policy.setLatency(2 * kNsPerMs);
-            changed = round;
         }
     });
-    int lost = 0;
-    for (int round = 1; round <= kRounds; ++round) {
+    for (int round = 1; round <= 5000; ++round) {
         policy.setLatency(1 * kNsPerMs);
         started = round;
         // Below the new latency: this may anchor for the old one, never for the new.
         while (changed < round) {
             decide(policy, 1 * kNsPerMs, 1 * kNsPerMs);
-            std::this_thread::yield();
         }
-        lost += decide(policy, 2 * kNsPerMs, 2 * kNsPerMs).first == 1 ? 0 : 1;
+        EXPECT_EQ(1, decide(policy, 2 * kNsPerMs, 2 * kNsPerMs).first) << "round " << round;
     }
     control.join();
-    EXPECT_EQ(0, lost);
 }
 
 }  // namespace

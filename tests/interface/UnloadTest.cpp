@@ -41,24 +41,17 @@ size_t threadCount() {
     return false;
 }
 
-template <typename Function>
-Function* find(void* library, const char* name, Function* /*type*/) {
-    return reinterpret_cast<Function*>(dlsym(library, name));
-}
+#define FIND(library, name) reinterpret_cast<decltype(&(name))>(dlsym(library, #name))
 
 TEST(Unload, ReleasesAPipelineStreamsAndOutputsThatAreStillAlive) {
     size_t before = 0;
     for (int round = 0; round < 20; ++round) {
         void* const library = dlopen(STREAMPROXY_LIBRARY, RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(nullptr, library) << dlerror();
-        auto* const createPipeline = find<decltype(create_audio_proxy_pipeline)>(
-            library, "create_audio_proxy_pipeline", nullptr);
-        auto* const registerOutput = find<decltype(audio_proxy_pipeline_register_output)>(
-            library, "audio_proxy_pipeline_register_output", nullptr);
-        auto* const createStream = find<decltype(create_audio_proxy_stream)>(
-            library, "create_audio_proxy_stream", nullptr);
-        auto* const write =
-            find<decltype(audio_proxy_stream_write)>(library, "audio_proxy_stream_write", nullptr);
+        const auto createPipeline = FIND(library, create_audio_proxy_pipeline);
+        const auto registerOutput = FIND(library, audio_proxy_pipeline_register_output);
+        const auto createStream = FIND(library, create_audio_proxy_stream);
+        const auto write = FIND(library, audio_proxy_stream_write);
         const audio_proxy_config_t config = {48000, 1, 3, 0};
         audio_proxy_pipeline_t* const pipeline = createPipeline();
         ASSERT_EQ(0, registerOutput(pipeline, &config, nullptr, &countBlock));

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <sys/resource.h>
 #include <time.h>
 
 #include "tests/support/Eventually.h"
@@ -55,37 +54,42 @@ class AudioThreadTest : public testing::Test {
 protected:
     AudioThreadTest() {
         EXPECT_TRUE(eventually([this] { return mThread->mRunning.load(); }));
+        mThread->addStream(mStream.get());
     }
     ~AudioThreadTest() override {
         mThread->mHold = false;
         mThread->exit();
+        mThread.clear();
+        EXPECT_EQ(1, mStream->getStrongCount()) << "it ends with its last reference";
+        EXPECT_EQ(1, mOutput->getStrongCount());
+    }
+    // With a stream and an output the worker has something to do.
+    void startCycles() {
+        mThread->registerOutput(mOutput.get());
+        ASSERT_TRUE(eventually([this] { return mThread->mCycles > 0; }));
     }
 
-    const sp<TestThread> mThread{new TestThread()};
+    sp<TestThread> mThread{new TestThread()};
     const sp<FakeStream> mStream{new FakeStream({0})};
     const sp<FakeOutput> mOutput{new FakeOutput()};
 };
 
 TEST_F(AudioThreadTest, RunsUnderItsNameAndIdlesWithoutProcessorTime) {
     EXPECT_STREQ("TestWorker", mThread->mThreadName);
-    mThread->addStream(mStream.get());
     std::this_thread::sleep_for(milliseconds(20));
     const int64_t before = mThread->cpuNs();
     std::this_thread::sleep_for(milliseconds(200));
     EXPECT_LT(mThread->cpuNs() - before, 2'000'000);
     EXPECT_EQ(0, mThread->mCycles);
-    mThread->registerOutput(mOutput.get());
-    EXPECT_TRUE(eventually([this] { return mThread->mCycles == 1; }));
+    startCycles();
     // Nothing was produced: the base sleeps a second.
     std::this_thread::sleep_for(milliseconds(100));
     EXPECT_EQ(1, mThread->mCycles);
 }
 
 TEST_F(AudioThreadTest, HandlesCommandsInOrderOnceWithTheNextCycle) {
-    mThread->addStream(mStream.get());
     mThread->mHold = true;
-    mThread->registerOutput(mOutput.get());
-    ASSERT_TRUE(eventually([this] { return mThread->mCycles == 1; }));
+    startCycles();
     // The worker is inside a cycle: posting does not wait for it.
     LogCapture log;
     const auto start = steady_clock::now();
@@ -105,8 +109,7 @@ TEST_F(AudioThreadTest, HandlesCommandsInOrderOnceWithTheNextCycle) {
 }
 
 TEST_F(AudioThreadTest, NoCommandPostedOnTheWayToSleepIsMissed) {
-    mThread->addStream(mStream.get());
-    mThread->registerOutput(mOutput.get());
+    startCycles();
     // Each comes somewhere between the look at the queue and the sleep of one second.
     for (size_t i = 1; i <= 3000; ++i) {
         mThread->updateLatencyOffset(static_cast<long>(i));
@@ -120,9 +123,7 @@ TEST_F(AudioThreadTest, NoCommandPostedOnTheWayToSleepIsMissed) {
 TEST_F(AudioThreadTest, AControlCallGetsTheLockAlthoughTheWorkerTakesItAgainAtOnce) {
     mThread->mProduced = 1;  // never sleeps between its cycles
     mThread->mCycleTime = milliseconds(1);
-    mThread->addStream(mStream.get());
-    mThread->registerOutput(mOutput.get());
-    ASSERT_TRUE(eventually([this] { return mThread->mCycles > 0; }));
+    startCycles();
     for (int i = 0; i < 50; ++i) {
         const int before = mThread->mCycles;
         mThread->addStream(mStream.get());
@@ -137,43 +138,24 @@ TEST_F(AudioThreadTest, ListsAnItemOnceAndAnswersNullWithEinval) {
     EXPECT_EQ(-EINVAL, mThread->removeStream(nullptr));
     EXPECT_EQ(-EINVAL, mThread->registerOutput(nullptr));
     EXPECT_EQ(-EINVAL, mThread->unregisterOutput(nullptr));
-    const sp<AudioStream> stream(mStream.get());
-    const int32_t unlisted = mStream->getStrongCount();
-    EXPECT_EQ(OK, mThread->addStream(stream));
-    EXPECT_EQ(OK, mThread->addStream(stream));
-    EXPECT_EQ(unlisted + 1, mStream->getStrongCount());
-    EXPECT_EQ(OK, mThread->removeStream(stream));
-    EXPECT_EQ(unlisted, mStream->getStrongCount());
-    EXPECT_EQ(OK, mThread->removeStream(stream));
+    const int32_t listed = mStream->getStrongCount();
+    EXPECT_EQ(OK, mThread->addStream(mStream.get()));
+    EXPECT_EQ(listed, mStream->getStrongCount());
+    EXPECT_EQ(OK, mThread->removeStream(mStream.get()));
+    EXPECT_EQ(listed - 1, mStream->getStrongCount());
+    EXPECT_EQ(OK, mThread->removeStream(mStream.get()));
     EXPECT_EQ(OK, mThread->unregisterOutput(mOutput.get()));
-    EXPECT_EQ(
-        (std::vector<std::string>{"W audio_thread: removeStream, this stream is not in the list"}),
-        log.messages());
+    EXPECT_EQ(1U, log.messages().size()) << "this stream is not in the list";
 }
 
 TEST_F(AudioThreadTest, ExitsPromptlyFromItsSleepOnceAndAgain) {
-    mThread->addStream(mStream.get());
-    mThread->registerOutput(mOutput.get());
-    ASSERT_TRUE(eventually([this] { return mThread->mCycles == 1; }));
+    startCycles();
     const auto start = steady_clock::now();  // asleep for a second by now
     std::thread second([this] { mThread->exit(); });
     EXPECT_EQ(OK, mThread->exit());
     second.join();
     EXPECT_EQ(OK, mThread->exit());
     EXPECT_LT(steady_clock::now() - start, milliseconds(500));
-}
-
-TEST(AudioThreadLifetime, EndsWithItsLastReference) {
-    const sp<FakeStream> stream(new FakeStream({0}));
-    const sp<FakeOutput> output(new FakeOutput());
-    {
-        const sp<TestThread> thread(new TestThread());
-        thread->addStream(stream.get());
-        thread->registerOutput(output.get());
-        thread->exit();
-    }
-    EXPECT_EQ(1, stream->getStrongCount());
-    EXPECT_EQ(1, output->getStrongCount());
 }
 
 }  // namespace

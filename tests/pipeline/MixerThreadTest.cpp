@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include "pipeline/AudioPipeline.h"
+#include "tests/support/Dump.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/FakeOutput.h"
 #include "tests/support/FakeStream.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/Pipe.h"
 
 using namespace android;
 
@@ -17,7 +17,10 @@ using Config = FakeStream::Config;
 
 class MixerThreadTest : public testing::Test {
 protected:
-    ~MixerThreadTest() override { mMixer->exit(); }
+    ~MixerThreadTest() override {
+        mOutput->letRun();
+        mMixer->exit();
+    }
 
     sp<FakeStream> addOpenStream(std::vector<int> frameCounts, int16_t value) {
         const sp<FakeStream> stream(new FakeStream(std::move(frameCounts), value));
@@ -27,7 +30,15 @@ protected:
     }
     int64_t sleepNs() NO_THREAD_SAFETY_ANALYSIS { return mMixer->computeSleepTimeNs_l(); }
 
+    // What the output hears first; the worker then waits in its callback.
+    std::vector<FakeOutput::Block> hear(size_t blockCount) {
+        EXPECT_EQ(OK, mMixer->registerOutput(mOutput.get()));
+        return mOutput->takeBlocks(blockCount);
+    }
+
     const sp<MixerThread> mMixer{new MixerThread()};
+    const sp<FakeOutput> mOutput{new FakeOutput()};
+    LogCapture mLog;
 };
 
 TEST_F(MixerThreadTest, MixesEveryOpenStreamIntoOneBlockForEveryOutput) {
@@ -35,52 +46,39 @@ TEST_F(MixerThreadTest, MixesEveryOpenStreamIntoOneBlockForEveryOutput) {
     addOpenStream({960}, 23);
     const sp<FakeStream> closed(new FakeStream({960}, 999));
     mMixer->addStream(closed.get());
-    const sp<FakeOutput> first(new FakeOutput());
     const sp<FakeOutput> second(new FakeOutput());
     second->letRun();
     EXPECT_EQ(OK, mMixer->registerOutput(second.get()));
-    EXPECT_EQ(OK, mMixer->registerOutput(first.get()));
     EXPECT_EQ(10'000'000, sleepNs());
-    const auto blocks = first->takeBlocks(3);
-    ASSERT_EQ(3U, blocks.size());
-    for (const auto& block : blocks) {
+    for (const auto& block : hear(3)) {
         EXPECT_EQ(FakeOutput::Block(1920, 123), block);
     }
     EXPECT_GE(second->blockCount(), 3U);
     EXPECT_TRUE(closed->asked().empty());
-    first->letRun();
 }
 
 TEST_F(MixerThreadTest, AShortStreamShortensTheBlockAndEveryLaterStream) {
-    LogCapture log;
-    const auto whole = addOpenStream({960}, 1);
-    const auto shorter = addOpenStream({500, 960}, 2);
+    addOpenStream({960}, 1);
+    addOpenStream({500, 960}, 2);
     const auto last = addOpenStream({960}, 4);
-    const sp<FakeOutput> output(new FakeOutput());
-    mMixer->registerOutput(output.get());
-    const auto blocks = output->takeBlocks(2);
+    const auto blocks = hear(2);
     EXPECT_EQ(FakeOutput::Block(1000, 7), blocks[0]);
     EXPECT_EQ(FakeOutput::Block(1920, 7), blocks[1]) << "what was not delivered is not heard later";
     EXPECT_EQ(500U, last->asked()[0]);
     EXPECT_EQ((std::vector<std::string>{"W mixer_thread: threadLoopProcess_l, stream 1 processed "
                                         "500 frames, but 960 required"}),
-              log.messages());
-    output->letRun();
+              mLog.messages());
 }
 
 TEST_F(MixerThreadTest, AStreamWithoutDataOrWithAnErrorEmptiesTheBlock) {
-    LogCapture log;
-    const auto empty = addOpenStream({0, -19, 960}, 1);
+    addOpenStream({0, -19, 960}, 1);
     const auto later = addOpenStream({960}, 2);
-    const sp<FakeOutput> output(new FakeOutput());
-    mMixer->registerOutput(output.get());
-    const auto blocks = output->takeBlocks(1);
+    const auto blocks = hear(1);
     EXPECT_EQ(FakeOutput::Block(1920, 3), blocks[0]);
     EXPECT_EQ(0U, later->asked()[0]);
     EXPECT_EQ((std::vector<std::string>{"W mixer_thread: threadLoopProcess_l, stream 0 processed "
                                         "-19 frames, but 960 required"}),
-              log.messages());
-    output->letRun();
+              mLog.messages());
 }
 
 TEST_F(MixerThreadTest, TheFirstOutputFixesTheConfigurationForAllStreams) {
@@ -103,29 +101,24 @@ TEST_F(MixerThreadTest, TheFirstOutputFixesTheConfigurationForAllStreams) {
 TEST_F(MixerThreadTest, RefusesOutputsThatNoStreamReachesAndChangesNothing) {
     const sp<FakeStream> stream(new FakeStream({0}));
     mMixer->addStream(stream.get());
-    LogCapture log;
     for (const auto& unreachable :
          {new FakeOutput(0), new FakeOutput(3999), new FakeOutput(768001), new FakeOutput(48000, 5),
           new FakeOutput(48000, 2), new FakeOutput(48000, 1, 1)}) {
         EXPECT_EQ(-EINVAL, mMixer->registerOutput(unreachable));
     }
-    EXPECT_EQ(6U, log.messages().size());
-    EXPECT_EQ(
-        "E mixer_thread: registerOutput, unsupported output: sample rate 0, format 1, channel "
-        "mask 3",
-        log.messages()[0]);
+    EXPECT_EQ(6U, mLog.messages().size());
+    EXPECT_EQ(1U, mLog.count("E mixer_thread: registerOutput, unsupported output: sample rate 0, "
+                             "format 1, channel mask 3"));
     EXPECT_EQ(1U, stream->configs().size());
     EXPECT_EQ(10'000'000, sleepNs());
     EXPECT_EQ(-EINVAL, mMixer->registerOutput(nullptr));
-}
-
-TEST_F(MixerThreadTest, DoesNotListAStreamThatCanNotBeConfigured) {
-    const sp<FakeStream> stream(new FakeStream({0}));
+    // Nor is a stream listed that can not be configured.
     stream->mConfigStatus = -EINVAL;
-    const int32_t unlisted = stream->getStrongCount();
+    const int32_t listed = stream->getStrongCount();
+    mMixer->removeStream(stream.get());
     EXPECT_EQ(-EINVAL, mMixer->addStream(stream.get()));
     EXPECT_EQ(-EINVAL, mMixer->addStream(nullptr));
-    EXPECT_EQ(unlisted, stream->getStrongCount());
+    EXPECT_EQ(listed - 1, stream->getStrongCount());
 }
 
 TEST_F(MixerThreadTest, ReconfigurationWhileMixingKeepsWhatTheStreamsHold) {
@@ -138,41 +131,33 @@ TEST_F(MixerThreadTest, ReconfigurationWhileMixingKeepsWhatTheStreamsHold) {
     const sp<FakeOutput> output(new FakeOutput(48000, 3));
     mMixer->registerOutput(output.get());
     const auto blocks = output->takeBlocks(1);
-    const auto* samples = reinterpret_cast<const int32_t*>(blocks[0].data());
-    EXPECT_EQ(std::vector<int32_t>(1920, 5 * 4096),
-              std::vector<int32_t>(samples, samples + blocks[0].size() / 2));
+    std::vector<int16_t> wide(2 * 1920);
+    for (size_t i = 0; i < wide.size(); i += 2) {
+        wide[i] = 5 * 4096;  // the low half of a little-endian sample
+    }
+    EXPECT_EQ(wide, blocks[0]);
     output->letRun();
 }
 
 TEST(AudioPipeline, ForwardsStreamsParametersAndDumps) {
     const sp<AudioPipeline> pipeline(new AudioPipeline());
     EXPECT_EQ(-EINVAL, pipeline->addAudioStream(nullptr));
-    EXPECT_EQ(-EINVAL, pipeline->removeAudioStream(nullptr));
     EXPECT_EQ(-EINVAL, pipeline->registerOutput(nullptr));
-    EXPECT_EQ(-EINVAL, pipeline->unregisterOutput(nullptr));
     const sp<FakeStream> stream(new FakeStream({0}));
     ASSERT_EQ(OK, pipeline->addAudioStream(stream.get()));
-    for (const char* ignored :
-         {"", ";;=", "other=3", "set_audio_delay", "set_audio_delay=", "set_audio_delay=abc",
-          "set_audio_delay=1x", "set_audio_delay=99999999999"}) {
-        EXPECT_EQ(OK, pipeline->setParameters(ignored));
-    }
+    EXPECT_EQ(OK, pipeline->setParameters("set_audio_delay=1x"));
     EXPECT_EQ(OK, pipeline->setParameters(nullptr));
     EXPECT_EQ(OK, pipeline->setParameters("a=b;set_audio_delay=-20;c=d"));
     EXPECT_TRUE(eventually([&stream] { return !stream->offsets().empty(); }));
     EXPECT_EQ((std::vector<long>{-20}), stream->offsets());
 
     pipeline->registerOutput(new FakeOutput(48000));
-    Pipe pipe;
-    EXPECT_EQ(OK, pipeline->dump(pipe.writeEnd()));
-    const std::string text = pipe.text();
+    const std::string text = textOf([&](int fd) { EXPECT_EQ(OK, pipeline->dump(fd)); });
     EXPECT_EQ(0U, text.find("MixerThread:    0x"));
     EXPECT_NE(std::string::npos,
               text.find("\nSample Rate:    48000\nFormat:         0x1\nChannel Mask:   0x3\n"
                         "AudioStream:     0x"))
         << text;
-    const int id = AudioPipeline::getUniqueId();
-    EXPECT_EQ(id + 1, AudioPipeline::getUniqueId());
 }
 
 }  // namespace

@@ -24,8 +24,9 @@ struct RatePair {
 
 class TestConverter {
 public:
-    explicit TestConverter(RatePair rates, uint32_t channelCount = 1) : mChannels(channelCount) {
-        mStatus = create_resampler(rates.in, rates.out, channelCount, 4, nullptr, &mHandle);
+    explicit TestConverter(RatePair rates, uint32_t channelCount = 1)
+        : mRates(rates), mChannels(channelCount) {
+        create_resampler(rates.in, rates.out, channelCount, 4, nullptr, &mHandle);
     }
     ~TestConverter() { release_resampler(mHandle); }
     TestConverter(const TestConverter&) = delete;
@@ -35,8 +36,8 @@ public:
         size_t consumed;
         size_t produced;
     };
-    /** One call; appends what it produces to `out`. Frames are copied, so that a read beyond is
-     * seen. */
+    // One call; appends what it produces to `out`. Frames are copied, so that a read beyond is
+    // seen.
     Counts convert(const Pcm& in, size_t position, size_t offered, Pcm& out, size_t room) {
         const auto from = in.begin() + static_cast<ptrdiff_t>(position * mChannels);
         Pcm input(from, from + static_cast<ptrdiff_t>(offered * mChannels));
@@ -44,46 +45,36 @@ public:
         input.reserve(1);  // null even for no frames would be refused
         output.reserve(1);
         Counts counts{offered, room};
-        mStatus = mHandle->resample_from_input(mHandle, input.data(), &counts.consumed,
-                                               output.data(), &counts.produced);
+        mHandle->resample_from_input(mHandle, input.data(), &counts.consumed, output.data(),
+                                     &counts.produced);
         out.insert(out.end(), output.begin(),
                    output.begin() + static_cast<ptrdiff_t>(counts.produced * mChannels));
         return counts;
     }
-    /** All of `in` in one call. */
-    Pcm convertAll(const Pcm& in, RatePair rates) {
+    // All of `in` in one call.
+    Pcm convertAll(const Pcm& in) {
         const size_t frames = in.size() / mChannels;
         Pcm out;
-        convert(in, 0, frames, out, frames * rates.out / rates.in + 16);
+        convert(in, 0, frames, out, frames * mRates.out / mRates.in + 16);
         return out;
     }
 
     resampler_itfe* handle() { return mHandle; }
-    int status() const { return mStatus; }
 
 private:
+    const RatePair mRates;
     const uint32_t mChannels;
     resampler_itfe* mHandle = nullptr;
-    int mStatus = 0;
 };
-
-inline Pcm makeNoise(size_t sampleCount, uint32_t seed) {
-    std::minstd_rand random(seed);
-    Pcm noise(sampleCount);
-    for (int16_t& sample : noise) {
-        sample = static_cast<int16_t>(static_cast<int>(random() >> 8 & 0xffff) - 32768);
-    }
-    return noise;
-}
 
 constexpr double kToneAmplitude = 29204.5;  // -1 dB of full scale
 
 inline Pcm makeTone(double frequencyHz, uint32_t rateHz, size_t frameCount) {
     Pcm tone(frameCount);
     for (size_t i = 0; i < frameCount; ++i) {
-        const double cycles = frequencyHz * static_cast<double>(i) / rateHz;
+        const double cycles = std::fmod(frequencyHz * static_cast<double>(i) / rateHz, 1.0);
         tone[i] = static_cast<int16_t>(
-            std::lround(kToneAmplitude * std::sin(2 * std::numbers::pi * std::fmod(cycles, 1.0))));
+            std::lround(kToneAmplitude * std::sin(2 * std::numbers::pi * cycles)));
     }
     return tone;
 }
@@ -94,7 +85,7 @@ struct Tone {
     double lagCycles;  // behind makeTone, from -0.5 to 0.5
 };
 
-/** Fits a sine of known frequency by least squares, after `skipped` frames of settling. */
+// Fits a sine of known frequency by least squares, after `skipped` frames of settling.
 inline Tone measureTone(const Pcm& signal, double frequencyHz, uint32_t rateHz, size_t skipped) {
     double ss = 0, sc = 0, cc = 0, ys = 0, yc = 0, yy = 0;
     for (size_t i = skipped; i < signal.size(); ++i) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "tests/support/Frames.h"
 #include "tests/support/LogCapture.h"
 
@@ -13,58 +15,68 @@ constexpr audio_format_t k16 = AUDIO_FORMAT_PCM_16_BIT;
 constexpr audio_format_t k32 = AUDIO_FORMAT_PCM_32_BIT;
 
 TEST(ConversionChain, HasTheStagesThatTheTargetNeedsInOrder) {
-    struct {
+    const struct {
         PcmConfig source;
         PcmConfig target;
         const char* stages;
-    } const cases[] = {
+    } cases[] = {
         {{48000, k16, 3}, {48000, k16, 3}, "mixer "},
         {{48000, k32, 3}, {48000, k16, 3}, "mixer "},
         {{48000, k16, 3}, {44100, k16, 3}, "resampler mixer "},
         {{48000, k32, 3}, {44100, k16, 3}, "mixer resampler mixer "},
-        {{48000, k16, 1}, {48000, k32, 3}, "channel_mixer mixer "},
+        {{48000, k32, 1}, {48000, k16, 3}, "channel_mixer mixer "},
         {{48000, k32, 0x3F}, {44100, k32, 3}, "channel_mixer mixer resampler mixer "},
     };
     for (const auto& c : cases) {
         const auto input = makeBuffer(2000, c.source.format, c.source.channelMask);
         const ConversionChain chain = ConversionChain::build(c.source, c.target, input, 2000);
         ASSERT_NE(nullptr, chain.volumeMixer.get());
+        // The value 2 in Q0.15, left alone where the source is mono.
+        std::vector<uint8_t> bytes(2000 * input->mFrameSize);
+        const size_t sampleSize = audio_bytes_per_sample(c.source.format);
+        for (size_t i = 0; i < bytes.size(); i += sampleSize) {
+            bytes[i + (sampleSize == 4 ? 1 : 0)] = sampleSize == 4 ? 0x20 : 2;
+        }
+        input->write(bytes.data(), 2000);
+        const auto out = makeBuffer(1000, c.target.format);
+        chain.volumeMixer->setOutputBuffer(out);
+        // What other streams have mixed already: the last stage adds to it.
+        void* region = nullptr;
+        size_t regionFrameCount = 1000;
+        out->obtainWriteBuffer(&region, regionFrameCount);
+        memset(region, 1, regionFrameCount * out->mFrameSize);
+        ssize_t frameCount = 800;
         std::string stages;
         for (const auto& stage : chain.processers) {
             stages += std::string(stage->name().c_str()) + " ";
-        }
-        EXPECT_EQ(c.stages, stages);
-
-        // It runs from end to end: silence in, silence out, and no more than was asked for.
-        std::vector<uint8_t> silence(2000 * input->mFrameSize);
-        input->write(silence.data(), 2000);
-        const auto out = makeBuffer(1000, c.target.format);
-        chain.volumeMixer->setOutputBuffer(out);
-        ssize_t frameCount = 800;
-        for (const auto& stage : chain.processers) {
             frameCount = stage->process(static_cast<size_t>(frameCount));
         }
+        EXPECT_EQ(c.stages, stages);
         // A stage in front of a resampler that lowers the rate is asked for output frames, so the
         // resampler gets too few: 800 in, 735 and a little look-ahead out.
         EXPECT_GE(frameCount, 730) << c.stages;
         EXPECT_LE(frameCount, 800) << c.stages;
+        const std::vector<uint8_t> heard = drain<uint8_t>(*out);
+        EXPECT_EQ(c.target.format == k16 ? 3 : 0x21,
+                  heard.at(700 * out->mFrameSize + (c.target.format == k16 ? 0 : 1)))
+            << c.stages;
     }
 }
 
 TEST(ConversionChain, RefusesWhatNoStageBridges) {
     LogCapture log;
-    struct {
+    const struct {
         PcmConfig source;
         PcmConfig target;
-        uint32_t bufferFrameCount;
-    } const cases[] = {
-        {{48000, AUDIO_FORMAT_PCM_FLOAT, 3}, {48000, k16, 3}, 100},
-        {{48000, k16, 3}, {48000, AUDIO_FORMAT_PCM_8_BIT, 3}, 100},
-        {{48000, k16, 3}, {48000, k16, 0x3F}, 100},
-        {{0, k16, 3}, {48000, k16, 3}, 100},
-        {{48000, k16, 3}, {0, k16, 3}, 100},
-        {{48000, k16, 0x40000003}, {48000, k16, 3}, 100},
-        {{3000, k16, 3}, {48000, k16, 3}, 100},
+        uint32_t bufferFrameCount = 100;
+    } cases[] = {
+        {{48000, AUDIO_FORMAT_PCM_FLOAT, 3}, {48000, k16, 3}},
+        {{48000, k16, 3}, {48000, AUDIO_FORMAT_PCM_8_BIT, 3}},
+        {{48000, k16, 3}, {48000, k16, 0x3F}},
+        {{0, k16, 3}, {48000, k16, 3}},
+        {{48000, k16, 3}, {0, k16, 3}},
+        {{48000, k16, 0x40000003}, {48000, k16, 3}},
+        {{3000, k16, 3}, {48000, k16, 3}},
         {{44100, k16, 3}, {48000, k16, 3}, 0},  // no storage between the stages
     };
     for (const auto& c : cases) {

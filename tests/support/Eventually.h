@@ -3,7 +3,7 @@
 #include <chrono>
 #include <thread>
 
-/** Whether `condition` comes true in time. */
+// Whether `condition` comes true in time.
 template <typename Condition>
 bool within(std::chrono::milliseconds limit, Condition condition) {
     const auto deadline = std::chrono::steady_clock::now() + limit;
@@ -16,7 +16,7 @@ bool within(std::chrono::milliseconds limit, Condition condition) {
     return true;
 }
 
-/** The same in a generous time. */
+// The same in a generous time.
 template <typename Condition>
 bool eventually(Condition condition) {
     return within(std::chrono::seconds(20), condition);

@@ -1,11 +1,8 @@
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <functional>
 #include <mutex>
-#include <utility>
 #include <vector>
 
 #include "pipeline/AudioOutput.h"
@@ -30,7 +27,7 @@ public:
         return 0;
     }
 
-    /** Waits until `count` blocks have come; the worker then stays in the callback. */
+    // Waits until `count` blocks have come; the worker then stays in the callback.
     std::vector<Block> takeBlocks(size_t count) {
         std::unique_lock<std::mutex> lock(mLock);
         mAllowed = count;

@@ -1,8 +1,8 @@
 #pragma once
 
+#include <algorithm>
 #include <mutex>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "android/log.h"
@@ -23,17 +23,9 @@ public:
         const std::lock_guard<std::mutex> lock(sLock);
         return sMessages;
     }
-    /** The messages so far; the next call starts anew. */
-    std::vector<std::string> drain() {
-        const std::lock_guard<std::mutex> lock(sLock);
-        return std::exchange(sMessages, {});
-    }
     size_t count(const std::string& message) const {
-        size_t found = 0;
-        for (const std::string& each : messages()) {
-            found += each == message ? 1 : 0;
-        }
-        return found;
+        const std::lock_guard<std::mutex> lock(sLock);
+        return static_cast<size_t>(std::count(sMessages.begin(), sMessages.end(), message));
     }
 
 private:

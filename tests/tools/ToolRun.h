@@ -30,7 +30,9 @@ struct Audio {
     int64_t frameCount() const { return static_cast<int64_t>(samples.size()) / channelCount; }
 };
 
-/** `format` is one of libsndfile's. */
+// Of 16 bits.
+Audio noise(int rateHz, int channelCount, int64_t frameCount, uint32_t seed);
+// `format` is one of libsndfile's.
 void writeAudio(const std::string& path, int format, const Audio& audio);
 Audio readAudio(const std::string& path);
 
@@ -41,16 +43,22 @@ public:
         int exitCode;  // 128 + the signal's number where one ended it
         std::string output;
         std::string messages;  // standard error
+        bool says(const std::string& text) const { return messages.find(text) != messages.npos; }
     };
 
-    /** Starts `streamproxy mix` with these arguments. */
-    explicit ToolRun(std::vector<std::string> arguments);
+    // Starts `streamproxy COMMAND` with these arguments.
+    explicit ToolRun(std::vector<std::string> arguments, const std::string& command = "mix");
     void signal(int number) const;
     Result wait();
 
     static Result mix(const std::vector<std::string>& arguments) {
         return ToolRun(arguments).wait();
     }
+    static Result hwsync(const std::vector<std::string>& arguments) {
+        return ToolRun(arguments, "hwsync").wait();
+    }
+    // Mixes, and is to succeed.
+    static Result mixWell(const std::vector<std::string>& arguments);
 
 private:
     ScratchFolder mFolder;

@@ -36,10 +36,6 @@ void MixCycle::start() {
     }
 }
 
-int64_t MixCycle::firstDemand(size_t index) const {
-    return mBoard.input(index).demandFrames;
-}
-
 int MixCycle::onBlock(void* cookie, void* buffer, size_t byteCount) {
     auto* self = static_cast<MixCycle*>(cookie);
     const size_t frameBytes = self->mConfig.bits == 16 ? 4 : 8;

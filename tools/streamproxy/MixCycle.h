@@ -35,8 +35,6 @@ public:
 
     /** Sets the gains at the start and demands the first block. */
     void start();
-    /** The frames of input `index` that must be written before the first block is mixed. */
-    int64_t firstDemand(size_t index) const;
     /** The output callback; the cookie is this object. */
     static int onBlock(void* cookie, void* buffer, size_t byteCount);
 
