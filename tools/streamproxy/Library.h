@@ -43,6 +43,9 @@ public:
     STREAMPROXY_FUNCTION(flushStream, audio_proxy_stream_flush);
     STREAMPROXY_FUNCTION(writeStream, audio_proxy_stream_write);
     STREAMPROXY_FUNCTION(setStreamVolume, audio_proxy_stream_set_volume);
+    STREAMPROXY_FUNCTION(setStreamParameters, audio_proxy_stream_set_parameters);
+    STREAMPROXY_FUNCTION(setDownstreamLatency, audio_proxy_stream_set_downstream_latency);
+    STREAMPROXY_FUNCTION(getStreamLatency, audio_proxy_stream_get_latency);
 #undef STREAMPROXY_FUNCTION
 };
 

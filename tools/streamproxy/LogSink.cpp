@@ -11,11 +11,15 @@ namespace android {
 namespace {
 
 std::atomic<int> sMinPriority{ANDROID_LOG_WARN};
+std::atomic<LogTap> sTap{nullptr};
 
 void writeMessage(const __android_log_message* message) {
-    if (message->priority >= sMinPriority.load(std::memory_order_relaxed)) {
+    const char* tag = message->tag ? message->tag : "";
+    const LogTap tap = sTap.load(std::memory_order_acquire);
+    const bool isWanted = tap == nullptr || tap(tag, message->message);
+    if (isWanted && message->priority >= sMinPriority.load(std::memory_order_relaxed)) {
         const char letter = "??VDIWEF?"[std::clamp(message->priority, 0, 8)];
-        fprintf(stderr, "%c %s: %s\n", letter, message->tag ? message->tag : "", message->message);
+        fprintf(stderr, "%c %s: %s\n", letter, tag, message->message);
     }
 }
 
@@ -33,6 +37,10 @@ void setLogLevel(const std::string& level) {
     const bool isSilent = level == "silent";
     sMinPriority = isSilent ? ANDROID_LOG_SILENT : ANDROID_LOG_VERBOSE + static_cast<int>(found);
     __android_log_set_logger(writeMessage);
+}
+
+void setLogTap(LogTap tap) {
+    sTap.store(tap, std::memory_order_release);
 }
 
 }  // namespace android

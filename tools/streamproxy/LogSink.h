@@ -11,4 +11,9 @@ const std::vector<std::string>& logLevels();
 /** Sends the library's messages from this level on to standard error, one line each. */
 void setLogLevel(const std::string& level);
 
+/** Hears every message, whatever its level, on the thread that logs it; false keeps it from being
+ *  printed. Null: nobody listens. Needs setLogLevel() to have been called. */
+using LogTap = bool (*)(const char* tag, const char* text);
+void setLogTap(LogTap tap);
+
 }  // namespace android

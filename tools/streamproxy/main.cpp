@@ -5,6 +5,7 @@
 
 #include "tools/streamproxy/MixCommand.h"
 #include "tools/streamproxy/ToolError.h"
+#include "tools/streamproxy/hwsync/HwSyncCommand.h"
 
 namespace {
 
@@ -14,12 +15,13 @@ int run(int argc, char** argv) {
     program.set_version_flag("--version", "streamproxy " STREAMPROXY_VERSION);
     program.require_subcommand(1);
     android::MixCommand mix(program);
+    android::HwSyncCommand hwsync(program);
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return program.exit(error) == 0 ? android::EXIT_OK : android::EXIT_USAGE;
     }
-    return mix.run();
+    return hwsync.isChosen() ? hwsync.run() : mix.run();
 }
 
 }  // namespace

@@ -1,0 +1,128 @@
+#include <gtest/gtest.h>
+#include <sndfile.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+
+#include "tests/tools/ToolRun.h"
+
+namespace android {
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr int64_t kHeader = 20;
+constexpr int64_t kPayload = 3840;  // 20 ms at 48 kHz, 16-bit stereo
+constexpr int64_t kExtension = 1255;
+
+std::string contentOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/** Packs eight seconds of mono, 400 bursts unless asked for otherwise. */
+class HwSyncPack : public ::testing::Test {
+protected:
+    HwSyncPack() { writeAudio(folder / "in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, audio); }
+
+    std::string pack(std::vector<std::string> options) {
+        options.insert(options.begin(), {"pack", folder / "in.wav", "-o", folder / "s.hws"});
+        const auto result = ToolRun::hwsync(options);
+        EXPECT_EQ(0, result.exitCode) << result.messages;
+        return folder / "s.hws";
+    }
+
+    /** Expects these counts, and 0 for every other irregularity; what inspect printed. */
+    static Json inspect(const std::string& path, const Json& expected) {
+        const auto result = ToolRun::hwsync({"inspect", path, "--json"});
+        EXPECT_EQ(0, result.exitCode) << result.messages;
+        const Json found = Json::parse(result.output);
+        const auto count = [&](const char* name) { return found["summary"][name].get<int64_t>(); };
+        for (const char* name :
+             {"mode_changes", "garbage_runs", "version_1_magics", "timestamp_gaps",
+              "timestamp_overlaps", "timestamp_jumps_back", "empty_bursts", "absurd_sizes",
+              "short_payload_offsets", "absurd_payload_offsets", "cut_header_bytes",
+              "missing_payload_bytes"}) {
+            EXPECT_EQ(expected.value(name, 0), count(name)) << name;
+        }
+        EXPECT_EQ(expected.value("bursts", 400), count("bursts"));
+        // Every byte of the file is accounted for.
+        EXPECT_EQ(count("bytes"), count("bursts") * kHeader + count("extension_bytes") +
+                                      count("payload_bytes") + count("garbage_bytes") +
+                                      count("cut_header_bytes"));
+        return found;
+    }
+
+    ScratchFolder folder;
+    const Audio audio = noise(48000, 1, 8 * 48000, 1);
+};
+
+TEST_F(HwSyncPack, SoundStreamIsFoundAgainByteByByte) {
+    // With this extension a magic lies across the first mebibyte, where the tool's reading cuts it.
+    const std::string path = pack({"--extension", "1255", "--first-pts", "1.5s"});
+    const Json found = inspect(path, Json::object());
+    const std::string bytes = contentOf(path);
+    for (size_t i = 0; i < 400; ++i) {
+        const Json& row = found["rows"][i];
+        const size_t offset = i * (kHeader + kExtension + kPayload);
+        ASSERT_EQ(offset, row["offset"].get<size_t>());
+        ASSERT_EQ(1'500'000'000 + i * 20'000'000, row["timestamp_ns"].get<size_t>());
+        // The first sample of the burst, little-endian, left and right.
+        const auto sample = static_cast<uint32_t>(audio.samples[i * 960]) >> 16;
+        const std::string half = {static_cast<char>(sample), static_cast<char>(sample >> 8)};
+        ASSERT_EQ(half + half, bytes.substr(offset + kHeader + kExtension, 4)) << "burst " << i;
+    }
+}
+
+TEST_F(HwSyncPack, EveryFaultIsCounted) {
+    inspect(pack({"--fault", "garbage=3"}), {{"garbage_runs", 3}});
+    inspect(pack({"--fault", "wrong-size=2"}), {{"garbage_runs", 2}, {"timestamp_gaps", 2}});
+    inspect(pack({"--fault", "absurd-size"}),
+            {{"absurd_sizes", 1}, {"garbage_runs", 1}, {"timestamp_gaps", 1}});
+    inspect(pack({"--fault", "version-1=2"}),
+            {{"bursts", 398}, {"version_1_magics", 2}, {"garbage_runs", 2}, {"timestamp_gaps", 2}});
+    // The next header's bytes complete the one that was cut, and its own payload comes short.
+    inspect(pack({"--fault", "cut-header", "--length", "4s"}), {{"bursts", 199},
+                                                                {"garbage_runs", 1},
+                                                                {"short_payload_offsets", 1},
+                                                                {"timestamp_gaps", 1},
+                                                                {"timestamp_jumps_back", 1}});
+    const std::vector<std::string> options = {"--gap",    "2s:500ms", "--free-run", "4s:5s",
+                                              "--jitter", "0.4ms",    "--seed",     "7"};
+    const std::string path = pack(options);
+    const std::string bytes = contentOf(path);
+    inspect(path, {{"bursts", 375}, {"timestamp_gaps", 1}, {"mode_changes", 2}});
+    EXPECT_EQ(bytes, contentOf(pack(options)));
+    EXPECT_NE(bytes, contentOf(pack({options.begin(), options.end() - 2})));
+
+    const auto size = std::filesystem::file_size(pack({}));
+    std::filesystem::resize_file(path, size - 100);
+    inspect(path, {{"missing_payload_bytes", 100}});
+    std::filesystem::resize_file(path, size - kPayload - 7);
+    inspect(path, {{"bursts", 399}, {"cut_header_bytes", 13}});
+}
+
+TEST_F(HwSyncPack, StreamsBeyondFourGigabytesKeepTheirOffsets) {
+    const std::string path = pack({"--length", "20ms"});
+    const std::string burst = contentOf(path);
+    // Two payloads as long as can be, then a burst beyond 32 bits of offset.
+    const std::string header = burst.substr(0, 4) + "\x7f\xff\xff\xff" + burst.substr(8, 12);
+    const int64_t huge = kHeader + 0x7fffffff;
+    std::ofstream file(path, std::ios::binary);
+    file << header;
+    file.seekp(huge) << header;
+    file.seekp(2 * huge) << "\x01\x02\x03" << burst;
+    file.close();
+    // Payloads of hours: the timestamps stand still, and are too early by far.
+    const Json found = inspect(
+        path, {{"bursts", 3}, {"absurd_sizes", 2}, {"garbage_runs", 1}, {"timestamp_overlaps", 2}});
+    ASSERT_EQ(4u, found["rows"].size());
+    EXPECT_EQ(huge, found["rows"][1]["offset"]);
+    EXPECT_EQ(2 * huge, found["rows"][2]["offset"]);
+    EXPECT_EQ(2 * huge + 3, found["rows"][3]["offset"]);
+}
+
+}  // namespace
+}  // namespace android

@@ -1,0 +1,107 @@
+#include <gtest/gtest.h>
+#include <sndfile.h>
+
+#include <algorithm>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "tests/tools/ToolRun.h"
+
+namespace android {
+namespace {
+
+using Json = nlohmann::json;
+
+/** Packs five seconds of a level that no silence has. */
+class HwSyncReplay : public ::testing::Test {
+protected:
+    HwSyncReplay() {
+        Audio audio{.rateHz = 48000, .channelCount = 2, .samples = {}};
+        audio.samples.assign(size_t{2} * 48000 * 5, 1 << 28);
+        writeAudio(folder / "in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, audio);
+        ToolRun::hwsync({"pack", folder / "in.wav", "-o", stream, "--free-run", "4.2s:4.6s"});
+    }
+
+    const ScratchFolder folder;
+    const std::string stream = folder / "s.hws";
+};
+
+TEST_F(HwSyncReplay, JumpsAreCorrectedAndTheLeadReturns) {
+    std::ofstream(folder / "script") << "# the clock goes back\n 2.3s:jump=-400ms\n";
+    const auto result = ToolRun::hwsync({"replay", stream, "--json", "-o", folder / "out.wav",
+                                         "--svg", folder / "lead.svg", "--event", "1s:jump=+400ms",
+                                         "--script", folder / "script"});
+    ASSERT_EQ(0, result.exitCode) << result.messages;
+    const Json found = Json::parse(result.output);
+    const auto count = [&](const char* name) { return found["summary"][name].get<int64_t>(); };
+    EXPECT_EQ(250, count("bursts"));
+    EXPECT_EQ(20, count("free_run"));
+    EXPECT_EQ(2, count("re_anchor"));  // the start, and the return from free run
+    EXPECT_EQ(1, count("silence"));
+    // The lead before a jump is what the ring holds; a busy machine makes it less.
+    EXPECT_NEAR(375, static_cast<double>(count("dropped_ns")) / 1e6, 75);
+    EXPECT_NEAR(375, static_cast<double>(count("silence_ns")) / 1e6, 75);
+    ASSERT_EQ(2u, found["excursions"].size());
+    for (size_t i = 0; i < 2; ++i) {
+        EXPECT_TRUE(found["excursions"][i]["is_over"].get<bool>());
+        EXPECT_EQ(i, found["excursions"][i]["event"]);
+    }
+    for (const Json& decision : found["decisions"]) {
+        if (decision.contains("lead_ns")) {
+            // As the policy, in whole ms of both times.
+            const int64_t leadMs = decision["timestamp_ns"].get<int64_t>() / 1'000'000 -
+                                   decision["clock_ns"].get<int64_t>() / 1'000'000;
+            EXPECT_EQ(leadMs < -100  ? "drop"
+                      : leadMs > 300 ? "silence"
+                                     : "none",
+                      decision["decision"].get<std::string>());
+        }
+    }
+    // What is heard: the silence that was inserted, and the audio without what was dropped.
+    const Audio heard = readAudio(folder / "out.wav");
+    const auto silent = std::count(heard.samples.begin(), heard.samples.end(), 0) / 2;
+    EXPECT_EQ(count("silence_ns") * 48 / 1'000'000, silent);
+    EXPECT_EQ(48000 * 5 + silent - count("dropped_ns") * 48 / 1'000'000, heard.frameCount());
+    std::stringstream svg;
+    svg << std::ifstream(folder / "lead.svg").rdbuf();
+    for (const char* part : {"<svg", "jump +400 ms", "jump -400 ms", "free run", "</svg>"}) {
+        EXPECT_NE(std::string::npos, svg.str().find(part)) << part;
+    }
+}
+
+TEST_F(HwSyncReplay, PropertiesBoundCorrectionsAndAPlainStreamSoundsBeside) {
+    const auto result = ToolRun::hwsync(
+        {"replay", stream, "--json", "--summary", "--duration", "2s", "--vlead-upper", "200",
+         "--offset", "600ms", "--beside", folder / "in.wav@length=0.5", "-o", folder / "out.wav"});
+    ASSERT_EQ(0, result.exitCode) << result.messages;
+    const Json summary = Json::parse(result.output)["summary"];
+    // Beyond the upper bound the clock is anchored anew, and no audio is dropped.
+    EXPECT_EQ(0, summary["drop"]);
+    EXPECT_EQ(2, summary["re_anchor"]);
+    const Audio heard = readAudio(folder / "out.wav");
+    const auto sums = std::count(heard.samples.begin(), heard.samples.end(), 1 << 29) / 2;
+    EXPECT_NEAR(24000, static_cast<double>(sums), 3000);
+}
+
+TEST_F(HwSyncReplay, WhatCantBeReplayedIsNamed) {
+    std::ofstream(folder / "empty.hws").close();
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+        {{folder / "missing.hws"}, "missing.hws: No such file"},
+        {{folder / "empty.hws"}, "empty.hws: is empty"},
+        {{folder / ""}, "is a directory"},
+        {{folder / "in.wav"}, "'RIFF' as an audio file does"},
+        {{stream, "--event", "1s:leap=3"}, "'leap=3' is no event"},
+        {{stream, "--script", folder / "missing"}, "check --script"},
+        {{stream, "--latency-offset", "-10ms"}, "an offset below 0"},
+    };
+    for (auto [arguments, words] : cases) {
+        arguments.insert(arguments.begin(), "replay");
+        const auto result = ToolRun::hwsync(arguments);
+        EXPECT_NE(0, result.exitCode);
+        EXPECT_TRUE(result.says(words)) << result.messages;
+    }
+}
+
+}  // namespace
+}  // namespace android

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tools/streamproxy/AudioReader.h"
+#include "tools/streamproxy/FrameSource.h"
+#include "tools/streamproxy/Handover.h"
+#include "tools/streamproxy/InputSpec.h"
+#include "tools/streamproxy/Library.h"
+
+namespace android {
+
+/**
+ * Plays an audio file through a plain stream of the same mix, fed by a thread of its own; when the
+ * file is over, silence, since an open stream without frames would hold up all others.
+ * Threads: one (the owner); the feeding thread works inside.
+ */
+class BesidePlayer {
+public:
+    /** Throws ToolError when the file can't be heard as it is. */
+    BesidePlayer(const InputSpec& spec, uint32_t mixRateHz);
+    ~BesidePlayer();  // stops
+    BesidePlayer(const BesidePlayer&) = delete;
+    BesidePlayer& operator=(const BesidePlayer&) = delete;
+
+    /** Makes the stream; the mix has its configuration. Throws ToolError. */
+    void create(const Library& library);
+    void start();
+    /** Ends within one write and destroys the stream. The library must still mix. */
+    void stop();
+
+    const std::string& path() const { return mSpec.path; }
+
+private:
+    void run();
+    /** A write's worth of audio, or of silence. */
+    size_t next();
+    void applyGains(int64_t writtenFrames);
+
+    const InputSpec mSpec;
+    AudioReader mReader;
+    const Handover mHandover;
+    FrameSource mSource;
+    const Library* mLibrary = nullptr;
+    audio_proxy_stream_t* mStream = nullptr;
+    size_t mNextGainChange = 0;
+    bool mHasAudio = true;
+    std::vector<uint8_t> mChunk;
+    std::atomic<bool> mIsStopped{false};
+    std::thread mThread;
+};
+
+}  // namespace android

@@ -1,0 +1,49 @@
+#include "tools/streamproxy/hwsync/ClockDriver.h"
+
+#include <algorithm>
+#include <chrono>
+
+namespace android {
+
+ClockDriver::ClockDriver(const sp<AVSyncClock>& clock, std::vector<ClockEvent> events,
+                         SyncTrack& track)
+    : mClock(clock), mEvents(std::move(events)), mTrack(track) {
+    std::stable_sort(mEvents.begin(), mEvents.end(),
+                     [](const auto& a, const auto& b) { return a.timeNs < b.timeNs; });
+}
+
+ClockDriver::~ClockDriver() {
+    stop();
+}
+
+void ClockDriver::start(nsecs_t startNs) {
+    mThread = std::thread([this, startNs] { run(startNs); });
+}
+
+void ClockDriver::stop() {
+    {
+        const std::lock_guard<std::mutex> lock(mLock);
+        mIsStopped = true;
+    }
+    mStop.notify_all();
+    if (mThread.joinable()) {
+        mThread.join();
+    }
+}
+
+void ClockDriver::run(nsecs_t startNs) {
+    for (const ClockEvent& event : mEvents) {
+        const std::chrono::steady_clock::time_point due{
+            std::chrono::nanoseconds(startNs + event.timeNs)};
+        {
+            std::unique_lock<std::mutex> lock(mLock);
+            if (mStop.wait_until(lock, due, [this] { return mIsStopped; })) {
+                return;
+            }
+        }
+        const std::string text = event.applyTo(*mClock);
+        mTrack.addEvent({.timeNs = systemTime(SYSTEM_TIME_MONOTONIC) - startNs, .text = text});
+    }
+}
+
+}  // namespace android

@@ -1,0 +1,255 @@
+#include "tools/streamproxy/hwsync/ReplayCommand.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <thread>
+
+#include "tools/streamproxy/LogSink.h"
+#include "tools/streamproxy/Properties.h"
+#include "tools/streamproxy/hwsync/InterruptExit.h"
+#include "tools/streamproxy/hwsync/LeadChart.h"
+#include "tools/streamproxy/hwsync/TimeText.h"
+
+namespace android {
+
+namespace {
+
+constexpr std::chrono::milliseconds kPollInterval{20};
+constexpr std::chrono::milliseconds kRewriteInterval{250};
+
+struct PolicyProperty {
+    const char* option;
+    const char* property;
+    const char* help;
+};
+
+constexpr PolicyProperty kPolicyProperties[] = {
+    {"--alead-threshold", "vendor.audio.hwsync.alead.threshold",
+     "Audio leads up to this many ms are tolerated"},
+    {"--alead-upper", "vendor.audio.hwsync.alead.upper",
+     "Audio leads beyond this many ms re-anchor the clock"},
+    {"--vlead-threshold", "vendor.audio.hwsync.vlead.threshold",
+     "Video leads up to this many ms are tolerated"},
+    {"--vlead-upper", "vendor.audio.hwsync.vlead.upper",
+     "Video leads beyond this many ms re-anchor the clock"},
+};
+
+constexpr const char* kFooter =
+    "Plays in real time: an output takes blocks at a sound card's pace, and a writer hands over "
+    "the\n"
+    "bursts as fast as they are taken. The audio lead is a burst's timestamp minus the clock's\n"
+    "position when the library decides, as it parses the header. Times are 250ms, 2.5s, or "
+    "seconds.\n"
+    "\n"
+    "Events, counted from the first write:\n"
+    "  AT:jump=TIME   the clock jumps, ahead (+400ms: audio is late) or back (-400ms)\n"
+    "  AT:drift=PPM   it runs faster, or slower below 0, from then on\n"
+    "  AT:pause       it stands still\n"
+    "  AT:resume      it goes on\n"
+    "\n"
+    "Examples:\n"
+    "  streamproxy hwsync replay stream.hws --event 5s:jump=+400ms --svg lead.svg -o out.wav\n"
+    "  streamproxy hwsync replay stream.hws --offset -90ms --drift 200 --json\n"
+    "\n"
+    "Exit codes: 0 done; 1 a file, the library or the disk failed; 2 wrong usage;\n"
+    "130 Ctrl-C and 143 SIGTERM, with a report and valid files of what was played until then.";
+
+}  // namespace
+
+ReplayCommand::ReplayCommand(CLI::App& parent)
+    : mCommand(parent.add_subcommand("replay", "Play a burst stream against the software clock")) {
+    mCommand->add_option("FILE", mPath, "The burst stream")->required();
+    mFormat.addOptions(*mCommand);
+    addClockOptions();
+    addOutputOptions();
+    mCommand->footer(kFooter);
+}
+
+void ReplayCommand::addClockOptions() {
+    mCommand->add_option("--offset", mOffset,
+                         "Put the clock ahead of the audio by this, once it is anchored");
+    mCommand->add_option("--drift", mDriftPpm, "How much too fast the clock runs, in ppm")
+        ->check(CLI::Range(-1e6, 1e6));
+    mCommand->add_option("--event", mEvents, "AT:WHAT, see below; repeatable");
+    mCommand->add_option("--script", mScriptPath, "File of events, one a line");
+    mCommand->add_option("--latency", mLatency, "Latency behind the output");
+    mCommand->add_option("--latency-offset", mLatencyOffset, "Added to it, may be below 0");
+    mCommand->add_option("--clock", mClockId, "Id of the clock")->capture_default_str();
+    size_t index = 0;
+    for (const PolicyProperty& property : kPolicyProperties) {
+        mCommand->add_option(property.option, mPolicy[index++], property.help);
+    }
+    mCommand->add_option("--duration", mDuration, "End after this time");
+}
+
+void ReplayCommand::addOutputOptions() {
+    mCommand->add_option("--gain", mGain, "Gain of the tunnel stream, linear")
+        ->check(CLI::Range(0.0, 1.0))
+        ->capture_default_str();
+    mCommand->add_option("--beside", mBesides,
+                         "Audio file to play in a plain stream of the same mix, with settings as "
+                         "'streamproxy mix' takes them; repeatable");
+    mCommand->add_option("-o,--output", mOutputPath, "The mix: .wav, .flac, .aiff or .caf");
+    mCommand->add_option("--svg", mSvgPath, "A picture of the audio lead over time");
+    mCommand->add_flag("--summary", mIsSummaryOnly, "No row for each decision");
+    CLI::Option* json = mCommand->add_flag("--json", mIsJson, "One JSON document");
+    mCommand->add_flag("--csv", mIsCsv, "The decisions as comma-separated rows")->excludes(json);
+    mCommand->add_option("--properties", mPropertiesPath, "File of key=value lines to set first");
+    mCommand->add_option("--library", mLibraryPath, "The library to load");
+    mCommand->add_option("--log", mLogLevel, "The library's messages to show, from this level on")
+        ->check(CLI::IsMember(logLevels()))
+        ->capture_default_str();
+    mCommand->add_flag("--quiet", mIsQuiet, "No progress");
+}
+
+ExitCode ReplayCommand::run() {
+    const ReplaySession::Config config = sessionConfig();
+    setLogLevel(mLogLevel);
+    setProperties();
+    checkOutputs();
+    checkBursts();
+    const auto besides = openBesides();
+    Interrupt::install();
+    return play(config, besides);
+}
+
+void ReplayCommand::setProperties() const {
+    if (!mPropertiesPath.empty()) {
+        loadProperties(mPropertiesPath);
+    }
+    for (size_t index = 0; index < std::size(kPolicyProperties); ++index) {
+        if (!mPolicy[index].empty()) {
+            parseNumber(mPolicy[index], kPolicyProperties[index].option);
+            setProperty(kPolicyProperties[index].property, mPolicy[index]);
+        }
+    }
+}
+
+ReplaySession::Config ReplayCommand::sessionConfig() const {
+    ReplaySession::Config config;
+    config.writer.format = mFormat;
+    config.writer.offsetNs = parseSignedTimeNs(mOffset, "--offset");
+    config.writer.maxNs = mDuration.empty() ? 0 : parseTimeNs(mDuration, "--duration");
+    config.clockId = mClockId;
+    config.latencyMs = static_cast<unsigned long>(parseTimeNs(mLatency, "--latency") / 1'000'000);
+    config.latencyOffsetMs = parseSignedTimeNs(mLatencyOffset, "--latency-offset") / 1'000'000;
+    config.driftPpm = mDriftPpm;
+    config.gain = mGain;
+    if (!mScriptPath.empty()) {
+        config.events = ClockEvent::load(mScriptPath);
+    }
+    for (const std::string& text : mEvents) {
+        config.events.push_back(ClockEvent::parse(text, "--event"));
+    }
+    return config;
+}
+
+std::vector<std::unique_ptr<BesidePlayer>> ReplayCommand::openBesides() const {
+    std::vector<std::unique_ptr<BesidePlayer>> besides;
+    for (const std::string& text : mBesides) {
+        besides.push_back(std::make_unique<BesidePlayer>(InputSpec::parse(text), mFormat.rateHz));
+    }
+    return besides;
+}
+
+void ReplayCommand::checkOutputs() const {
+    if (!mOutputPath.empty()) {
+        AudioWriter::check(mOutputPath, mFormat.rateHz, mFormat.bits);
+    }
+    for (const std::string& path : {mOutputPath, mSvgPath}) {
+        std::error_code error;
+        if (!path.empty() && std::filesystem::equivalent(path, mPath, error)) {
+            throw ToolError(path + ": is also the input; give the result another name", EXIT_USAGE);
+        }
+    }
+}
+
+void ReplayCommand::checkBursts() const {
+    struct NoSink : BurstSink {
+        void onGarbage(uint64_t /*offset*/, uint64_t /*byteCount*/) override {}
+        void onBurst(const Burst& /*burst*/) override {}
+    } sink;
+    const TunnelLog::Mute mute;
+    BurstFile file(mPath);
+    BurstScanner scanner(sink);
+    std::vector<uint8_t> chunk(size_t{1} << 16);
+    while (scanner.burstCount() == 0) {
+        const size_t byteCount = file.read(chunk.data(), chunk.size());
+        if (byteCount == 0) {
+            file.failWithoutBursts(scanner);
+        }
+        scanner.feed(chunk.data(), byteCount);
+    }
+}
+
+ExitCode ReplayCommand::play(const ReplaySession::Config& config,
+                             const std::vector<std::unique_ptr<BesidePlayer>>& besides) {
+    const Library library(mLibraryPath);
+    BurstFile file(mPath);
+    std::unique_ptr<AudioWriter> writer;
+    if (!mOutputPath.empty()) {
+        writer = std::make_unique<AudioWriter>(mOutputPath, mFormat.rateHz, mFormat.bits);
+    }
+    SyncTrack track;
+    SoundCard card(mFormat.rateHz, mFormat.bits, writer.get());
+    ReplayReport::Figures figures{.path = mPath};
+    try {
+        ReplaySession session(library, file, card, besides, track, config);
+        session.start();
+        waitForEnd(session, card, track);
+        figures.elapsedNs = session.elapsedNs();
+        session.stop(Interrupt::signalNumber() != 0);
+        figures.byteCount = session.writtenByteCount();
+        if (!session.failure().empty() || !card.failure().empty()) {
+            throw ToolError(session.failure().empty() ? card.failure() : session.failure());
+        }
+        if (writer) {
+            writer->finish();
+        }
+    } catch (const ToolError&) {
+        if (writer) {
+            writer->abandon();
+        }
+        throw;
+    }
+    figures.playedFrameCount = card.frameCount();
+    figures.shortBlockCount = card.shortBlockCount();
+    figures.underrunCount = card.underrunCount();
+    const SyncBounds bounds = SyncBounds::fromProperties();
+    ReplayReport(track, bounds, mFormat, figures)
+        .print(mIsJson  ? ReplayReport::Form::JSON
+               : mIsCsv ? ReplayReport::Form::CSV
+                        : ReplayReport::Form::TEXT,
+               mIsSummaryOnly);
+    if (!mSvgPath.empty()) {
+        const std::string name = std::filesystem::path(mPath).filename().string();
+        LeadChart(track, bounds, "Audio lead of " + name).write(mSvgPath);
+    }
+    return exitCodeNow();
+}
+
+void ReplayCommand::waitForEnd(const ReplaySession& session, const SoundCard& card,
+                               const SyncTrack& track) const {
+    const bool isShown = !mIsQuiet && isatty(STDERR_FILENO) != 0;
+    auto nextLine = std::chrono::steady_clock::now();
+    while (session.isRunning() && Interrupt::signalNumber() == 0 && card.failure().empty()) {
+        std::this_thread::sleep_for(kPollInterval);
+        if (isShown && std::chrono::steady_clock::now() >= nextLine) {
+            nextLine += kRewriteInterval;
+            const SyncDecision latest = track.latest();
+            const double leadMs =
+                latest.hasClock ? static_cast<double>(latest.leadNs()) / 1e6 : 0.0;
+            fprintf(stderr, "\rreplaying, %.1f s, audio lead %+.1f ms   ",
+                    static_cast<double>(session.elapsedNs()) / 1e9, leadMs);
+            fflush(stderr);
+        }
+    }
+    if (isShown) {
+        fprintf(stderr, "\r%60s\r", "");
+    }
+}
+
+}  // namespace android

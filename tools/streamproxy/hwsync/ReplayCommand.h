@@ -1,0 +1,65 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tools/streamproxy/AudioWriter.h"
+#include "tools/streamproxy/ToolError.h"
+#include "tools/streamproxy/hwsync/PcmFormat.h"
+#include "tools/streamproxy/hwsync/ReplayReport.h"
+#include "tools/streamproxy/hwsync/ReplaySession.h"
+
+namespace android {
+
+/** streamproxy hwsync replay FILE: plays a burst stream against the software clock. */
+class ReplayCommand {
+public:
+    explicit ReplayCommand(CLI::App& parent);
+
+    bool isChosen() const { return mCommand->parsed(); }
+    /** The exit code; throws ToolError. */
+    ExitCode run();
+
+private:
+    void addClockOptions();
+    void addOutputOptions();
+    void setProperties() const;
+    ReplaySession::Config sessionConfig() const;
+    std::vector<std::unique_ptr<BesidePlayer>> openBesides() const;
+    void checkOutputs() const;
+    /** Whether the file begins a burst somewhere; throws otherwise. */
+    void checkBursts() const;
+    ExitCode play(const ReplaySession::Config& config,
+                  const std::vector<std::unique_ptr<BesidePlayer>>& besides);
+    void waitForEnd(const ReplaySession& session, const SoundCard& card,
+                    const SyncTrack& track) const;
+
+    CLI::App* mCommand;
+    std::string mPath;
+    PcmFormat mFormat;
+    std::string mOffset = "0";
+    double mDriftPpm = 0;
+    std::vector<std::string> mEvents;
+    std::string mScriptPath;
+    std::string mLatency = "0";
+    std::string mLatencyOffset = "0";
+    std::string mDuration;  // empty: to the end
+    uint32_t mClockId = 1;
+    std::string mPolicy[4];  // empty: as the properties say
+    float mGain = 1.0f;
+    std::vector<std::string> mBesides;
+    std::string mOutputPath;
+    std::string mSvgPath;
+    std::string mLibraryPath;
+    std::string mPropertiesPath;
+    std::string mLogLevel = "error";
+    bool mIsSummaryOnly = false;
+    bool mIsJson = false;
+    bool mIsCsv = false;
+    bool mIsQuiet = false;
+};
+
+}  // namespace android
