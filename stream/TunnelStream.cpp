@@ -131,6 +131,9 @@ int TunnelStream::open() {
         return startPlaying();
     }
     const Mutex::Autolock lock(mLifecycle);
+    if (isOpened()) {
+        return OK;
+    }
     const int status = mParser->registerObserver(this);
     if (status != OK) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "%s, fail to register parser observer: %d",
@@ -142,6 +145,7 @@ int TunnelStream::open() {
 }
 
 int TunnelStream::startPlaying() {
+    const Mutex::Autolock lock(mPlayState);
     const sp<BridgeHalHidl> current = bridge();
     if (current != nullptr) {
         current->start();
@@ -151,6 +155,7 @@ int TunnelStream::startPlaying() {
 }
 
 int TunnelStream::pause() {
+    const Mutex::Autolock lock(mPlayState);
     const sp<BridgeHalHidl> current = bridge();
     if (current != nullptr) {
         current->pause();
@@ -169,7 +174,6 @@ int TunnelStream::resume() {
 
 int TunnelStream::flush() {
     mParser->reset();
-    mRestarted.store(true, std::memory_order_relaxed);
     mPolicy->setFirstPts();
     return AudioStream::flush();
 }
@@ -200,6 +204,7 @@ int TunnelStream::write(const void* data, size_t byteCount) {
 int TunnelStream::onBurstHeaderParsed(hw_sync_mode_t mode, unsigned int /*burstByteCount*/,
                                       unsigned long ptsNs) {
     const CallbackScope scope(*this);
+    forgetCutFrames();
     updateMode(mode);
     const sp<BridgeHalHidl> current = bridge();
     if (mHwSyncMode != HW_SYNC_MODE_AV_SYNC || current == nullptr) {
@@ -262,7 +267,7 @@ void TunnelStream::fill(unsigned long durationMs) {
         __android_log_print(ANDROID_LOG_WARN, kTag, "No enough memory");
         return;
     }
-    __android_log_print(ANDROID_LOG_DEBUG, kTag, "%s, filling silence %llu ms, %d bytes", __func__,
+    __android_log_print(ANDROID_LOG_DEBUG, kTag, "%s, filling silience %llu ms, %d bytes", __func__,
                         static_cast<unsigned long long>(durationMs), static_cast<int>(byteCount));
     AudioStream::write(silence.get(), byteCount);
 }
@@ -273,12 +278,29 @@ void TunnelStream::drop(unsigned long durationMs) {
     const uint64_t frameCount = saturatingMultiply(mSampleRate, durationMs) / 1000;
     const uint64_t byteCount = saturatingMultiply(frameCount, mFrameSize);
     // What does not fit is more than will ever come; it is still whole frames.
-    mDropBytes =
+    const uint64_t wholeFrames =
         byteCount == kMaxCount && mFrameSize > 0 ? byteCount - byteCount % mFrameSize : byteCount;
+    // A frame that is half dropped is dropped whole.
+    const uint64_t begun = mFrameSize > 0 ? mDropBytes % mFrameSize : 0;
+    mDropBytes = wholeFrames > kMaxCount - begun ? wholeFrames : wholeFrames + begun;
+}
+
+// After a flush, a close, garbage or an abandoned burst the payload begins with a new frame: what a
+// carry or a drop has of a former frame belongs to nothing any more.
+void TunnelStream::forgetCutFrames() {
+    const uint64_t breaks = mParser->breakCount();
+    const bool restarted = mRestarted.exchange(false, std::memory_order_relaxed);
+    if (breaks == mSeenBreaks && !restarted) {
+        return;
+    }
+    mSeenBreaks = breaks;
+    mCarry.clear();
+    mDropBytes -= mFrameSize > 0 ? mDropBytes % mFrameSize : 0;
 }
 
 int TunnelStream::onBurstPayloadParsed(const void* data, unsigned long byteCount) {
     const CallbackScope scope(*this);
+    forgetCutFrames();
     const auto* payload = static_cast<const uint8_t*>(data);
     size_t remaining = byteCount;
     if (mDropBytes > 0) {
@@ -297,11 +319,8 @@ int TunnelStream::onBurstPayloadParsed(const void* data, unsigned long byteCount
 
 // AudioStream::write() takes whole frames only, so a frame that two runs share is put together
 // here. A frame cut by the end of a burst is completed by the next burst's payload: the payloads of
-// a stream are one run of frames. Bytes carried over a flush or a close belong to nothing any more.
+// bursts that follow each other are one run of frames.
 void TunnelStream::writePayload(const uint8_t* data, size_t byteCount) {
-    if (mRestarted.exchange(false, std::memory_order_relaxed)) {
-        mCarry.clear();
-    }
     if (byteCount == 0) {
         return;
     }

@@ -22,9 +22,10 @@ namespace android {
  * clock, insert silence or drop audio. Everything behind the input buffer is the plain stream's.
  *
  * Threads: one writer at a time; any thread may control. While the stream is open its parser holds
- * a reference to it; close() ends that. Locks:   mLifecycle, the parser's lock, mBridgeLock;
- * mParameters, mLatency, mBridgeLock. A parser callback, which runs under the parser's lock, takes
- * only mBridgeLock and what a plain write takes.
+ * a reference to it; close() ends that.
+ * Locks:   mLifecycle, the parser's lock, mPlayState, mBridgeLock; mParameters, mLatency,
+ *          mBridgeLock. A parser callback, which runs under the parser's lock, takes only
+ *          mPlayState, mBridgeLock and what a plain write takes.
  */
 class TunnelStream : public AudioStream, public HwSyncBurstObserver {
 public:
@@ -68,6 +69,7 @@ private:
     sp<BridgeHalHidl> bridge() const EXCLUDES(mBridgeLock);
     int setLatency_l(unsigned long latencyMs, long offsetMs, bool onlyIfChanged) REQUIRES(mLatency);
     int startPlaying();
+    void forgetCutFrames();
     void writePayload(const uint8_t* data, size_t byteCount);
     void writeFrames(const uint8_t* data, size_t byteCount);
 
@@ -75,6 +77,7 @@ private:
     hw_sync_mode_t mHwSyncMode = HW_SYNC_MODE_AV_SYNC;
     uint64_t mDropBytes = 0;
     FrameCarry mCarry;
+    uint64_t mSeenBreaks = 0;  // of the parser's
 
     bool mObserverRegistered GUARDED_BY(mLifecycle) = false;
     const sp<HwSyncBurstParser> mParser;
@@ -85,6 +88,7 @@ private:
     int64_t mLatencyOffsetMs GUARDED_BY(mLatency) = 0;
 
     Mutex mLifecycle;           // open against close
+    Mutex mPlayState;           // bridge and stream start and pause together
     Mutex mParameters;          // one bridge is made at a time
     Mutex mLatency;             // the pair, and the order in which policy and bridge are told
     mutable Mutex mBridgeLock;  // the pointer, never held during a call of the bridge

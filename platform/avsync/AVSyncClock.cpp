@@ -17,7 +17,7 @@ nsecs_t monotonicNow() {
     return systemTime(SYSTEM_TIME_MONOTONIC);
 }
 
-/** Clocks by id. A clock takes itself out when it dies, under the same lock that hands it out. */
+/** Clocks by id. One that nobody else holds is swept by the next forId(). */
 struct ClockRegistry {
     std::mutex lock;
     std::map<uint32_t, sp<AVSyncClock>> clocks;
@@ -68,7 +68,7 @@ uint64_t AVSyncClock::positionNs_l() const {
         return mAnchorNs;
     }
     const auto elapsedNs = static_cast<double>(std::max<nsecs_t>(mNow() - mAnchorTimeNs, 0));
-    // The drift apart from the whole: a double holds the elapsed ns of three months exactly.
+    // A double holds the elapsed ns of three months exactly.
     return mAnchorNs + static_cast<uint64_t>(elapsedNs + elapsedNs * mDriftPpm / 1e6);
 }
 

@@ -87,7 +87,7 @@ TEST_F(TunnelStreamTest, AnchorsTheClockThenPutsSilenceAheadOfABurstThatLeads) {
     mStream.write(burst(1340, counted(8, 100)));
     EXPECT_EQ(Calls(), bridge.takeCalls());
     EXPECT_EQ(
-        (std::vector<std::string>{"D TunnelStream: fill, filling silence 340 ms, 65280 bytes"}),
+        (std::vector<std::string>{"D TunnelStream: fill, filling silience 340 ms, 65280 bytes"}),
         mLog.messages());
     Bytes expected = counted(8);
     expected.resize(8 + 340 * 4 * 48);
@@ -202,11 +202,22 @@ TEST_F(TunnelStreamTest, KeepsFramesWholeWhereverWritesAndBurstsCutThem) {
         }
         EXPECT_EQ(counted(16), mStream.payload()) << "step " << step;
     }
-    // What a flush cuts off is not glued to what comes later.
+    // What a flush or a fault cuts off is not glued to what comes later.
     mStream.write(burst(0, counted(6)));
     mStream->flush();
     mStream.write(burst(0, counted(4, 50)));
     EXPECT_EQ(counted(4, 50), mStream.payload());
+    Bytes broken = burst(0, counted(5));
+    append(broken, Bytes{0x55, 0x55, 0x55});
+    append(broken, burst(0, counted(4, 60)));
+    mStream.write(broken);
+    EXPECT_EQ(4U + 4U, mStream.payload().size()) << "a byte carried over garbage shifts all frames";
+    // Nor does a drop that ends inside a frame leave the rest shifted.
+    mStream->drop(10);  // 1920 bytes, of which 919 are left
+    mStream.write(burst(0, counted(1001)));
+    mStream->flush();
+    mStream.write(burst(0, counted(924)));
+    EXPECT_EQ(8U, mStream.payload().size());
 }
 
 TEST_F(TunnelStreamTest, SurvivesAbsurdSilenceAndDrops) {

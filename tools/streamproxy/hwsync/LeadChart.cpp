@@ -183,9 +183,10 @@ void LeadChart::drawEvents() {
     double rowBegins[kRowCount];
     std::fill(std::begin(rowBegins), std::end(rowBegins), Frame::kWidth);
     const auto& events = mTrack.events();
-    for (auto event = events.rbegin(); event != events.rend(); ++event) {
-        const double x = mFrame.x(secOf(event->timeNs));
-        const double width = 8 + 7.5 * static_cast<double>(event->text.size());
+    for (size_t i = events.size(); i-- > 0;) {
+        const auto& event = events[i];
+        const double x = mFrame.x(secOf(event.timeNs));
+        const double width = 8 + 7.5 * static_cast<double>(event.text.size());
         const bool isLeft = x + width > Frame::kWidth;
         const double end = isLeft ? x : x + width;
         size_t row = 0;
@@ -196,7 +197,7 @@ void LeadChart::drawEvents() {
         rowBegins[row] = isLeft ? x - width : x;
         const double y = Frame::kTop - 8 - 16 * static_cast<double>(row);
         add("<path class=\"event\" d=\"M%.2f %gV%g\"/>", x, y - 10, Frame::kBottom);
-        text(isLeft ? x - 5 : x + 5, y, isLeft ? "eventname end" : "eventname", event->text);
+        text(isLeft ? x - 5 : x + 5, y, isLeft ? "eventname end" : "eventname", event.text);
     }
 }
 
