@@ -97,6 +97,9 @@ void BesidePlayer::applyGains(int64_t writtenFrames) {
 
 void BesidePlayer::stop() {
     mIsStopped.store(true, std::memory_order_relaxed);
+    if (mStream != nullptr) {
+        mLibrary->flushStream(mStream);  // a write under way finds room
+    }
     if (mThread.joinable()) {
         mThread.join();
     }

@@ -30,7 +30,7 @@ public:
     /** Makes the stream; the mix has its configuration. Throws ToolError. */
     void create(const Library& library);
     void start();
-    /** Ends within one write and destroys the stream. The library must still mix. */
+    /** Ends within one write, also when nothing is mixed any more, and destroys the stream. */
     void stop();
 
     const std::string& path() const { return mSpec.path; }

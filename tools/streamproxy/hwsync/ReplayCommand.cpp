@@ -2,8 +2,10 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <thread>
 
@@ -107,10 +109,11 @@ void ReplayCommand::addOutputOptions() {
 
 ExitCode ReplayCommand::run() {
     const ReplaySession::Config config = sessionConfig();
-    setLogLevel(mLogLevel);
     setProperties();
     checkOutputs();
+    setLogLevel("silent");  // garbage is told of when it is played
     checkBursts();
+    setLogLevel(mLogLevel);
     const auto besides = openBesides();
     Interrupt::install();
     return play(config, besides);
@@ -160,9 +163,18 @@ void ReplayCommand::checkOutputs() const {
         AudioWriter::check(mOutputPath, mFormat.rateHz, mFormat.bits);
     }
     for (const std::string& path : {mOutputPath, mSvgPath}) {
+        if (path.empty()) {
+            continue;
+        }
         std::error_code error;
-        if (!path.empty() && std::filesystem::equivalent(path, mPath, error)) {
+        if (std::filesystem::equivalent(path, mPath, error)) {
             throw ToolError(path + ": is also the input; give the result another name", EXIT_USAGE);
+        }
+        // The picture is written when all is over: its folder had better be there.
+        const std::filesystem::path folder = std::filesystem::absolute(path).parent_path();
+        if (access(folder.c_str(), W_OK) != 0) {
+            throw ToolError(path + ": can't be written: " + strerror(errno) +
+                            "; choose another place");
         }
     }
 }
@@ -172,7 +184,6 @@ void ReplayCommand::checkBursts() const {
         void onGarbage(uint64_t /*offset*/, uint64_t /*byteCount*/) override {}
         void onBurst(const Burst& /*burst*/) override {}
     } sink;
-    const TunnelLog::Mute mute;
     BurstFile file(mPath);
     BurstScanner scanner(sink);
     std::vector<uint8_t> chunk(size_t{1} << 16);

@@ -30,7 +30,7 @@ private:
     ReplaySession::Config sessionConfig() const;
     std::vector<std::unique_ptr<BesidePlayer>> openBesides() const;
     void checkOutputs() const;
-    /** Whether the file begins a burst somewhere; throws otherwise. */
+    /** Throws ToolError when the file holds no burst. */
     void checkBursts() const;
     ExitCode play(const ReplaySession::Config& config,
                   const std::vector<std::unique_ptr<BesidePlayer>>& besides);

@@ -120,22 +120,23 @@ void ReplaySession::stop(bool isCut) {
         mWriterThread.join();
     }
     mDriver.stop();
-    if (mTunnel != nullptr) {
-        // Closing discards what the mixer does not take in one cycle.
+    if (mTunnel != nullptr && !isCut) {
         const std::chrono::microseconds buffered{mLibrary.getStreamLatency(mTunnel)};
-        if (!isCut) {
-            std::this_thread::sleep_for(buffered + kThreeBlocks);
-        }
-        mLibrary.flushStream(mTunnel);
-        mLibrary.destroyStream(mTunnel);
-        mTunnel = nullptr;
+        std::this_thread::sleep_for(buffered + kThreeBlocks);
+    }
+    // Nothing is heard any more, also not of the streams beside it.
+    if (mHasOutput) {
+        mLibrary.unregisterOutput(mPipeline, &mCard, &SoundCard::onBlock);
+        mHasOutput = false;
     }
     for (const auto& beside : mBesides) {
         beside->stop();
     }
-    if (mHasOutput) {
-        mLibrary.unregisterOutput(mPipeline, &mCard, &SoundCard::onBlock);
-        mHasOutput = false;
+    if (mTunnel != nullptr) {
+        // Closing a stream with audio in it would wait for the mixer.
+        mLibrary.flushStream(mTunnel);
+        mLibrary.destroyStream(mTunnel);
+        mTunnel = nullptr;
     }
     if (mPipeline != nullptr) {
         mLibrary.destroyPipeline(mPipeline);
