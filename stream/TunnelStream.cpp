@@ -16,6 +16,7 @@ namespace {
 constexpr const char* kTag = "TunnelStream";
 constexpr unsigned int kBridgeKind = 128;
 constexpr uint64_t kNsPerMs = 1'000'000;
+constexpr int kMaxIdleAttempts = 4;  // of a second each
 constexpr uint64_t kMaxCount = std::numeric_limits<uint64_t>::max();
 
 /** The product, or the largest count where it does not fit. */
@@ -160,7 +161,10 @@ int TunnelStream::pause() {
     if (current != nullptr) {
         current->pause();
     }
-    return AudioStream::pause();
+    const int status = AudioStream::pause();
+    // Last: a write that sees the old count begins before this pause and looks again.
+    mPauseCount.fetch_add(1, std::memory_order_release);
+    return status;
 }
 
 int TunnelStream::resume() {
@@ -339,13 +343,21 @@ void TunnelStream::writePayload(const uint8_t* data, size_t byteCount) {
 }
 
 // A pause that strikes while this waits for room would cost the payload: no cycle takes frames of a
-// paused stream. The rest counts as the stream's next write, which opens it again.
+// paused stream. The rest counts as the stream's next write, which opens it again. A host that
+// pauses without end gives up the payload after kMaxIdleAttempts.
 void TunnelStream::writeFrames(const uint8_t* data, size_t byteCount) {
-    auto written = static_cast<size_t>(AudioStream::write(data, byteCount));
-    for (bool progress = true; written < byteCount && !isOpened() && progress;) {
-        const int more = AudioStream::write(data + written, byteCount - written);
-        progress = more > 0;
-        written += static_cast<size_t>(more);
+    size_t written = 0;
+    for (int idleAttempts = 0; idleAttempts < kMaxIdleAttempts;) {
+        const uint32_t pauseCount = mPauseCount.load(std::memory_order_acquire);
+        const auto more =
+            static_cast<size_t>(AudioStream::write(data + written, byteCount - written));
+        written += more;
+        const bool wasPaused =
+            !isOpened() || pauseCount != mPauseCount.load(std::memory_order_acquire);
+        if (written == byteCount || !wasPaused) {
+            return;
+        }
+        idleAttempts = more > 0 ? 0 : idleAttempts + 1;
     }
 }
 

@@ -92,8 +92,9 @@ private:
     Mutex mParameters;          // one bridge is made at a time
     Mutex mLatency;             // the pair, and the order in which policy and bridge are told
     mutable Mutex mBridgeLock;  // the pointer, never held during a call of the bridge
-    std::atomic<bool> mRestarted{
-        false};  // any thread sets it: the carried bytes belong to the past
+    // Any thread sets it: the carried bytes belong to the past.
+    std::atomic<bool> mRestarted{false};
+    std::atomic<uint32_t> mPauseCount{0};            // pauses add, the writer compares
     std::atomic<std::thread::id> mCallbackThread{};  // the writer's own mark; orders nothing
 };
 

@@ -6,51 +6,35 @@ namespace android {
 
 namespace {
 
-/** A bridge to a clock of this process. Every call stands in the clock's record. */
+/** A bridge to a clock of this process. */
 class SoftwareBridge : public BridgeHalHidl {
 public:
     explicit SoftwareBridge(uint32_t hwSyncId) : mClock(AVSyncClock::forId(hwSyncId)) {
-        mClock->record(AVSyncCall::kCreate, 0);
+        mClock->bridgeCall(AVSyncCall::kCreate);
     }
 
     uint32_t getHwSyncId() override { return mClock->id(); }
     int setLatency(uint64_t latencyNs) override {
-        mClock->record(AVSyncCall::kSetLatency, latencyNs);
-        mClock->setLatencyNs(latencyNs);
-        return 0;
+        return answer(AVSyncCall::kSetLatency, latencyNs);
     }
-    int start() override {
-        mClock->record(AVSyncCall::kStart, 0);
-        mClock->resume();
-        return 0;
-    }
-    int pause() override {
-        mClock->record(AVSyncCall::kPause, 0);
-        mClock->pause();
-        return 0;
-    }
-    int resume() override {
-        mClock->record(AVSyncCall::kResume, 0);
-        mClock->resume();
-        return 0;
-    }
-    int stop() override {
-        mClock->record(AVSyncCall::kStop, 0);
-        mClock->clear();
-        return 0;
-    }
+    int start() override { return answer(AVSyncCall::kStart); }
+    int pause() override { return answer(AVSyncCall::kPause); }
+    int resume() override { return answer(AVSyncCall::kResume); }
+    int stop() override { return answer(AVSyncCall::kStop); }
     int updateAudioPts(uint64_t ptsNs) override {
-        mClock->record(AVSyncCall::kUpdateAudioPts, ptsNs);
-        mClock->setPositionNs(ptsNs);
-        return 0;
+        return answer(AVSyncCall::kUpdateAudioPts, ptsNs);
     }
     int getSyncPts(uint64_t& ptsNs) override {
-        ptsNs = mClock->positionNs();
-        mClock->record(AVSyncCall::kGetSyncPts, ptsNs);
+        ptsNs = mClock->bridgeCall(AVSyncCall::kGetSyncPts);
         return 0;
     }
 
 private:
+    int answer(AVSyncCall call, uint64_t valueNs = 0) {
+        mClock->bridgeCall(call, valueNs);
+        return 0;
+    }
+
     const sp<AVSyncClock> mClock;
 };
 

@@ -107,25 +107,37 @@ void AVSyncClock::setDriftPpm(double ppm) {
     mDriftPpm = std::isfinite(ppm) ? std::clamp(ppm, -kMaxDriftPpm, kMaxDriftPpm) : 0;
 }
 
-void AVSyncClock::pause() {
-    const Mutex::Autolock lock(mLock);
+void AVSyncClock::pause_l() {
     mAnchorNs = positionNs_l();
     mPaused = true;
 }
 
-void AVSyncClock::resume() {
+void AVSyncClock::pause() {
     const Mutex::Autolock lock(mLock);
+    pause_l();
+}
+
+void AVSyncClock::resume_l() {
     if (mPaused) {
         mPaused = false;
         mAnchorTimeNs = mNow();
     }
 }
 
-void AVSyncClock::clear() {
+void AVSyncClock::resume() {
     const Mutex::Autolock lock(mLock);
+    resume_l();
+}
+
+void AVSyncClock::clear_l() {
     mAnchored = false;
     mPaused = false;
     mAnchorNs = 0;
+}
+
+void AVSyncClock::clear() {
+    const Mutex::Autolock lock(mLock);
+    clear_l();
 }
 
 bool AVSyncClock::isRunning() {
@@ -143,8 +155,36 @@ uint64_t AVSyncClock::latencyNs() {
     return mLatencyNs;
 }
 
-void AVSyncClock::record(AVSyncCall call, uint64_t valueNs) {
+uint64_t AVSyncClock::bridgeCall(AVSyncCall call, uint64_t valueNs) {
     const Mutex::Autolock lock(mLock);
+    switch (call) {
+        case AVSyncCall::kCreate:
+            break;
+        case AVSyncCall::kSetLatency:
+            mLatencyNs = valueNs;
+            break;
+        case AVSyncCall::kStart:
+        case AVSyncCall::kResume:
+            resume_l();
+            break;
+        case AVSyncCall::kPause:
+            pause_l();
+            break;
+        case AVSyncCall::kStop:
+            clear_l();
+            break;
+        case AVSyncCall::kUpdateAudioPts:
+            anchor_l(valueNs);
+            break;
+        case AVSyncCall::kGetSyncPts:
+            valueNs = positionNs_l();
+            break;
+    }
+    record_l(call, valueNs);
+    return valueNs;
+}
+
+void AVSyncClock::record_l(AVSyncCall call, uint64_t valueNs) {
     const AVSyncRecord entry = {.timeNs = mNow(), .call = call, .valueNs = valueNs};
     if (mRecords.size() < kMaxRecords) {
         mRecords.push_back(entry);

@@ -274,6 +274,15 @@ TEST_F(BlockedTunnelWrite, APauseLosesNoPayloadAndTheNextWritePlaysOn) {
     EXPECT_TRUE(mSmall->isOpened());
 }
 
+TEST_F(BlockedTunnelWrite, ASecondPauseRightAfterTheWriteWentOnLosesNoneEither) {
+    for (int i = 0; i < 2; ++i) {
+        mSmall->pause();
+        std::this_thread::sleep_for(milliseconds(1100));
+    }
+    EXPECT_TRUE(eventually([this] { return hear() == 300; }));
+    mWriter.join();
+}
+
 TEST_F(BlockedTunnelWrite, CloseFlushAndParametersComeThroughAndLeaveTheStreamUsable) {
     const auto start = steady_clock::now();
     mSmall->setParameters("hw_av_sync=10");
@@ -316,6 +325,12 @@ TEST_F(TunnelStreamTest, ControlThreadsBesideAWriterLeaveItPlaying) {
     done = true;
     control.join();
     mixer.join();
+    mStream->flush();
+    FakeBridge& bridge = connect(3);
+    bridge.takeCalls();
+    mStream.write(burst(5000, counted(1920, 7)));
+    EXPECT_EQ(counted(1920, 7), mStream.payload()) << "no drop, silence or cut frame is left over";
+    EXPECT_EQ("pts 5000", bridge.takeCalls().back());
 }
 
 }  // namespace

@@ -50,8 +50,10 @@ public:
     void setLatencyNs(uint64_t latencyNs) EXCLUDES(mLock);
     uint64_t latencyNs() EXCLUDES(mLock);
 
-    /** Notes a bridge call. The newest 65536 are kept. */
-    void record(AVSyncCall call, uint64_t valueNs) EXCLUDES(mLock);
+    /** What a bridge of this clock was called to do: the effect and its place in the record are one
+     *  step. Returns the value recorded: `valueNs`, or the position for kGetSyncPts. The newest
+     *  65536 calls are kept. */
+    uint64_t bridgeCall(AVSyncCall call, uint64_t valueNs = 0) EXCLUDES(mLock);
     /** The calls noted since the last take, oldest first. */
     std::vector<AVSyncRecord> takeRecords() EXCLUDES(mLock);
 
@@ -67,6 +69,10 @@ private:
     uint64_t positionNs_l() const REQUIRES(mLock);
     /** Goes on from `positionNs` now. */
     void anchor_l(uint64_t positionNs) REQUIRES(mLock);
+    void pause_l() REQUIRES(mLock);
+    void resume_l() REQUIRES(mLock);
+    void clear_l() REQUIRES(mLock);
+    void record_l(AVSyncCall call, uint64_t valueNs) REQUIRES(mLock);
 
     const uint32_t mId;
     const TimeSource mNow;
