@@ -1,0 +1,58 @@
+# shellcheck shell=bash
+
+sources() {
+    find . \( -path './build*' -o -path ./out -o -path ./.git \) -prune -o \
+        -type f \( -name '*.h' -o -name '*.c' -o -name '*.cpp' \) -print | sort
+}
+
+check_format() {
+    say "formatting"
+    sources | xargs clang-format --dry-run -Werror
+}
+
+check_exports() {
+    say "exported symbols"
+    diff <(sed -n '/global:/,/local:/s/^ *\([a-z_]*\);.*/\1/p' interface/streamproxy.map | sort) \
+        <(nm -D --defined-only "$BUILD_DIR/lib/libstreamproxy.so" | awk '{ print $3 }' | sort) ||
+        die "libstreamproxy.so exports other symbols than interface/streamproxy.map lists"
+}
+
+check_header() {
+    say "the public header as C11 and C++17"
+    local header=interface/streamproxy.h strict=(-Wall -Wextra -Wpedantic -Werror -fsyntax-only)
+    local cc cxx
+    for cc in gcc clang; do
+        "$cc" -x c -std=c11 "${strict[@]}" - <<<"#include \"$header\"" -I.
+    done
+    for cxx in g++ clang++; do
+        "$cxx" -x c++ -std=c++17 "${strict[@]}" - <<<"#include \"$header\"" -I.
+    done
+}
+
+check_tidy() {
+    say "static analysis of $BUILD_DIR"
+    local log
+    log=$(mktemp)
+    if ! run-clang-tidy -quiet -j "$JOBS" -p "$BUILD_DIR" >"$log" 2>/dev/null; then
+        grep -vE '^clang-tidy|^$' "$log" | head -n 100 >&2
+        rm -f "$log"
+        die "clang-tidy has complaints"
+    fi
+    rm -f "$log"
+}
+
+verb_check() {
+    need_build
+    need_tests
+    need clang clang-format clang-tidy libclang-rt-14-dev libc++-dev libc++abi-dev shellcheck
+    check_format
+    say "shell scripts"
+    shellcheck -x dev .ci/run scripts/*.sh
+    check_header
+    CC=gcc CXX=g++ STDLIB='' build release -DSTREAMPROXY_BUILD_TESTS=ON
+    check_exports
+    CC=clang CXX=clang++ STDLIB=libc++ build release -DSTREAMPROXY_BUILD_TESTS=OFF
+    CC=clang CXX=clang++ STDLIB='' build release -DSTREAMPROXY_BUILD_TESTS=ON
+    check_tidy
+    say "all checks passed"
+}
