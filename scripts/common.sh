@@ -60,7 +60,7 @@ build_gtest() {
     printf '%s' "$PWD/$dir/root"
 }
 
-# build PRESET [CMAKE-OPTION...] : builds and sets BUILD_DIR.
+# build PRESET [CMAKE-OPTION...] : builds all, or the target that TARGET names, and sets BUILD_DIR.
 build() {
     local preset=$1 options=()
     shift
@@ -75,5 +75,5 @@ build() {
     fi
     say "building $BUILD_DIR"
     cmake --preset "$preset" -B "$BUILD_DIR" "${options[@]}" "$@" >/dev/null
-    cmake --build "$BUILD_DIR" -j "$JOBS"
+    cmake --build "$BUILD_DIR" -j "$JOBS" --target "${TARGET:-all}"
 }

@@ -94,6 +94,8 @@ TEST_F(HwSyncReplay, WhatCantBeReplayedIsNamed) {
         {{stream, "--event", "1s:leap=3"}, "'leap=3' is no event"},
         {{stream, "--script", folder / "missing"}, "check --script"},
         {{stream, "--latency-offset", "-10ms"}, "an offset below 0"},
+        {{stream, "--drift", "nan"}, "--drift: 'nan' is no number"},
+        {{stream, "--gain", "nan"}, "nan is no gain from 0 to 1"},
     };
     for (auto [arguments, words] : cases) {
         arguments.insert(arguments.begin(), "replay");

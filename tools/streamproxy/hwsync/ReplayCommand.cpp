@@ -73,8 +73,7 @@ ReplayCommand::ReplayCommand(CLI::App& parent)
 void ReplayCommand::addClockOptions() {
     mCommand->add_option("--offset", mOffset,
                          "Put the clock ahead of the audio by this, once it is anchored");
-    mCommand->add_option("--drift", mDriftPpm, "How much too fast the clock runs, in ppm")
-        ->check(CLI::Range(-1e6, 1e6));
+    mCommand->add_option("--drift", mDrift, "How much too fast the clock runs, in ppm");
     mCommand->add_option("--event", mEvents, "AT:WHAT, see below; repeatable");
     mCommand->add_option("--script", mScriptPath, "File of events, one a line");
     mCommand->add_option("--latency", mLatency, "Latency behind the output");
@@ -89,7 +88,10 @@ void ReplayCommand::addClockOptions() {
 
 void ReplayCommand::addOutputOptions() {
     mCommand->add_option("--gain", mGain, "Gain of the tunnel stream, linear")
-        ->check(CLI::Range(0.0, 1.0))
+        ->check([](const std::string& text) {
+            const double gain = strtod(text.c_str(), nullptr);
+            return gain >= 0 && gain <= 1 ? "" : text + " is no gain from 0 to 1";
+        })
         ->capture_default_str();
     mCommand->add_option("--beside", mBesides,
                          "Audio file to play in a plain stream of the same mix, with settings as "
@@ -139,7 +141,7 @@ ReplaySession::Config ReplayCommand::sessionConfig() const {
     config.clockId = mClockId;
     config.latencyMs = static_cast<unsigned long>(parseTimeNs(mLatency, "--latency") / 1'000'000);
     config.latencyOffsetMs = parseSignedTimeNs(mLatencyOffset, "--latency-offset") / 1'000'000;
-    config.driftPpm = mDriftPpm;
+    config.driftPpm = ClockEvent::parse("0:drift=" + mDrift, "--drift").driftPpm;
     config.gain = mGain;
     if (!mScriptPath.empty()) {
         config.events = ClockEvent::load(mScriptPath);

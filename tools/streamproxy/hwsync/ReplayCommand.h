@@ -41,7 +41,7 @@ private:
     std::string mPath;
     PcmFormat mFormat;
     std::string mOffset = "0";
-    double mDriftPpm = 0;
+    std::string mDrift = "0";
     std::vector<std::string> mEvents;
     std::string mScriptPath;
     std::string mLatency = "0";
