@@ -175,22 +175,34 @@ void VolumeMixer::volumeMix(void* out, size_t frameCount, const void* in, bool r
             sample = gained;
         }
     };
+    constexpr size_t kChannels = ChannelCount;
+    // Gains and positions in locals: a sample that is written may not be seen to change them, or
+    // the loops would go sample by sample.
     if (!ramp) {
+        short gain[kChannels];
+        std::copy_n(volume, kChannels, gain);
         for (size_t frame = 0; frame < frameCount; ++frame) {
-            for (int i = 0; i < ChannelCount; ++i) {
-                const int product = wrappingMultiply(toProductInput(*source++), volume[i]);
-                store(*target++, fromProduct<TO>(product));
+            for (size_t i = 0; i < kChannels; ++i) {
+                const size_t at = frame * kChannels + i;
+                store(target[at],
+                      fromProduct<TO>(wrappingMultiply(toProductInput(source[at]), gain[i])));
             }
         }
         return;
     }
+    TV position[kChannels];
+    TV increment[kChannels];
+    std::copy_n(prevVolume, kChannels, position);
+    std::copy_n(volumeInc, kChannels, increment);
     for (size_t frame = 0; frame < frameCount; ++frame) {
-        for (int i = 0; i < ChannelCount; ++i) {
-            const int gain = prevVolume[i] >> kRampShift;
-            store(*target++, fromProduct<TO>(wrappingMultiply(toProductInput(*source++), gain)));
-            prevVolume[i] = wrappingAdd(prevVolume[i], volumeInc[i]);
+        for (size_t i = 0; i < kChannels; ++i) {
+            const size_t at = frame * kChannels + i;
+            const int gain = position[i] >> kRampShift;
+            store(target[at], fromProduct<TO>(wrappingMultiply(toProductInput(source[at]), gain)));
+            position[i] = wrappingAdd(position[i], increment[i]);
         }
     }
+    std::copy_n(position, kChannels, prevVolume);
     adjustVolumeRamp(prevVolume, volumeInc, volume);
 }
 

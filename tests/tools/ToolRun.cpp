@@ -71,6 +71,9 @@ Audio noise(int rateHz, int channelCount, int64_t frameCount, uint32_t seed) {
 
 ToolRun::ToolRun(std::vector<std::string> arguments, const std::string& command) {
     arguments.insert(arguments.begin(), {STREAMPROXY_TOOL, command});
+#ifdef STREAMPROXY_EMULATOR
+    arguments.insert(arguments.begin(), STREAMPROXY_EMULATOR);
+#endif
     std::vector<char*> pointers;
     pointers.reserve(arguments.size() + 1);
     for (std::string& argument : arguments) {
@@ -82,7 +85,7 @@ ToolRun::ToolRun(std::vector<std::string> arguments, const std::string& command)
     constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC;
     posix_spawn_file_actions_addopen(&actions, 1, (mFolder / "out").c_str(), kFlags, 0600);
     posix_spawn_file_actions_addopen(&actions, 2, (mFolder / "err").c_str(), kFlags, 0600);
-    EXPECT_EQ(0, posix_spawn(&mPid, STREAMPROXY_TOOL, &actions, nullptr, pointers.data(), environ));
+    EXPECT_EQ(0, posix_spawn(&mPid, pointers[0], &actions, nullptr, pointers.data(), environ));
     posix_spawn_file_actions_destroy(&actions);
 }
 

@@ -41,8 +41,9 @@ void ClockDriver::run(nsecs_t startNs) {
                 return;
             }
         }
-        const std::string text = event.applyTo(*mClock);
-        mTrack.addEvent({.timeNs = systemTime(SYSTEM_TIME_MONOTONIC) - startNs, .text = text});
+        // The time before: a decision that the event leads to must not come ahead of it.
+        const nsecs_t timeNs = systemTime(SYSTEM_TIME_MONOTONIC) - startNs;
+        mTrack.addEvent({.timeNs = timeNs, .text = event.applyTo(*mClock)});
     }
 }
 

@@ -133,8 +133,8 @@ void TunnelWriter::applyOffset() {
     mIsOffsetDue = false;
     ClockEvent event;
     event.jumpNs = mConfig.offsetNs;
-    const std::string text = "offset, " + event.applyTo(*mClock);
-    mTrack.addEvent({.timeNs = systemTime(SYSTEM_TIME_MONOTONIC) - mStartNs, .text = text});
+    const nsecs_t timeNs = systemTime(SYSTEM_TIME_MONOTONIC) - mStartNs;
+    mTrack.addEvent({.timeNs = timeNs, .text = "offset, " + event.applyTo(*mClock)});
 }
 
 }  // namespace android

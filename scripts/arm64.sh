@@ -1,0 +1,86 @@
+# shellcheck shell=bash
+# ./dev arm64 : the tests and the demo's mix as AArch64 code, under user-mode emulation.
+
+# Fills build/arm64-root with the target's libraries, out of packages of that architecture. They are
+# unpacked there, not installed: the machine's own packages stay as they are.
+fill_arm64_root() {
+    local root=$PWD/build/arm64-root packages=$PWD/build/arm64-packages package
+    if [ -e "$root/filled" ]; then return; fi
+    say "filling build/arm64-root"
+    rm -rf "$root" "$packages"
+    mkdir -p "$root" "$packages"/{lists,archives}/partial
+    : >"$packages/status"
+    local apt=(apt-get -qq -o APT::Architecture=arm64 -o APT::Architectures=arm64
+        -o Dir::State="$packages" -o Dir::State::status="$packages/status"
+        -o Dir::Cache="$packages" -o APT::Install-Recommends=false -o APT::Sandbox::User=root)
+    "${apt[@]}" update
+    "${apt[@]}" --download-only --yes install \
+        libsndfile1-dev libfftw3-dev libcli11-dev nlohmann-json3-dev >/dev/null
+    for package in "$packages"/archives/*.deb; do
+        dpkg-deb -x "$package" "$root"
+    done
+    cmake -S /usr/src/googletest -B build/googletest-arm64 -G Ninja -DCMAKE_BUILD_TYPE=Release \
+        -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/Arm64.cmake" -DCMAKE_INSTALL_PREFIX=/usr >/dev/null
+    DESTDIR="$root" cmake --build build/googletest-arm64 -j "$JOBS" --target install >/dev/null
+    touch "$root/filled"
+}
+
+# check_vectorised OBJECT FUNCTION-PATTERN FUNCTIONS LOOPS
+check_vectorised() {
+    aarch64-linux-gnu-objdump -d -C --no-show-raw-insn "$1" >build/arm64/listing.txt
+    python3 scripts/vectorised.py build/arm64/listing.txt "${@:2}" ||
+        die "$1 is not vectorised on AArch64"
+}
+
+# Ogg Vorbis is decoded in floating point, which differs between machines: both mix the same samples.
+decode_inputs() {
+    local i file
+    for i in "${!DEMO_INPUTS[@]}"; do
+        file=build/arm64/input$i.wav
+        sndfile-convert -pcm24 "${DEMO_INPUTS[i]%%@*}" "$file" >/dev/null
+        DEMO_INPUTS[i]=$file@${DEMO_INPUTS[i]#*@}
+    done
+}
+
+# compare_mixes STEPS FILE... : mixes both ways; no sample differs by more.
+compare_mixes() {
+    local steps=$1
+    shift
+    build/release/bin/streamproxy mix "$@" --rate 44100 --quiet -o build/arm64/x86-64.wav
+    qemu-aarch64 build/arm64/bin/streamproxy mix "$@" --rate 44100 --quiet -o build/arm64/arm64.wav
+    python3 scripts/compare_audio.py "$steps" build/arm64/x86-64.wav build/arm64/arm64.wav
+}
+
+verb_arm64() {
+    need_build
+    need g++-aarch64-linux-gnu qemu-user googletest python3 sndfile-programs
+    fill_arm64_root
+    export QEMU_LD_PREFIX=$PWD/build/arm64-root
+    CC='' CXX='' STDLIB='' build arm64 -DSTREAMPROXY_BUILD_TESTS=ON
+
+    say "vector code of the kernels and the resampler"
+    local objects=build/arm64/CMakeFiles/streamproxy_objects.dir
+    local platform=build/arm64/platform/CMakeFiles/streamproxy_platform.dir
+    # Each kernel has a loop for a steady gain and one for a ramp.
+    check_vectorised "$objects/processor/VolumeMixer.cpp.o" \
+        '^void android::VolumeMixer::volumeMix<' 8 2
+    check_vectorised "$platform/audio_utils/PolyphaseFilter.cpp.o" \
+        '^android::PolyphaseFilter::sumOfProducts' 1 1
+
+    # shellcheck source=scripts/hardening.sh
+    . scripts/hardening.sh
+    refuse_soft build/arm64
+
+    say "testing build/arm64"
+    ctest --test-dir build/arm64 -j "$JOBS" --output-on-failure --no-tests=error
+
+    say "the demo's mix on both machines"
+    # shellcheck source=scripts/demo.sh
+    . scripts/demo.sh
+    demo_recordings
+    decode_inputs
+    CC='' CXX='' STDLIB='' TARGET=streamproxy_tool build release
+    # These two have the mix's rate: nothing is resampled.
+    compare_mixes 0 "${DEMO_INPUTS[0]}" "${DEMO_INPUTS[7]}"
+    compare_mixes 1 "${DEMO_INPUTS[@]}"
+}
