@@ -68,10 +68,10 @@ public:
     using Stream = SoakStream<Base>;
 
     StreamSlot(const sp<SoakMixer>& mixer, SoakLedger& ledger, const SoakConfig& config,
-               uint32_t mixRate, bool isWideMix)
+               bool isWideMix)
         : mMixer(mixer),
           mConfig(config),
-          mIsFollowed(config.sampleRate == mixRate &&
+          mIsFollowed(config.sampleRate == config.mixRate &&
                       config.channelMask == AUDIO_CHANNEL_OUT_STEREO),
           mStream(new Stream(*mixer, ledger, config, mIsFollowed, isWideMix)) {
         ledger.streams += 1;
@@ -164,7 +164,8 @@ std::unique_ptr<Slot> makeSlot(const sp<SoakMixer>& mixer, SoakLedger& ledger, c
     SoakConfig config = {.sampleRate = round.mixRate,
                          .format = AUDIO_FORMAT_PCM_16_BIT,
                          .channelMask = AUDIO_CHANNEL_OUT_STEREO,
-                         .frameCount = 500 + random() % 4000};
+                         .frameCount = 500 + random() % 4000,
+                         .mixRate = round.mixRate};
     if (!isTunnel) {
         config.format = random() % 3 == 0 ? AUDIO_FORMAT_PCM_32_BIT : AUDIO_FORMAT_PCM_16_BIT;
         if (random() % 3 == 0) {
@@ -172,11 +173,9 @@ std::unique_ptr<Slot> makeSlot(const sp<SoakMixer>& mixer, SoakLedger& ledger, c
             config.channelMask =
                 random() % 2 == 0 ? AUDIO_CHANNEL_OUT_MONO : AUDIO_CHANNEL_OUT_STEREO;
         }
-        return std::make_unique<StreamSlot<AudioStream>>(mixer, ledger, config, round.mixRate,
-                                                         round.isWideMix);
+        return std::make_unique<StreamSlot<AudioStream>>(mixer, ledger, config, round.isWideMix);
     }
-    return std::make_unique<StreamSlot<TunnelStream>>(mixer, ledger, config, round.mixRate,
-                                                      round.isWideMix);
+    return std::make_unique<StreamSlot<TunnelStream>>(mixer, ledger, config, round.isWideMix);
 }
 
 void act(const sp<SoakMixer>& mixer, SoakLedger& ledger, const Round& round, uint32_t seed) {

@@ -15,7 +15,7 @@ public:
     void note(size_t frameCount) { mDelivered.push_back(frameCount); }
 
 protected:
-    ssize_t threadLoopProcess_l() override {
+    ssize_t threadLoopProcess_l() override REQUIRES(mLock) {
         mDelivered.clear();
         const ssize_t committed = MixerThread::threadLoopProcess_l();
         const size_t kept = static_cast<size_t>(std::max<ssize_t>(committed, 0));

@@ -14,6 +14,7 @@ struct SoakConfig {
     audio_format_t format;
     uint32_t channelMask;
     size_t frameCount;  // of the ring
+    uint32_t mixRate;   // Hz
 };
 
 /**
@@ -33,6 +34,7 @@ public:
                static_cast<uint32_t>(config.frameCount)),
           mMixer(mixer),
           mLedger(ledger),
+          mMixRate(config.mixRate),
           mIsFollowed(isFollowed),
           mIsWideMix(isWideMix) {}
 
@@ -55,7 +57,7 @@ public:
             const int processed = Base::process(output, frameCount);
             const auto frames = static_cast<uint64_t>(std::max(processed, 0));
             mLedger.converted += frames;
-            mGone += frames * this->mSampleRate / std::max(1U, this->mDstSampleRate);
+            mGone += frames * this->mSampleRate / mMixRate;
             mWasStarved = processed <= 0;
             return processed;
         }
@@ -163,6 +165,7 @@ private:
 
     SoakMixer& mMixer;
     SoakLedger& mLedger;
+    const uint32_t mMixRate;
     const bool mIsFollowed;
     const bool mIsWideMix;
     std::atomic<uint64_t> mDiscardsBegun{0};
