@@ -28,8 +28,9 @@ fill_arm64_root() {
 # check_vectorised OBJECT FUNCTION-PATTERN FUNCTIONS LOOPS
 check_vectorised() {
     aarch64-linux-gnu-objdump -d -C --no-show-raw-insn "$1" >build/arm64/listing.txt
-    python3 scripts/vectorised.py build/arm64/listing.txt "${@:2}" ||
+    VECTORISED+=$(python3 scripts/vectorised.py build/arm64/listing.txt "${@:2}") ||
         die "$1 is not vectorised on AArch64"
+    VECTORISED+=$'\n'
 }
 
 # Ogg Vorbis is decoded in floating point, which differs between machines: both mix the same samples.
@@ -48,12 +49,13 @@ compare_mixes() {
     shift
     build/release/bin/streamproxy mix "$@" --rate 44100 --quiet -o build/arm64/x86-64.wav
     qemu-aarch64 build/arm64/bin/streamproxy mix "$@" --rate 44100 --quiet -o build/arm64/arm64.wav
-    python3 scripts/compare_audio.py "$steps" build/arm64/x86-64.wav build/arm64/arm64.wav
+    record "arm64-mix-$steps" "$(python3 scripts/compare_audio.py "$steps" \
+        build/arm64/x86-64.wav build/arm64/arm64.wav)"
 }
 
 verb_arm64() {
     need_build
-    need g++-aarch64-linux-gnu qemu-user googletest python3 sndfile-programs
+    need g++-aarch64-linux-gnu qemu-user googletest python3 sndfile-programs abigail-tools
     fill_arm64_root
     export QEMU_LD_PREFIX=$PWD/build/arm64-root
     CC='' CXX='' STDLIB='' build arm64 -DSTREAMPROXY_BUILD_TESTS=ON
@@ -61,18 +63,25 @@ verb_arm64() {
     say "vector code of the kernels and the resampler"
     local objects=build/arm64/CMakeFiles/streamproxy_objects.dir
     local platform=build/arm64/platform/CMakeFiles/streamproxy_platform.dir
+    VECTORISED=
     # Each kernel has a loop for a steady gain and one for a ramp.
     check_vectorised "$objects/processor/VolumeMixer.cpp.o" \
         '^void android::VolumeMixer::volumeMix<' 8 2
     check_vectorised "$platform/audio_utils/PolyphaseFilter.cpp.o" \
         '^android::PolyphaseFilter::sumOfProducts' 1 1
+    record arm64-vectors "$(awk '{ loops += $1 } END { printf "%d functions, %d vector loops", NR, loops }' \
+        <<<"${VECTORISED%$'\n'}")"
 
     # shellcheck source=scripts/hardening.sh
     . scripts/hardening.sh
     refuse_soft build/arm64
+    # shellcheck source=scripts/abi.sh
+    . scripts/abi.sh
+    check_abi build/arm64
 
     say "testing build/arm64"
     ctest --test-dir build/arm64 -j "$JOBS" --output-on-failure --no-tests=error
+    record arm64 "$(count_tests) tests under emulation"
 
     say "the demo's mix on both machines"
     # shellcheck source=scripts/demo.sh

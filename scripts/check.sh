@@ -51,8 +51,9 @@ verb_check() {
     check_header
     CC=gcc CXX=g++ STDLIB='' build release -DSTREAMPROXY_BUILD_TESTS=ON
     check_exports
-    CC=clang CXX=clang++ STDLIB=libc++ build release -DSTREAMPROXY_BUILD_TESTS=OFF
-    CC=clang CXX=clang++ STDLIB='' build release -DSTREAMPROXY_BUILD_TESTS=ON
+    # For their warnings and their standard library: unoptimised takes a third of the time.
+    CC=clang CXX=clang++ STDLIB=libc++ build debug -DSTREAMPROXY_BUILD_TESTS=OFF
+    CC=clang CXX=clang++ STDLIB='' build debug -DSTREAMPROXY_BUILD_TESTS=ON
     check_tidy
     say "all checks passed"
 }

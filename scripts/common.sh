@@ -77,3 +77,12 @@ build() {
     cmake --preset "$preset" -B "$BUILD_DIR" "${options[@]}" "$@" >/dev/null
     cmake --build "$BUILD_DIR" -j "$JOBS" --target "${TARGET:-all}"
 }
+
+# record CHECK FIGURES : for the page that ./dev reliability writes.
+record() {
+    mkdir -p out/reliability
+    printf '%s\n' "$2" >"out/reliability/$1.txt"
+    say "$1: $2"
+}
+
+count_tests() { ctest --test-dir "$BUILD_DIR" -N | sed -n 's/^Total Tests: //p'; }

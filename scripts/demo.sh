@@ -45,24 +45,8 @@ Listen for:
   13 s  a telephone ringing out (8 kHz mono) left of the middle
   16 s  a last chime (44.1 kHz); from 19 s on the music fades away
 EOF
-        demo_tunnel
-    else
-        printf '\nThe mix is out/demo.wav.\n'
-    fi
-}
-
-# A tunnel stream with a plain one beside it, while the AV-sync clock jumps once.
-demo_tunnel() {
-    local tool=$BUILD_DIR/bin/streamproxy
-    local music=/usr/share/games/noiz2sa/sounds/stg00.ogg
-    local voice=/usr/share/sounds/freedesktop/stereo/audio-channel-front-center.oga
-    say "a tunnel stream"
-    "$tool" hwsync pack "$music" -o out/tunnel.hws --length 12s --quiet
-    "$tool" hwsync inspect out/tunnel.hws --rate 44100 --summary
-    say "replaying it in real time, 12 s"
-    "$tool" hwsync replay out/tunnel.hws --rate 44100 --gain 0.4 --event 5s:jump=+400ms \
-        --beside "$voice@gain=-6dB,loop=12" -o out/tunnel.wav --svg out/tunnel.svg --summary
-    cat <<'EOF'
+        demo_tunnel out "$BUILD_DIR/bin/streamproxy"
+        cat <<'EOF'
 
 The mix is out/tunnel.wav, the picture out/tunnel.svg (any browser shows it).
 Listen for music from the tunnel stream and a voice from a plain stream, over and over. At 5 s the
@@ -70,4 +54,21 @@ clock jumps ahead by 400 ms: the music skips to catch up, the voice goes on undi
 Look for the audio lead: it falls out of the green band at 5 s, red marks show audio being dropped,
 and it is back inside at once.
 EOF
+    else
+        printf '\nThe mix is out/demo.wav.\n'
+    fi
+}
+
+# demo_tunnel FOLDER TOOL... : a tunnel stream with a plain one beside it, while the AV-sync clock
+# jumps once.
+demo_tunnel() {
+    local tunnel=$1/tunnel tool=("${@:2}")
+    local music=/usr/share/games/noiz2sa/sounds/stg00.ogg
+    local voice=/usr/share/sounds/freedesktop/stereo/audio-channel-front-center.oga
+    say "a tunnel stream"
+    "${tool[@]}" hwsync pack "$music" -o "$tunnel.hws" --length 12s --quiet
+    "${tool[@]}" hwsync inspect "$tunnel.hws" --rate 44100 --summary
+    say "replaying it in real time, 12 s"
+    "${tool[@]}" hwsync replay "$tunnel.hws" --rate 44100 --gain 0.4 --event 5s:jump=+400ms \
+        --beside "$voice@gain=-6dB,loop=12" -o "$tunnel.wav" --svg "$tunnel.svg" --summary
 }

@@ -6,7 +6,7 @@ FUZZERS=(tunnel api chain parameters reader)
 # A buffer property of -1 asks for 16 GB: it has to be refused, not reported. The log has the rest.
 fuzz_one() {
     local name=$1 seconds=$2 log=$BUILD_DIR/$1.log
-    local options=(-malloc_limit_mb=0 -rss_limit_mb=4096 -timeout=25 -max_len=4096
+    local options=(-malloc_limit_mb=0 -rss_limit_mb=4096 -timeout=60 -max_len=4096
         -artifact_prefix="$BUILD_DIR/$name-")
     mkdir -p "$BUILD_DIR/corpus/$name"
     # The seeds and what earlier runs found; then on from there.
@@ -28,8 +28,6 @@ verb_fuzz() {
         [ -x "$BUILD_DIR/bin/fuzz_$name" ] || die "fuzz: no fuzzer by the name '$name'"
     done
     export ASAN_OPTIONS=allocator_may_return_null=1:max_allocation_size_mb=2048
-    mkdir -p out/reliability
-    : >out/reliability/fuzz.txt
     while [ ${#FUZZERS[@]} -gt 0 ]; do
         local batch=("${FUZZERS[@]:0:JOBS}") processes=() i
         FUZZERS=("${FUZZERS[@]:JOBS}")
@@ -43,8 +41,8 @@ verb_fuzz() {
             executed=$(sed -n 's/^stat::number_of_executed_units: *//p' \
                 "$BUILD_DIR/${batch[i]}.log" | tail -n 1)
             covered=$(grep -o 'cov: [0-9]*' "$BUILD_DIR/${batch[i]}.log" | tail -n 1)
-            printf '%-11s %10s executions, %s edges\n' "${batch[i]}" "${executed:-0}" \
-                "${covered#cov: }" | tee -a out/reliability/fuzz.txt
+            record "fuzz-${batch[i]}" \
+                "$seconds s: ${executed:-0} executions, ${covered#cov: } edges reached"
         done
     done
     [ ${#failed[@]} -eq 0 ] || die "a fault was found by ${failed[*]}: $(

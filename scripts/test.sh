@@ -1,4 +1,5 @@
 # shellcheck shell=bash
+# ./dev test [PRESET] : the tests; under a sanitizer the demo as well.
 
 verb_test() {
     local preset=${1:-release} run=() options=(-DSTREAMPROXY_BUILD_TESTS=ON)
@@ -17,8 +18,20 @@ verb_test() {
         run=(setarch "$(uname -m)" -R)
     fi
     say "testing $BUILD_DIR"
-    ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1:${ASAN_OPTIONS:-} \
-        UBSAN_OPTIONS=print_stacktrace=1:${UBSAN_OPTIONS:-} \
-        TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:${TSAN_OPTIONS:-} \
-        "${run[@]}" ctest --test-dir "$BUILD_DIR" --output-on-failure --no-tests=error
+    export ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1:${ASAN_OPTIONS:-}
+    export UBSAN_OPTIONS=print_stacktrace=1:${UBSAN_OPTIONS:-}
+    export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:${TSAN_OPTIONS:-}
+    "${run[@]}" ctest --test-dir "$BUILD_DIR" -j "$JOBS" --output-on-failure --no-tests=error
+    case $preset in
+    asan | tsan) ;;
+    *) return ;;
+    esac
+    # shellcheck source=scripts/demo.sh
+    . scripts/demo.sh
+    demo_recordings
+    say "the demo, from $BUILD_DIR"
+    run+=("$BUILD_DIR/bin/streamproxy")
+    "${run[@]}" mix "${DEMO_INPUTS[@]}" --rate 44100 --quiet -o "$BUILD_DIR/demo.wav"
+    demo_tunnel "$BUILD_DIR" "${run[@]}"
+    record "${BUILD_DIR#build/}" "$(count_tests) tests and the demo, not a report"
 }

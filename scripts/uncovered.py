@@ -1,11 +1,16 @@
-"""Reads a gcovr JSON report: prints the coverage of lines and branches, and fails below the bounds
-or where a line with an uncovered branch is neither in the list of reasons nor taken.
+"""Reads what `llvm-cov export` wrote: prints the coverage of lines and of branches (each outcome of
+each condition), and fails below the bounds or where an outcome that no test takes is not in the list
+of reasons.
 
-The list has blocks: a reason in lines that begin with '#', then the lines it holds for, each as
-    FILE: the source line, without its indentation
+    uncovered.py REPORT REASONS FOLDER...
+
+The list has blocks: a reason in lines that begin with '#', then the outcomes it holds for, each as
+    FILE: never true: CONDITION        or        FILE: never false: CONDITION
 """
 
+import collections
 import json
+import os
 import sys
 
 MIN_LINES, MIN_BRANCHES = 95.0, 90.0
@@ -16,38 +21,55 @@ def read_reasons(path):
         return {line.strip() for line in text if line.strip() and not line.startswith("#")}
 
 
-def uncovered(report):
-    """Totals, and the source lines with a branch that is never taken."""
-    lines = taken_lines = branches = taken_branches = 0
-    open_lines = []
-    for file in report["files"]:
-        with open(file["file"], encoding="utf-8") as text:
-            source = text.read().split("\n")
-        for line in file["lines"]:
-            if line.get("gcovr/noncode"):
-                continue
-            counts = [branch["count"] for branch in line["branches"]]
-            lines += 1
-            taken_lines += line["count"] > 0
-            branches += len(counts)
-            taken_branches += sum(count > 0 for count in counts)
-            if line["count"] > 0 and 0 in counts:
-                open_lines.append(f"{file['file']}: {source[line['line_number'] - 1].strip()}")
-    return 100 * taken_lines / lines, 100 * taken_branches / branches, open_lines
+def condition(source, begin_line, begin_column, end_line, end_column):
+    if begin_line == end_line:
+        return source[begin_line - 1][begin_column - 1:end_column - 1]
+    lines = [source[begin_line - 1][begin_column - 1:], *source[begin_line:end_line - 1],
+             source[end_line - 1][:end_column - 1]]
+    return " ".join(line.strip() for line in lines)
+
+
+def branches(file):
+    """Each condition once, with how often it was true and false in all instances of its template."""
+    counts = collections.defaultdict(lambda: [0, 0])
+    for begin_line, begin_column, end_line, end_column, taken, passed, *_ in file["branches"]:
+        counts[begin_line, begin_column, end_line, end_column][0] += taken
+        counts[begin_line, begin_column, end_line, end_column][1] += passed
+    return counts
 
 
 def main():
     with open(sys.argv[1], encoding="utf-8") as text:
-        line_share, branch_share, open_lines = uncovered(json.load(text))
-    reasons = read_reasons(sys.argv[2])
+        report = json.load(text)
+    lines = covered_lines = outcomes = covered_outcomes = 0
+    untaken = set()
+    for file in report["data"][0]["files"]:
+        name = os.path.relpath(file["filename"])
+        if name.split("/")[0] not in sys.argv[3:]:
+            continue
+        lines += file["summary"]["lines"]["count"]
+        covered_lines += file["summary"]["lines"]["covered"]
+        with open(name, encoding="utf-8") as text:
+            source = text.read().split("\n")
+        for place, counts in branches(file).items():
+            # Decided by the compiler: no run can take the other way.
+            if "if constexpr" in source[place[0] - 1]:
+                continue
+            for outcome, count in zip(("true", "false"), counts):
+                outcomes += 1
+                covered_outcomes += count > 0
+                if count == 0:
+                    untaken.add(f"{name}: never {outcome}: {condition(source, *place)}")
+    line_share, branch_share = 100 * covered_lines / lines, 100 * covered_outcomes / outcomes
     print(f"lines {line_share:.1f}% (at least {MIN_LINES:.0f}%), "
           f"branches {branch_share:.1f}% (at least {MIN_BRANCHES:.0f}%), "
-          f"{len(open_lines)} lines with an untaken branch")
-    unnamed = sorted(set(open_lines) - reasons)
+          f"{outcomes - covered_outcomes} outcomes never taken, each with its reason")
+    reasons = read_reasons(sys.argv[2])
+    unnamed = sorted(untaken - reasons)
     if unnamed:
-        print(f"neither covered nor in {sys.argv[2]}:", *unnamed, sep="\n  ", file=sys.stderr)
-    # A reason for a line that is gone, or covered by now, is a false one.
-    stale = sorted(reasons - set(open_lines))
+        print(f"neither taken nor in {sys.argv[2]}:", *unnamed, sep="\n  ", file=sys.stderr)
+    # A reason for what is gone, or taken by now, is a false one.
+    stale = sorted(reasons - untaken)
     if stale:
         print(f"in {sys.argv[2]} for no reason any more:", *stale, sep="\n  ", file=sys.stderr)
     return 1 if unnamed or stale or line_share < MIN_LINES or branch_share < MIN_BRANCHES else 0

@@ -95,7 +95,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t byteCount) {
         return processed;
     };
     stream->open();
-    while (data.remaining_bytes() > 0 && heard < 20000) {
+    while (data.remaining_bytes() > 0 && heard < 8000) {
         // As much as fits for certain: no write waits. A resampler gives early what it owes.
         const double gone = std::max(0.0, static_cast<double>(heard) - slack) / ratio;
         const auto held = static_cast<size_t>(std::max(0.0, static_cast<double>(accepted) - gone));
