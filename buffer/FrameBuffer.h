@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "buffer/FrameBufferMode.h"
+#include "buffer/RingPositions.h"
 #include "media/AudioBufferProvider.h"
 #include "system/audio.h"
 #include "utils/Errors.h"
@@ -78,43 +79,23 @@ public:
     status_t releaseReadBuffer(void* data, size_t frameCount);
 
 private:
-    struct Snapshot {
-        uint64_t read;
-        uint64_t write;
-    };
-    /** Two runs of frames: one from `index`, one from the start of the storage. */
-    struct Spans {
-        size_t index;
-        size_t first;
-        size_t second;
-        size_t total() const { return first + second; }
-    };
+    using Positions = RingPositions<>;
     struct FreeStorage {
         void operator()(uint8_t* storage) const { free(storage); }
     };
 
-    Snapshot snapshot() const;
-    bool isEmpty(const Snapshot& at) const;
-    bool isFull(const Snapshot& at) const;
-    Spans writeSpans(const Snapshot& at, size_t frameCount) const;
-    Spans readSpans(const Snapshot& at, size_t frameCount) const;
     bool allows(FrameBufferMode mode) const;
     uint8_t* frameAt(size_t index) const { return mBuffer.get() + index * mFrameSize; }
-    void consume(const char* caller, size_t frameCount);
 
     const audio_format_t mFormat;
     const uint32_t mChannelMask;
-    const size_t mFrameCount;
-    const bool mPowerOfTwo;
+    Positions mPositions;
     std::unique_ptr<uint8_t, FreeStorage> mBuffer;
 
 public:
     const size_t mFrameSize;  // bytes per frame
 
 private:
-    // 64 bits: at 768 kHz they last 760,000 years, so no position ever wraps.
-    std::atomic<uint64_t> mReadPosition;   // consumer stores (release: frames first), both read
-    std::atomic<uint64_t> mWritePosition;  // producer stores (release: frames first), both read
     std::atomic<uint32_t> mMode{FRAME_BUFFER_ALL};  // its owner's flags; orders nothing
 };
 

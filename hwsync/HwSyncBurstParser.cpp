@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 
 #include "android/log.h"
 
@@ -17,7 +18,7 @@ HwSyncBurstParser::HwSyncBurstParser(const sp<HwSyncHeaderBase>& header) : mHead
 
 HwSyncBurstParser::~HwSyncBurstParser() = default;
 
-int HwSyncBurstParser::registerObserver(const sp<HwSyncBurstObserver>& observer) {
+int HwSyncBurstParser::registerObserver(const sp<HwSyncBurstObserver>& observer) try {
     if (observer == nullptr) {
         return -EINVAL;
     }
@@ -27,6 +28,8 @@ int HwSyncBurstParser::registerObserver(const sp<HwSyncBurstObserver>& observer)
         mObservers.add(observer);
     }
     return 0;
+} catch (const std::bad_alloc&) {
+    return -ENOMEM;
 }
 
 int HwSyncBurstParser::unregisterObserver(const sp<HwSyncBurstObserver>& observer) {

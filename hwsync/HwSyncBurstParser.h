@@ -28,7 +28,7 @@ public:
     explicit HwSyncBurstParser(const sp<HwSyncHeaderBase>& header = new HwSyncHeaderV2);
     ~HwSyncBurstParser() override;
 
-    /** Blocks while a callback runs. 0, also for one that is registered; -EINVAL: null. */
+    /** Blocks while a callback runs. 0, also for one that is registered; -EINVAL: null; -ENOMEM. */
     int registerObserver(const sp<HwSyncBurstObserver>& observer) EXCLUDES(mTurnstile, mLock);
     /** Blocks while a callback runs; none comes afterwards. -EINVAL: null, or not registered. */
     int unregisterObserver(const sp<HwSyncBurstObserver>& observer) EXCLUDES(mTurnstile, mLock);
@@ -74,8 +74,9 @@ private:
     void letControlIn() EXCLUDES(mTurnstile);
 
     uint32_t mState = STATE_FIND_HEADER;
-    Mutex mTurnstile;  // taken before mLock; held by a control thread until it is done
-    Mutex mLock;       // held during callbacks; then whatever the observers take
+    // Taken before mLock; held by a control thread until it is done.
+    Mutex mTurnstile{"parser turn"};
+    Mutex mLock{"parser"};  // held during callbacks; then whatever the observers take
     Vector<sp<HwSyncBurstObserver>> mObservers GUARDED_BY(mLock);
     const sp<HwSyncHeaderBase> mHeader;
     HwSyncHeldBytes mHeldBytes;   // empty except in STATE_FIND_HEADER

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <new>
 
 #include "android/log.h"
 #include "cutils/properties.h"
@@ -61,14 +62,14 @@ public:
 private:
     static inline volatile AudioPipeline* sAbandoned = nullptr;  // for whoever counts leaks
 
-    Mutex mLock;
+    Mutex mLock{"pipeline slot"};
     sp<AudioPipeline> mPipeline GUARDED_BY(mLock);
 };
 
 // Made in this order when the library is loaded, released in the reverse order when it is unloaded:
 // releasing the slot stops the mixer thread, which uses the key until then.
 CallbackScope::Key gCallbackKey;
-Mutex gLock;  // the global lock, first in the lock order, see pipeline/AudioThread.h
+Mutex gLock("global");  // its place among the locks: platform/utils/LockOrder.cpp
 PipelineSlot gPipeline;
 Vector<sp<OutputWrapper>> gOutputs GUARDED_BY(gLock);  // in the order registered
 
@@ -106,7 +107,10 @@ int bufferFrameCount() {
 
 }  // namespace
 
-AudioPipeline* create_audio_proxy_pipeline() {
+// Nothing below throws by itself, but containers and strings do where memory is out, and no
+// exception may get to a host: each function that may allocate catches it.
+
+AudioPipeline* create_audio_proxy_pipeline() try {
     if (refusedInCallback(__func__)) {
         return nullptr;
     }
@@ -114,9 +118,18 @@ AudioPipeline* create_audio_proxy_pipeline() {
     sp<AudioPipeline> pipeline = gPipeline.get();
     if (pipeline == nullptr) {
         pipeline = new AudioPipeline();
+        const int status = pipeline->initCheck();
+        if (status != 0) {
+            // Without its worker it would swallow a second of every write, for ever.
+            __android_log_print(ANDROID_LOG_ERROR, kTag, "%s, fail to start the pipeline: %d",
+                                __func__, status);
+            return nullptr;
+        }
         gPipeline.exchange(pipeline);
     }
     return pipeline.get();
+} catch (const std::bad_alloc&) {
+    return nullptr;
 }
 
 int destroy_audio_proxy_pipeline(AudioPipeline* pipeline) {
@@ -131,7 +144,7 @@ int destroy_audio_proxy_pipeline(AudioPipeline* pipeline) {
     return 0;
 }
 
-int audio_proxy_pipeline_dump(AudioPipeline* pipeline, int fd) {
+int audio_proxy_pipeline_dump(AudioPipeline* pipeline, int fd) try {
     if (refusedInCallback(__func__)) {
         return -ENOSYS;
     }
@@ -140,11 +153,13 @@ int audio_proxy_pipeline_dump(AudioPipeline* pipeline, int fd) {
         current->dump(fd);
     }
     return 0;
+} catch (const std::bad_alloc&) {
+    return 0;
 }
 
 int audio_proxy_pipeline_register_output(AudioPipeline* pipeline,
                                          const audio_proxy_config_t* config, void* cookie,
-                                         audio_proxy_output_callback_t callback) {
+                                         audio_proxy_output_callback_t callback) try {
     if (refusedInCallback(__func__)) {
         return -ENOSYS;
     }
@@ -157,11 +172,14 @@ int audio_proxy_pipeline_register_output(AudioPipeline* pipeline,
         return 0;
     }
     const sp<OutputWrapper> output(new OutputWrapper(*config, cookie, callback));
+    gOutputs.setCapacity(gOutputs.size() + 1);  // none plays that could not be listed
     const int status = current->registerOutput(output);
     if (status == 0) {
         gOutputs.add(output);
     }
     return status;
+} catch (const std::bad_alloc&) {
+    return -ENOMEM;
 }
 
 int audio_proxy_pipeline_unregister_output(AudioPipeline* pipeline, void* cookie,
@@ -183,16 +201,18 @@ int audio_proxy_pipeline_unregister_output(AudioPipeline* pipeline, void* cookie
     return status;
 }
 
-int audio_proxy_pipeline_set_parameters(AudioPipeline* pipeline, const char* keyValuePairs) {
+int audio_proxy_pipeline_set_parameters(AudioPipeline* pipeline, const char* keyValuePairs) try {
     if (refusedInCallback(__func__)) {
         return -ENOSYS;
     }
     const Mutex::Autolock lock(gLock);
     const sp<AudioPipeline> current = currentPipeline(pipeline);
     return current != nullptr ? current->setParameters(keyValuePairs) : -EINVAL;
+} catch (const std::bad_alloc&) {
+    return -ENOMEM;
 }
 
-audio_proxy_stream_t* create_audio_proxy_stream(const audio_proxy_config_t* config) {
+audio_proxy_stream_t* create_audio_proxy_stream(const audio_proxy_config_t* config) try {
     if (refusedInCallback(__func__) || config == nullptr) {
         return nullptr;
     }
@@ -230,6 +250,8 @@ audio_proxy_stream_t* create_audio_proxy_stream(const audio_proxy_config_t* conf
         return nullptr;
     }
     return stream.get();
+} catch (const std::bad_alloc&) {
+    return nullptr;
 }
 
 int audio_proxy_stream_set_parameters(audio_proxy_stream_t* stream, const char* keyValuePairs) {

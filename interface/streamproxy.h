@@ -15,12 +15,14 @@
  *   -ENODEV (-19)  the stream is not open, or has no storage
  *   -ENOSYS (-38)  not supported by this kind of stream, or a call that is forbidden inside an
  *                  output callback; nothing changes
+ *   -ENOMEM (-12)  memory is out; nothing changes unless the function says so
  *
  * Threads: every function may be called from any host thread. Writes to one stream come from one
  * thread at a time. Inside an output callback the audio_proxy_stream_ functions may be called; the
  * pipeline functions, create_audio_proxy_stream() and destroy_audio_proxy_stream() may not, since
  * they wait for the mixing cycle that the callback is part of: there they log an error and return
- * -ENOSYS, or null.
+ * -ENOSYS, or null. For the same reason no thread may call those while it holds a lock that an
+ * output callback takes; the audio_proxy_stream_ functions do not wait for a callback.
  *
  * C sees opaque handles. C++ sees the stream interface itself.
  */
@@ -82,8 +84,8 @@ typedef struct audio_proxy_pipeline_t audio_proxy_pipeline_t;
 typedef struct audio_proxy_stream_t audio_proxy_stream_t;
 #endif
 
-/** The one pipeline, made by the first call; its mixer thread starts at once. Never null, except
- *  inside an output callback. */
+/** The one pipeline, made by the first call; its mixer thread starts at once. Null only inside an
+ *  output callback, or where there is no memory or no thread for it; a later call tries again. */
 STREAMPROXY_API audio_proxy_pipeline_t* create_audio_proxy_pipeline(void);
 
 /** Stops the mixer thread, waits for it, and releases every stream that was not destroyed.
@@ -91,7 +93,7 @@ STREAMPROXY_API audio_proxy_pipeline_t* create_audio_proxy_pipeline(void);
 STREAMPROXY_API int destroy_audio_proxy_pipeline(audio_proxy_pipeline_t* pipeline);
 
 /** Writes the mixer's and every stream's state as text to `fd`. 0, also for a pipeline that is not
- *  the current one. */
+ *  the current one and for a descriptor that takes nothing; a broken pipe raises no SIGPIPE. */
 STREAMPROXY_API int audio_proxy_pipeline_dump(audio_proxy_pipeline_t* pipeline, int fd);
 
 /**
@@ -99,7 +101,8 @@ STREAMPROXY_API int audio_proxy_pipeline_dump(audio_proxy_pipeline_t* pipeline, 
  * and is 0. A null callback is an output that hears nothing.
  * -EINVAL: not the current pipeline; null config; a configuration that differs in any field from
  * the outputs already registered, or that streams can't be converted to (a rate below 4 or above
- * 768 kHz, a format other than 1 and 3, a mask other than 3).
+ * 768 kHz, a format other than 1 and 3, a mask other than 3). -ENOMEM: the output is not added; some
+ * streams may be converted to its configuration already, and play at full volume.
  */
 STREAMPROXY_API int audio_proxy_pipeline_register_output(audio_proxy_pipeline_t* pipeline,
                                                          const audio_proxy_config_t* config,
@@ -121,8 +124,8 @@ STREAMPROXY_API int audio_proxy_pipeline_set_parameters(audio_proxy_pipeline_t* 
 /**
  * A new stream, closed. Its buffer holds as many frames as the system property
  * "persist.vendor.hwsync.fbuffer.size" says, 2000 when unset.
- * Null: null config, a format that is not PCM, no pipeline, or no conversion to the mixing
- * configuration.
+ * Null: null config, a format that is not PCM, no pipeline, no conversion to the mixing
+ * configuration, or no memory. A stream whose buffer alone got no memory takes nothing.
  */
 STREAMPROXY_API audio_proxy_stream_t* create_audio_proxy_stream(const audio_proxy_config_t* config);
 
@@ -159,7 +162,8 @@ STREAMPROXY_API int audio_proxy_stream_set_downstream_latency(audio_proxy_stream
 /** The stream's full buffer in microseconds, cut to whole milliseconds. */
 STREAMPROXY_API uint32_t audio_proxy_stream_get_latency(audio_proxy_stream_t* stream);
 
-/** Writes the stream's state as text to `fd`. */
+/** Writes the stream's state as text to `fd`. 0, also for a descriptor that takes nothing; a broken
+ *  pipe raises no SIGPIPE. */
 STREAMPROXY_API int audio_proxy_stream_dump(audio_proxy_stream_t* stream, int fd);
 
 /** Closes the stream and releases it; the handle is invalid afterwards. -EINVAL: null, or there is

@@ -15,6 +15,10 @@ AudioPipeline::~AudioPipeline() {
     mThread.clear();
 }
 
+status_t AudioPipeline::initCheck() {
+    return mThread->initCheck();
+}
+
 int AudioPipeline::getUniqueId() {
     return sId.fetch_add(1, std::memory_order_relaxed);
 }
@@ -42,7 +46,7 @@ int AudioPipeline::setParameters(const char* keyValuePairs) {
     const AudioParameter parameters{String8(keyValuePairs)};
     int offsetMs = 0;
     if (parameters.getInt(String8("set_audio_delay"), offsetMs) == OK) {
-        mThread->updateLatencyOffset(offsetMs);
+        return mThread->updateLatencyOffset(offsetMs);
     }
     return OK;
 }

@@ -17,6 +17,9 @@ public:
     /** Stops and joins the worker; its object then releases the streams and outputs left. */
     ~AudioPipeline() override;
 
+    /** 0; otherwise why nothing can be mixed, see MixerThread. */
+    status_t initCheck();
+
     /** 1, 2, 3, … in one process. */
     static int getUniqueId();
 
@@ -27,7 +30,7 @@ public:
     int unregisterOutput(const sp<AudioOutput>& output);
 
     /** "set_audio_delay": offset of every stream's downstream latency, in signed ms. Everything
-     * else is ignored, null too. Always 0. */
+     * else is ignored, null too. 0; -ENOMEM: the offset is not applied. */
     int setParameters(const char* keyValuePairs);
     int dump(int fd);
 

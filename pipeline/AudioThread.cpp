@@ -2,6 +2,8 @@
 
 #include <cerrno>
 #include <limits>
+#include <new>
+#include <utility>
 
 #include "android/log.h"
 #include "utils/Timers.h"
@@ -24,13 +26,6 @@ ssize_t indexOf(const Vector<sp<T>>& items, const sp<T>& item) {
         }
     }
     return -1;
-}
-
-template <typename T>
-void addOnce(Vector<sp<T>>& items, const sp<T>& item) {
-    if (indexOf(items, item) < 0) {
-        items.add(item);
-    }
 }
 
 template <typename T>
@@ -60,10 +55,10 @@ AudioThread::~AudioThread() {
 }
 
 void AudioThread::onFirstRef() {
-    const status_t status = run(mName.c_str(), kUrgentAudioPriority, 0);
-    if (status != OK) {
+    mStartStatus = run(mName.c_str(), kUrgentAudioPriority, 0);
+    if (mStartStatus != OK) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "%s, fail to start the worker %s: %d",
-                            __func__, mName.c_str(), status);
+                            __func__, mName.c_str(), mStartStatus);
     }
 }
 
@@ -83,7 +78,10 @@ int AudioThread::addStream(sp<AudioStream> stream) {
     }
     {
         const ThreadLock::Autolock lock(mLock);
-        addOnce(mStreams, stream);
+        if (indexOf(mStreams, stream) < 0) {
+            prepareForStreams_l(mStreams.size() + 1);
+            mStreams.add(stream);
+        }
     }
     sendCommand(CONFIG_ADD_STREAM, 0, 0, 0);
     return OK;
@@ -110,7 +108,9 @@ int AudioThread::registerOutput(sp<AudioOutput> output) {
     }
     {
         const ThreadLock::Autolock lock(mLock);
-        addOnce(mOutputs, output);
+        if (indexOf(mOutputs, output) < 0) {
+            mOutputs.add(output);
+        }
     }
     sendCommand(CONFIG_REGISTER_OUTPUT, 0, 0, 0);
     return OK;
@@ -129,18 +129,31 @@ int AudioThread::unregisterOutput(sp<AudioOutput> output) {
 }
 
 int AudioThread::updateLatencyOffset(long offsetMs) {
-    sendCommand(CONFIG_LATENCY_OFFSET, static_cast<int>(offsetMs), 0, 0);
-    return OK;
+    return sendCommand(CONFIG_LATENCY_OFFSET, static_cast<int>(offsetMs), 0, 0);
 }
 
-void AudioThread::sendCommand(int code, int arg1, int arg2, int /*arg3*/) {
-    const sp<Command> command(new Command());
-    command->mCode = code;
-    command->mArg1 = arg1;
-    command->mArg2 = arg2;
+int AudioThread::sendCommand(int code, int arg1, int arg2, int /*arg3*/) {
+    const sp<Command> command(new (std::nothrow) Command());
+    if (command != nullptr) {
+        command->mCode = code;
+        command->mArg1 = arg1;
+        command->mArg2 = arg2;
+    }
+    Vector<sp<Command>> handled;  // given back behind the lock
     const CommandLock::Autolock lock(mCommandLock);
-    mCommands.add(command);
+    std::swap(handled, mHandled);
+    // Also without memory: most commands are told by what was done before they were sent.
+    mWoken = true;
     mCommandLock.signal();
+    if (command == nullptr) {
+        return -ENOMEM;
+    }
+    try {
+        mCommands.add(command);
+    } catch (const std::bad_alloc&) {
+        return -ENOMEM;
+    }
+    return OK;
 }
 
 void AudioThread::removeCommand(int code) {
@@ -170,7 +183,10 @@ void AudioThread::handleConfigEvent() {
                 break;
         }
     }
-    mCommands.clear();
+    if (!mCommands.isEmpty()) {
+        std::swap(mCommands, mHandled);
+    }
+    mWoken = false;
 }
 
 void AudioThread::handleConfigLatecyOffset_l(int offsetMs) {
@@ -215,7 +231,7 @@ bool AudioThread::threadLoop() {
 void AudioThread::waitForCommand(int64_t deadlineNs) NO_THREAD_SAFETY_ANALYSIS {
     mCommandLock.lock();
     mLock.unlock();
-    while (mCommands.isEmpty()) {
+    while (!mWoken) {
         if (deadlineNs == kNoDeadline) {
             mCommandLock.wait();
         } else if (!mCommandLock.waitUntil(deadlineNs)) {

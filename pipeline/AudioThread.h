@@ -18,8 +18,7 @@ namespace android {
  * handles the commands, runs one cycle of work when there is a stream and an output, and sleeps
  * when the cycle produced nothing. The first strong reference starts it.
  *
- * Lock order of the whole library: the global lock (interface/StreamWrapper.cpp), mLock,
- * mCommandLock, a stream's lock, a VolumeMixer's lock.
+ * Lock order of the whole library: platform/utils/LockOrder.cpp.
  * Threads: any may call; exit() not the worker.
  */
 class AudioThread : public Thread {
@@ -45,6 +44,8 @@ public:
 
     bool threadLoop() override;
     void onFirstRef() override;
+    /** What came of starting the worker: 0, or a negative errno value. */
+    status_t startStatus() const { return mStartStatus; }
 
     /** Stops the worker after its cycle and waits for it; at once when it has stopped. 0. */
     virtual int exit() EXCLUDES(mLock, mCommandLock);
@@ -57,11 +58,12 @@ public:
     virtual int unregisterOutput(sp<AudioOutput> output) EXCLUDES(mLock, mCommandLock);
 
     /** The worker gives the offset (ms, 32 bits) to every stream before its next cycle. Does not
-     *  wait. 0. */
+     *  wait. 0; -ENOMEM: nobody is given anything. */
     virtual int updateLatencyOffset(long offsetMs) EXCLUDES(mCommandLock);
 
-    /** Queues a command and wakes the worker; does not wait. The last argument is not kept. */
-    virtual void sendCommand(int code, int arg1, int arg2, int arg3) EXCLUDES(mCommandLock);
+    /** Queues a command and wakes the worker; does not wait. The last argument is not kept. 0;
+     *  -ENOMEM: nothing is queued, and the worker woken all the same. */
+    virtual int sendCommand(int code, int arg1, int arg2, int arg3) EXCLUDES(mCommandLock);
     /** Drops every queued command of that code. */
     virtual void removeCommand(int code) EXCLUDES(mCommandLock);
     /** Handles and empties the queue, oldest first. */
@@ -74,19 +76,28 @@ public:
     virtual ssize_t threadLoopProcess_l() REQUIRES(mLock);
 
 protected:
+    /** `streamCount` streams are about to be listed: what a cycle needs for them is made here, on
+     *  the thread that adds one. */
+    virtual void prepareForStreams_l(size_t /*streamCount*/) REQUIRES(mLock) {}
     void handleConfigLatecyOffset_l(int offsetMs) REQUIRES(mLock);
 
     const String8 mName;
     ThreadLock mLock;          // held for a whole cycle, released while the worker sleeps
     CommandLock mCommandLock;  // guards the queue; the worker sleeps on its condition
     Vector<sp<Command>> mCommands GUARDED_BY(mCommandLock);  // oldest first
-    Vector<sp<AudioStream>> mStreams GUARDED_BY(mLock);      // in the order added
-    Vector<sp<AudioOutput>> mOutputs GUARDED_BY(mLock);      // in the order registered
+    // The worker gives back no memory: what it has handled waits for the next sender. Empty while
+    // mCommands is not.
+    Vector<sp<Command>> mHandled GUARDED_BY(mCommandLock);
+    bool mWoken GUARDED_BY(mCommandLock) = false;        // somebody has sent something
+    Vector<sp<AudioStream>> mStreams GUARDED_BY(mLock);  // in the order added
+    Vector<sp<AudioOutput>> mOutputs GUARDED_BY(mLock);  // in the order registered
 
 private:
-    /** Sleeps with mLock released until the queue holds a command, or the monotonic clock reaches
-     *  the deadline. A command that came before the sleep ends it at once. */
+    /** Sleeps with mLock released until a command is sent, or the monotonic clock reaches the
+     *  deadline. A command that came before the sleep ends it at once. */
     void waitForCommand(int64_t deadlineNs) REQUIRES(mLock) EXCLUDES(mCommandLock);
+
+    status_t mStartStatus = -EINVAL;  // written before anybody else knows of the thread
 };
 
 }  // namespace android

@@ -17,6 +17,21 @@ CommandLock::~CommandLock() {
     pthread_mutex_destroy(&mMutex);
 }
 
+// The platform's locks know their place by themselves; this one has to say it.
+void CommandLock::lock() {
+#ifdef STREAMPROXY_CHECK_LOCK_ORDER
+    LockOrder::take("command queue", this);
+#endif
+    pthread_mutex_lock(&mMutex);
+}
+
+void CommandLock::unlock() {
+#ifdef STREAMPROXY_CHECK_LOCK_ORDER
+    LockOrder::release(this);
+#endif
+    pthread_mutex_unlock(&mMutex);
+}
+
 bool CommandLock::waitUntil(int64_t deadlineNs) {
     constexpr int64_t kNsPerSecond = 1'000'000'000;
     const timespec deadline = {.tv_sec = deadlineNs / kNsPerSecond,

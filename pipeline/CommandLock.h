@@ -16,8 +16,8 @@ public:
     CommandLock(const CommandLock&) = delete;
     CommandLock& operator=(const CommandLock&) = delete;
 
-    void lock() ACQUIRE() { pthread_mutex_lock(&mMutex); }
-    void unlock() RELEASE() { pthread_mutex_unlock(&mMutex); }
+    void lock() ACQUIRE();
+    void unlock() RELEASE();
 
     /** Wakes one waiter. */
     void signal() REQUIRES(this) { pthread_cond_signal(&mCond); }

@@ -1,12 +1,11 @@
 #include "pipeline/MixerThread.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 
 #include "android/log.h"
 #include "processor/VolumeMixer.h"
+#include "stream/DumpText.h"
 
 namespace android {
 
@@ -43,6 +42,15 @@ MixerThread::~MixerThread() {
     // The worker's own reference is gone, so no cycle uses the buffer any more.
     const ThreadLock::Autolock lock(mLock);
     mMixBuffer.clear();
+}
+
+status_t MixerThread::initCheck() {
+    const ThreadLock::Autolock lock(mLock);
+    return mMixBuffer->validate() ? startStatus() : -ENOMEM;
+}
+
+void MixerThread::prepareForStreams_l(size_t streamCount) {
+    mOpened.setCapacity(streamCount);
 }
 
 void MixerThread::set(unsigned int sampleRate, audio_format_t format, unsigned int channelMask,
@@ -104,7 +112,7 @@ int MixerThread::registerOutput(sp<AudioOutput> output) {
                 return -EINVAL;
             }
         }
-        if (!match_l(output)) {
+        if (mIncomplete || !match_l(output)) {
             const int status = reconfigure_l(output);
             if (status != OK) {
                 return status;
@@ -116,24 +124,28 @@ int MixerThread::registerOutput(sp<AudioOutput> output) {
 
 int MixerThread::reconfigure_l(const sp<AudioOutput>& output) {
     const uint32_t frameCount = framesPerCycle(output->mSampleRate);
-    sp<FrameBuffer> mixBuffer;
-    if (isReachable(*output)) {
-        mixBuffer = new FrameBuffer(output->mFormat, output->mChannelMask, frameCount, false, 0, 0);
-    }
     // An output that streams can't be converted to would leave their former chains writing frames
     // of another size into the mix.
-    if (mixBuffer == nullptr || !mixBuffer->validate()) {
+    if (!isReachable(*output)) {
         __android_log_print(ANDROID_LOG_ERROR, kTag,
                             "%s, unsupported output: sample rate %u, format %x, channel mask %x",
                             "registerOutput", output->mSampleRate, output->mFormat,
                             output->mChannelMask);
         return -EINVAL;
     }
-    adopt_l(output->mSampleRate, output->mFormat, output->mChannelMask, frameCount, mixBuffer);
-    for (const sp<AudioStream>& stream : mStreams) {
-        stream->config(output->mSampleRate, output->mFormat, output->mChannelMask);
+    const sp<FrameBuffer> mixBuffer(
+        new FrameBuffer(output->mFormat, output->mChannelMask, frameCount, false, 0, 0));
+    if (!mixBuffer->validate()) {
+        return -ENOMEM;
     }
-    return OK;
+    adopt_l(output->mSampleRate, output->mFormat, output->mChannelMask, frameCount, mixBuffer);
+    mIncomplete = false;
+    for (const sp<AudioStream>& stream : mStreams) {
+        // One that can't be converted stays silent for good; one without memory has another chance.
+        mIncomplete |=
+            stream->config(output->mSampleRate, output->mFormat, output->mChannelMask) == -ENOMEM;
+    }
+    return mIncomplete ? -ENOMEM : OK;
 }
 
 int64_t MixerThread::computeSleepTimeNs_l() {
@@ -219,7 +231,7 @@ int MixerThread::dump(int fd) {
         streams = mStreams;
     }
     // Written without the lock: whoever stops reading the other end must not stop the mixer.
-    (void)!::write(fd, text.c_str(), text.length());
+    writeDumpText(fd, text);
     for (const sp<AudioStream>& stream : streams) {
         stream->dump(fd);
     }

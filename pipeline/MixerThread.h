@@ -15,13 +15,16 @@ namespace android {
  * registered the next one may change it.
  *
  * The streams pace the mixer, and the outputs' callbacks; it has no clock of its own.
- * Threads: as AudioThread. A cycle allocates nothing once its list of open streams has grown.
+ * Threads: as AudioThread. The worker neither allocates nor gives back memory.
  */
 class MixerThread : public AudioThread {
 public:
     /** 44100 Hz, 16-bit, stereo. */
     MixerThread();
     ~MixerThread() override;
+
+    /** 0; -ENOMEM: no mix buffer; or why there is no worker, a negative errno value. */
+    status_t initCheck() EXCLUDES(mLock);
 
     /** A new mixing configuration and mix buffer. For the constructor, or the holder of mLock. */
     void set(unsigned int sampleRate, audio_format_t format, unsigned int channelMask,
@@ -32,7 +35,8 @@ public:
     /** Configures the stream for the mix, then lists it. 0; -EINVAL: null; or its refusal. */
     int addStream(sp<AudioStream> stream) override EXCLUDES(mLock, mCommandLock);
     int removeStream(sp<AudioStream> stream) override EXCLUDES(mLock, mCommandLock);
-    /** 0; -EINVAL: null, unlike the outputs already listed, or out of every stream's reach. */
+    /** 0; -EINVAL: null, unlike the outputs already listed, or out of every stream's reach;
+     *  -ENOMEM: for the mix or for a stream's way to it. The next output configures all anew. */
     int registerOutput(sp<AudioOutput> output) override EXCLUDES(mLock, mCommandLock);
 
     /** Half a cycle, in whole ms. */
@@ -43,6 +47,9 @@ public:
 
     /** Writes the mixer's lines, then every stream's. 0. */
     int dump(int fd) EXCLUDES(mLock);
+
+protected:
+    void prepareForStreams_l(size_t streamCount) override REQUIRES(mLock);
 
 private:
     void adopt_l(unsigned int sampleRate, audio_format_t format, unsigned int channelMask,
@@ -59,8 +66,10 @@ private:
     size_t mFrameSize GUARDED_BY(mLock) = 0;   // bytes
     sp<FrameBuffer> mMixBuffer GUARDED_BY(mLock);
     // The streams of the cycle under way: a stream paused or opened meanwhile stays out or in until
-    // it ends. A member so that its storage is kept; empty between cycles.
+    // it ends. Empty between cycles; always with room for all that are listed.
     Vector<sp<AudioStream>> mOpened GUARDED_BY(mLock);
+    // A stream got no memory for the present configuration. No output is listed then.
+    bool mIncomplete GUARDED_BY(mLock) = false;
 };
 
 }  // namespace android

@@ -26,8 +26,9 @@ public:
     };
 
 private:
-    Mutex mTurnstile;  // held while waiting for mLock, so the next comer waits behind
-    Mutex mLock;
+    // Held while waiting for mLock, so the next comer waits behind.
+    Mutex mTurnstile{"worker turn"};
+    Mutex mLock{"worker"};
 };
 
 }  // namespace android

@@ -19,8 +19,9 @@ Resampler::Resampler(unsigned int srcSampleRate, unsigned int dstSampleRate, aud
       mFrameSize(static_cast<uint32_t>(audio_channel_count_from_out_mask(channelMask) *
                                        audio_bytes_per_sample(format))) {
     const uint32_t channelCount = audio_channel_count_from_out_mask(channelMask);
-    if (create_resampler(srcSampleRate, dstSampleRate, channelCount, mQuality, nullptr,
-                         &mResampler) != 0) {
+    mCreateStatus = create_resampler(srcSampleRate, dstSampleRate, channelCount, mQuality, nullptr,
+                                     &mResampler);
+    if (mCreateStatus != OK) {
         mResampler = nullptr;
     }
 }

@@ -20,6 +20,8 @@ public:
     ~Resampler() override;
 
     bool isCreated() const { return mResampler != nullptr; }
+    /** 0; -EINVAL: not these rates or channels; -ENOMEM. */
+    status_t createStatus() const { return mCreateStatus; }
 
     ssize_t process(size_t frameCount) override;
 
@@ -35,6 +37,7 @@ private:
     const uint32_t mQuality = 4;
     const uint32_t mFrameSize;  // bytes
     resampler_itfe* mResampler = nullptr;
+    status_t mCreateStatus;
 };
 
 }  // namespace android

@@ -87,7 +87,7 @@ private:
     const volumer_type_t mType;
     const sp<AudioDump> mDump;
     const VolumeOp mVolumeOp;  // null: nothing is written
-    Mutex mLock;               // last in the lock order, see pipeline/AudioThread.h
+    Mutex mLock{"gain"};       // see platform/utils/LockOrder.cpp
 };
 
 }  // namespace android

@@ -8,10 +8,12 @@
 #include <cerrno>
 #include <cstring>
 #include <limits>
+#include <new>
 #include <utility>
 
 #include "android/log.h"
 #include "stream/ConversionChain.h"
+#include "stream/DumpText.h"
 #include "utils/String8.h"
 #include "utils/Timers.h"
 
@@ -20,7 +22,7 @@ namespace android {
 namespace {
 
 constexpr const char* kTag = "audio_stream";
-constexpr uint32_t kWaiting = 1;
+constexpr nsecs_t kNsPerSecond = 1'000'000'000;
 constexpr nsecs_t kWriteLimitNs = 999'999'999;
 constexpr timespec kWriteWait = {.tv_sec = 0, .tv_nsec = 10'000'000};
 constexpr timespec kCloseWait = {.tv_sec = 1, .tv_nsec = 0};
@@ -36,6 +38,23 @@ size_t wholeFrames(size_t byteCount, size_t frameSize) {
 long futex(std::atomic<uint32_t>& word, int operation, uint32_t value, const timespec* timeout) {
     static_assert(sizeof(word) == sizeof(uint32_t) && std::atomic<uint32_t>::is_always_lock_free);
     return syscall(SYS_futex, &word, operation, value, timeout, nullptr, 0);
+}
+
+/** Sleeps until a wake-up, or the time-out, while the word has this value. 0, or an errno value. A
+ *  signal ends nothing: a close that it cut short would discard what it waits for. */
+int sleepWhile(std::atomic<uint32_t>& word, uint32_t value, const timespec& timeout) {
+    const nsecs_t deadline =
+        systemTime(SYSTEM_TIME_MONOTONIC) + timeout.tv_sec * kNsPerSecond + timeout.tv_nsec;
+    timespec left = timeout;
+    while (futex(word, FUTEX_WAIT, value, &left) != 0) {
+        const int error = errno;
+        const nsecs_t leftNs = deadline - systemTime(SYSTEM_TIME_MONOTONIC);
+        if (error != EINTR || leftNs <= 0) {
+            return error;
+        }
+        left = {.tv_sec = leftNs / kNsPerSecond, .tv_nsec = leftNs % kNsPerSecond};
+    }
+    return 0;
 }
 
 }  // namespace
@@ -106,13 +125,10 @@ int AudioStream::resume() {
 
 template <typename IsNeeded>
 int AudioStream::waitUntilDataConsumed_l(const timespec* timeout, IsNeeded isNeeded) {
-    // Acquire: after a clear by the consumer the frames it took before are seen to be gone.
-    const uint32_t expected = mWaitFlag.fetch_or(kWaiting, std::memory_order_acq_rel) | kWaiting;
-    // What was consumed before the bit was set woke nobody.
-    if (!isNeeded()) {
-        return OK;
-    }
-    const int error = futex(mWaitFlag, FUTEX_WAIT, expected, timeout) == 0 ? 0 : errno;
+    const int error =
+        mConsumed.wait(isNeeded, [timeout](std::atomic<uint32_t>& word, uint32_t expected) {
+            return sleepWhile(word, expected, *timeout);
+        });
     if (error == 0 || error == EINTR || error == EAGAIN || error == ETIMEDOUT) {
         return OK;
     }
@@ -139,10 +155,9 @@ int AudioStream::flush() {
 }
 
 int AudioStream::notifyDataConsumed_l() {
-    if ((mWaitFlag.fetch_and(~kWaiting, std::memory_order_release) & kWaiting) == 0) {
-        return OK;
-    }
-    return futex(mWaitFlag, FUTEX_WAKE, 1, nullptr) < 0 ? errno : 0;
+    return mConsumed.notify([](std::atomic<uint32_t>& word) {
+        return futex(word, FUTEX_WAKE, 1, nullptr) < 0 ? errno : 0;
+    });
 }
 
 int AudioStream::write(const void* data, size_t byteCount) {
@@ -196,13 +211,16 @@ int AudioStream::read(void* data, size_t byteCount) {
     return static_cast<int>(static_cast<size_t>(frameCount) * mFrameSize);
 }
 
-int AudioStream::config(uint32_t sampleRate, audio_format_t format, uint32_t channelMask) {
+int AudioStream::config(uint32_t sampleRate, audio_format_t format, uint32_t channelMask) try {
     // Built before the lock is taken: a pull under way need not wait for tables and buffers, and a
     // target that can't be reached leaves the former chain playing.
     ConversionChain chain = ConversionChain::build({mSampleRate, mFormat, mChannelMask},
                                                    {sampleRate, format, channelMask}, mInputBuffer,
                                                    static_cast<uint32_t>(mBufferFrameCount));
-    if (chain.volumeMixer == nullptr) {
+    if (chain.status == -ENOMEM) {
+        return -ENOMEM;
+    }
+    if (chain.status != OK) {
         __android_log_print(
             ANDROID_LOG_WARN, kTag,
             "%s, do not support configuration, sample rate %u, format %x,  channel %x", __func__,
@@ -216,6 +234,8 @@ int AudioStream::config(uint32_t sampleRate, audio_format_t format, uint32_t cha
     mDstFormat = format;
     mDstChannelMask = channelMask;
     return OK;
+} catch (const std::bad_alloc&) {
+    return -ENOMEM;
 }
 
 int AudioStream::process(sp<FrameBuffer> output, size_t frameCount) {
@@ -251,22 +271,27 @@ int AudioStream::process(sp<FrameBuffer> output, size_t frameCount) {
     return static_cast<int>(processed);
 }
 
-int AudioStream::dump(int fd) {
-    String8 text;
+int AudioStream::dump(int fd) try {
+    PcmConfig target{};
     {
         const Mutex::Autolock lock(mLock);
-        text.appendFormat("AudioStream:     %p\n", static_cast<void*>(this));
-        text.appendFormat("Active:          %d\n", isOpened() ? 1 : 0);
-        text.appendFormat("Sample Rate:     %d\n", static_cast<int>(mSampleRate));
-        text.appendFormat("Format:          0x%x\n", mFormat);
-        text.appendFormat("Flags:           0x%x\n", mFlags);
-        text.appendFormat("Channel Mask:    0x%x\n", mChannelMask);
-        text.appendFormat("Dst Sample Rate: %d\n", static_cast<int>(mDstSampleRate));
-        text.appendFormat("Dst Format:      0x%x\n", mDstFormat);
-        text.appendFormat("Dst Channel Mask:0x%x\n", mDstChannelMask);
+        target = {mDstSampleRate, mDstFormat, mDstChannelMask};
     }
-    (void)!::write(fd, text.c_str(), text.length());
+    // Without the lock: the mixer may not wait for an allocation.
+    String8 text;
+    text.appendFormat("AudioStream:     %p\n", static_cast<void*>(this));
+    text.appendFormat("Active:          %d\n", isOpened() ? 1 : 0);
+    text.appendFormat("Sample Rate:     %d\n", static_cast<int>(mSampleRate));
+    text.appendFormat("Format:          0x%x\n", mFormat);
+    text.appendFormat("Flags:           0x%x\n", mFlags);
+    text.appendFormat("Channel Mask:    0x%x\n", mChannelMask);
+    text.appendFormat("Dst Sample Rate: %d\n", static_cast<int>(target.sampleRate));
+    text.appendFormat("Dst Format:      0x%x\n", target.format);
+    text.appendFormat("Dst Channel Mask:0x%x\n", target.channelMask);
+    writeDumpText(fd, text);
     return OK;
+} catch (const std::bad_alloc&) {
+    return -ENOMEM;
 }
 
 }  // namespace android

@@ -11,6 +11,7 @@
 #include "processor/AudioDump.h"
 #include "processor/AudioProcesser.h"
 #include "processor/VolumeMixer.h"
+#include "stream/ConsumeSignal.h"
 #include "system/audio.h"
 #include "utils/Mutex.h"
 #include "utils/RefBase.h"
@@ -53,6 +54,7 @@ public:
     int write(const void* data, size_t byteCount) override;
     /** Discards what is held; waits for a pull in progress. */
     int flush() override EXCLUDES(mLock);
+    /** 0, whatever becomes of the text behind the descriptor; -ENOMEM: there is none. */
     int dump(int fd) override EXCLUDES(mLock);
 
     /** Runs on the mixer's worker. -ENOSYS, as setDownstreamLatency(). */
@@ -60,8 +62,8 @@ public:
     /** Takes source frames out unconverted. The bytes read; -ENODEV: not open; -EINVAL: no frame
      *  fits. */
     virtual int read(void* data, size_t byteCount) EXCLUDES(mLock);
-    /** Builds the chain to a mixing configuration. 0; -EINVAL: it can't be reached, the former
-     * chain stays. */
+    /** Builds the chain to a mixing configuration. 0; -EINVAL: it can't be reached; -ENOMEM; the
+     * former chain stays. */
     virtual int config(uint32_t sampleRate, audio_format_t format, uint32_t channelMask)
         EXCLUDES(mLock);
     /**
@@ -73,7 +75,7 @@ public:
 
 protected:
     /** Sleeps until the consumer takes frames, or the time-out, unless `isNeeded` says no once the
-     *  consumer knows of the sleeper. 0, or a positive errno value. */
+     *  consumer knows of the sleeper. Signals don't end the sleep. 0, or a positive errno value. */
     template <typename IsNeeded>
     int waitUntilDataConsumed_l(const timespec* timeout, IsNeeded isNeeded);
     /** Wakes one sleeper, with a system call only if there may be one. */
@@ -92,14 +94,11 @@ protected:
 private:
     std::atomic<bool> mActive{false};  // any host thread stores; orders nothing
     const sp<FrameBuffer> mInputBuffer;
-    Mutex mLock;  // fourth in the lock order, see pipeline/AudioThread.h
+    Mutex mLock{"chain"};  // see platform/utils/LockOrder.cpp
     Vector<sp<AudioProcesser>> mProcessers GUARDED_BY(mLock);
     sp<VolumeMixer> mVolumeMixer GUARDED_BY(mLock);
     const sp<AudioDump> mAudioDump;
-    // Futex word. Bit 0: a writer is, or is about to be, asleep. The writer sets it, the consumer
-    // clears it; a clear between the set and the sleep changes the word, and the sleep ends at
-    // once.
-    std::atomic<uint32_t> mWaitFlag{0};
+    ConsumeSignal<> mConsumed;  // its word is a futex
 };
 
 }  // namespace android

@@ -11,7 +11,7 @@ namespace {
 class ChainBuilder {
 public:
     ChainBuilder(const sp<FrameBuffer>& input, uint32_t bufferFrameCount)
-        : mCurrent(input), mBufferFrameCount(bufferFrameCount) {}
+        : mInput(input), mCurrent(input), mBufferFrameCount(bufferFrameCount) {}
 
     /** A stage that overwrites a buffer of its own, which the next stage reads. */
     void append(const sp<AudioProcesser>& stage, audio_format_t format, uint32_t channelMask) {
@@ -24,16 +24,25 @@ public:
 
     ConversionChain finish(const sp<VolumeMixer>& last) {
         if (!mComplete) {
-            return {};
+            // As many frames could be had once, or else the stream never plays at all.
+            return refusal(mInput->validate() ? -ENOMEM : -EINVAL);
         }
         last->setInputBuffer(mCurrent);
         mChain.processers.add(last);
         mChain.volumeMixer = last;
+        mChain.status = OK;
         return mChain;
+    }
+
+    static ConversionChain refusal(status_t status) {
+        ConversionChain empty;
+        empty.status = status;
+        return empty;
     }
 
 private:
     ConversionChain mChain;
+    const sp<FrameBuffer> mInput;
     sp<FrameBuffer> mCurrent;
     const uint32_t mBufferFrameCount;
     bool mComplete = true;
@@ -66,7 +75,7 @@ ConversionChain ConversionChain::build(const PcmConfig& source, const PcmConfig&
         const sp<Resampler> resampler(
             new Resampler(source.sampleRate, target.sampleRate, format, target.channelMask));
         if (!resampler->isCreated()) {
-            return {};
+            return ChainBuilder::refusal(resampler->createStatus());
         }
         builder.append(resampler, format, target.channelMask);
     }

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <limits>
+#include <new>
 
 #include "android/log.h"
 #include "hwsync/HwSyncDefaultPolicy.h"
@@ -56,7 +57,7 @@ sp<BridgeHalHidl> TunnelStream::bridge() const {
     return mBridge;
 }
 
-int TunnelStream::setParameters(const char* keyValuePairs) {
+int TunnelStream::setParameters(const char* keyValuePairs) try {
     if (keyValuePairs == nullptr) {
         return OK;
     }
@@ -84,6 +85,8 @@ int TunnelStream::setParameters(const char* keyValuePairs) {
     }
     setLatency_l(mLatencyMs, mLatencyOffsetMs, false);
     return OK;
+} catch (const std::bad_alloc&) {
+    return -ENOMEM;
 }
 
 int TunnelStream::setLatency(unsigned long latencyMs, long offsetMs, bool onlyIfChanged) {

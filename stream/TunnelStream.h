@@ -37,7 +37,8 @@ public:
     /** 0; -EINVAL: a negative offset of more than the latency, nothing is stored. */
     int setDownstreamLatency(unsigned long latencyMs, long offsetMs) override;
     int setDownstreamLatencyOffset(long offsetMs) override;
-    /** "hw_av_sync": the id of the clock; makes a bridge unless there is one of that id. 0. */
+    /** "hw_av_sync": the id of the clock; makes a bridge unless there is one of that id. 0, also
+     *  where none can be made; -ENOMEM: no memory to read the text. */
     int setParameters(const char* keyValuePairs) override;
 
     /** -ENOSYS: the parser refuses. Waits for a parser callback in progress, as close() does. */
@@ -87,11 +88,11 @@ private:
     uint64_t mLatencyMs GUARDED_BY(mLatency) = 0;
     int64_t mLatencyOffsetMs GUARDED_BY(mLatency) = 0;
 
-    Mutex mLifecycle;           // open against close
-    Mutex mPlayState;           // bridge and stream start and pause together
-    Mutex mParameters;          // one bridge is made at a time
-    Mutex mLatency;             // the pair, and the order in which policy and bridge are told
-    mutable Mutex mBridgeLock;  // the pointer, never held during a call of the bridge
+    Mutex mLifecycle{"lifecycle"};    // open against close
+    Mutex mPlayState{"play state"};   // bridge and stream start and pause together
+    Mutex mParameters{"parameters"};  // one bridge is made at a time
+    Mutex mLatency{"latency"};        // the pair, and the order in which policy and bridge are told
+    mutable Mutex mBridgeLock{"bridge"};  // the pointer, never held during a call of the bridge
     // Any thread sets it: the carried bytes belong to the past.
     std::atomic<bool> mRestarted{false};
     std::atomic<uint32_t> mPauseCount{0};            // pauses add, the writer compares

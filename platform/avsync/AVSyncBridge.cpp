@@ -1,5 +1,8 @@
 #include "avsync/AVSyncBridge.h"
 
+#include <cerrno>
+#include <new>
+
 #include "avsync/AVSyncClock.h"
 
 namespace android {
@@ -41,12 +44,14 @@ private:
 }  // namespace
 
 int AVSyncBridgeFactoryHalHidl::createHwSyncBridge(unsigned int /*kind*/, unsigned int hwSyncId,
-                                                   sp<BridgeHalHidl>& bridge) {
+                                                   sp<BridgeHalHidl>& bridge) try {
     const int refusal = AVSyncClock::refusal();
     if (refusal == 0) {
         bridge = new SoftwareBridge(hwSyncId);
     }
     return refusal;
+} catch (const std::bad_alloc&) {
+    return -ENOMEM;
 }
 
 }  // namespace android

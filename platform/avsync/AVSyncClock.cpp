@@ -5,6 +5,7 @@
 #include <cmath>
 #include <map>
 #include <mutex>
+#include <new>
 
 namespace android {
 
@@ -40,9 +41,10 @@ AVSyncClock::~AVSyncClock() = default;
 sp<AVSyncClock> AVSyncClock::forId(uint32_t hwSyncId) {
     ClockRegistry& all = registry();
     const std::lock_guard<std::mutex> lock(all.lock);
-    // Clocks that only the registry holds are nobody's any more.
+    // Clocks that only the registry holds are nobody's any more. A null one got no memory.
     std::erase_if(all.clocks, [hwSyncId](const auto& entry) {
-        return entry.first != hwSyncId && entry.second->getStrongCount() == 1;
+        return entry.first != hwSyncId &&
+               (entry.second == nullptr || entry.second->getStrongCount() == 1);
     });
     sp<AVSyncClock>& clock = all.clocks[hwSyncId];
     if (clock == nullptr || clock->getStrongCount() == 1) {
@@ -186,11 +188,15 @@ uint64_t AVSyncClock::bridgeCall(AVSyncCall call, uint64_t valueNs) {
 
 void AVSyncClock::record_l(AVSyncCall call, uint64_t valueNs) {
     const AVSyncRecord entry = {.timeNs = mNow(), .call = call, .valueNs = valueNs};
-    if (mRecords.size() < kMaxRecords) {
-        mRecords.push_back(entry);
-    } else {
+    if (mRecords.size() == kMaxRecords) {
         mRecords[mOldest] = entry;
         mOldest = (mOldest + 1) % kMaxRecords;
+        return;
+    }
+    try {
+        mRecords.push_back(entry);
+    } catch (const std::bad_alloc&) {
+        // The call has had its effect; whoever reads the record misses it.
     }
 }
 

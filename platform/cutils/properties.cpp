@@ -5,9 +5,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <mutex>
+#include <new>
 #include <string>
+#include <string_view>
 
 #include "android/log.h"
 
@@ -24,10 +27,17 @@ public:
         }
     }
 
-    std::string get(const char* key) {
+    /** Copies the value, cut to what a property holds; its length, 0 where there is none. */
+    size_t get(std::string_view key, char* value) {
         const std::lock_guard<std::mutex> lock(mLock);
         const auto found = mValues.find(key);
-        return found != mValues.end() ? found->second : std::string();
+        return found != mValues.end() ? copyValue(found->second, value) : 0;
+    }
+
+    static size_t copyValue(std::string_view text, char* value) {
+        const size_t length = text.copy(value, PROPERTY_VALUE_MAX - 1);
+        value[length] = '\0';
+        return length;
     }
 
     int set(const std::string& key, const std::string& value) {
@@ -64,7 +74,7 @@ private:
     }
 
     std::mutex mLock;
-    std::map<std::string, std::string> mValues;
+    std::map<std::string, std::string, std::less<>> mValues;
 };
 
 PropertyStore& store() {
@@ -75,14 +85,21 @@ PropertyStore& store() {
 }  // namespace
 
 int property_get(const char* key, char* value, const char* defaultValue) {
-    std::string found = key != nullptr ? store().get(key) : std::string();
-    if (found.empty() && defaultValue != nullptr) {
-        found.assign(defaultValue, strnlen(defaultValue, PROPERTY_VALUE_MAX - 1));
+    size_t length = 0;
+    value[0] = '\0';
+    try {
+        length = key != nullptr ? store().get(key, value) : 0;
+    } catch (const std::bad_alloc&) {
+        // The first caller makes the store. Without memory for it nothing is set yet.
     }
-    memcpy(value, found.c_str(), found.size() + 1);
-    return static_cast<int>(found.size());
+    if (length == 0 && defaultValue != nullptr) {
+        length = PropertyStore::copyValue(defaultValue, value);
+    }
+    return static_cast<int>(length);
 }
 
-int property_set(const char* key, const char* value) {
+int property_set(const char* key, const char* value) try {
     return key != nullptr ? store().set(key, value != nullptr ? value : "") : -EINVAL;
+} catch (const std::bad_alloc&) {
+    return -ENOMEM;
 }

@@ -5,6 +5,7 @@
 
 #include "cutils/properties.h"
 #include "interface/streamproxy.h"
+#include "tests/support/AudioPathGuard.h"
 #include "tests/support/Dump.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/LogCapture.h"
@@ -167,6 +168,7 @@ struct Forbidden {
 };
 
 int callForbidden(void* cookie, void*, size_t) {
+    const AudioPathGuard::HostCode host;
     auto* const f = static_cast<Forbidden*>(cookie);
     if (f->done) {
         return 0;
@@ -199,6 +201,7 @@ TEST_F(StreamWrapperTest, RefusesInsideACallbackWhatWouldWaitForIt) {
 }
 
 int endTheProcess(void*, void*, size_t) {
+    const AudioPathGuard::HostCode host;
     exit(7);
 }
 

@@ -7,6 +7,7 @@
 #include "tests/support/Eventually.h"
 #include "tests/support/FakeOutput.h"
 #include "tests/support/FakeStream.h"
+#include "tests/support/GuardedMixer.h"
 #include "tests/support/LogCapture.h"
 
 using namespace android;
@@ -36,7 +37,7 @@ protected:
         return mOutput->takeBlocks(blockCount);
     }
 
-    const sp<MixerThread> mMixer{new MixerThread()};
+    const sp<MixerThread> mMixer{new GuardedMixer()};
     const sp<FakeOutput> mOutput{new FakeOutput()};
     LogCapture mLog;
 };

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "avsync/AVSyncBridge.h"
+#include "tests/support/AudioPathGuard.h"
 
 /** A bridge whose clock is scripted and that notes what it is told, as words: "start", "pts 40". */
 class FakeBridge : public android::BridgeHalHidl {
@@ -44,11 +45,13 @@ public:
 
 private:
     int note(const std::string& call) {
+        const AudioPathGuard::HostCode platform;
         const std::lock_guard<std::mutex> lock(mLock);
         mCalls.push_back(call);
         return 0;
     }
     int note(const std::string& call, uint64_t valueNs) {
+        const AudioPathGuard::HostCode platform;
         return note(call + " " + std::to_string(valueNs / 1'000'000));
     }
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "pipeline/AudioOutput.h"
+#include "tests/support/AudioPathGuard.h"
 
 /** An output that keeps what it hears, as 16-bit samples a block, and can be waited for. */
 class FakeOutput : public android::AudioOutput {
@@ -18,6 +19,7 @@ public:
     using Block = std::vector<int16_t>;
 
     ssize_t onDataProcessed(void* buffer, size_t byteCount) override {
+        const AudioPathGuard::HostCode host;
         const auto* samples = static_cast<int16_t*>(buffer);
         std::unique_lock<std::mutex> lock(mLock);
         mBlocks.emplace_back(samples, samples + byteCount / sizeof(int16_t));

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "stream/AudioStream.h"
+#include "tests/support/AudioPathGuard.h"
 
 /** A stream whose conversion is scripted, and that records what the pipeline tells it. */
 class FakeStream : public android::AudioStream {
@@ -47,6 +48,7 @@ public:
 private:
     template <typename T>
     int note(std::vector<T>& record, const T& value, int answer) {
+        const AudioPathGuard::HostCode script;
         const std::lock_guard<std::mutex> lock(mRecordLock);
         record.push_back(value);
         return answer;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "android/log.h"
+#include "tests/support/AudioPathGuard.h"
 
 /** Takes the log while it lives, as "E tag: text". One at a time. Threads: any may log. */
 class LogCapture {
@@ -30,6 +31,7 @@ public:
 
 private:
     static void take(const __android_log_message* message) {
+        const AudioPathGuard::HostCode host;
         const std::lock_guard<std::mutex> lock(sLock);
         sMessages.push_back(std::string(1, "??VDIWE"[message->priority]) + " " + message->tag +
                             ": " + message->message);

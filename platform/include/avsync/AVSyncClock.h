@@ -52,7 +52,7 @@ public:
 
     /** What a bridge of this clock was called to do: the effect and its place in the record are one
      *  step. Returns the value recorded: `valueNs`, or the position for kGetSyncPts. The newest
-     *  65536 calls are kept. */
+     *  65536 calls are kept, fewer where memory is out. */
     uint64_t bridgeCall(AVSyncCall call, uint64_t valueNs = 0) EXCLUDES(mLock);
     /** The calls noted since the last take, oldest first. */
     std::vector<AVSyncRecord> takeRecords() EXCLUDES(mLock);

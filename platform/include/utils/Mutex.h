@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include "utils/Errors.h"
+#include "utils/LockPlace.h"
 
 // Clang proves lock rules from these (-Wthread-safety); other compilers read over them.
 #if defined(__clang__)
@@ -25,12 +26,20 @@ namespace android {
 class CAPABILITY("mutex") Mutex {
 public:
     Mutex() = default;
+    /** `name`: for whoever looks for a deadlock, and the lock's place in LockOrder. */
+    constexpr explicit Mutex(const char* name) : mPlace(name) {}
     ~Mutex() { pthread_mutex_destroy(&mMutex); }
     Mutex(const Mutex&) = delete;
     Mutex& operator=(const Mutex&) = delete;
 
-    status_t lock() ACQUIRE() { return -pthread_mutex_lock(&mMutex); }
-    void unlock() RELEASE() { pthread_mutex_unlock(&mMutex); }
+    status_t lock() ACQUIRE() {
+        mPlace.take();
+        return -pthread_mutex_lock(&mMutex);
+    }
+    void unlock() RELEASE() {
+        mPlace.release();  // first: the next holder may destroy the lock
+        pthread_mutex_unlock(&mMutex);
+    }
 
     /** Holds a lock for a scope. */
     class SCOPED_CAPABILITY Autolock {
@@ -46,6 +55,7 @@ public:
 
 private:
     pthread_mutex_t mMutex = PTHREAD_MUTEX_INITIALIZER;
+    [[no_unique_address]] LockPlace mPlace{nullptr};
 };
 
 }  // namespace android

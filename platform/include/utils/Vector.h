@@ -32,6 +32,8 @@ public:
         return static_cast<ssize_t>(index);
     }
     void clear() { mItems.clear(); }
+    /** Makes room for `itemCount` items in all: adding up to that many allocates nothing. */
+    void setCapacity(size_t itemCount) { mItems.reserve(itemCount); }
 
     const_iterator begin() const { return mItems.begin(); }
     const_iterator end() const { return mItems.end(); }

@@ -1,0 +1,78 @@
+#include "utils/LockOrder.h"
+
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace android {
+
+namespace {
+
+// The order of all named locks, outer first: under one that is held, only those below may be taken.
+constexpr const char* kOrder[] = {
+    "global",         // held by a call until the pipeline has its change
+    "lifecycle",      // of a tunnel stream: opening and closing wait for its parser
+    "parser turn",    // waits for the parser's lock
+    "parser",         // held while callbacks write into the stream: before all that a stream takes
+    "play state",     // a write from a callback may open the stream again
+    "worker turn",    // waits for the worker's lock
+    "worker",         // held for a cycle, in which every stream is asked
+    "command queue",  // read by the worker before a cycle, filled by any thread
+    "parameters",     // a new bridge is told the latency
+    "latency",        // told to the streams by the worker, and to their bridges
+    "bridge",         // the pointer alone
+    "chain",          // held for a pull, down to the last stage
+    "gain",           // read by the last stage, set through the chain
+    "pipeline slot",  // the pointer alone
+};
+constexpr size_t kLockCount = sizeof(kOrder) / sizeof(kOrder[0]);
+
+struct Held {
+    size_t place;
+    const void* lock;
+};
+
+// Each place is held at most once, so there is room for all.
+constinit thread_local Held tHeld[kLockCount] = {};
+constinit thread_local size_t tHeldCount = 0;
+
+size_t placeOf(const char* name) {
+    for (size_t place = 0; place < kLockCount; ++place) {
+        if (strcmp(kOrder[place], name) == 0) {
+            return place;
+        }
+    }
+    fprintf(stderr, "lock order: \"%s\" has no place in it\n", name);
+    abort();
+}
+
+}  // namespace
+
+void LockOrder::take(const char* name, const void* lock) {
+    const size_t place = placeOf(name);
+    for (size_t i = 0; i < tHeldCount; ++i) {
+        if (tHeld[i].place >= place) {
+            fprintf(stderr, "lock order: \"%s\" is taken while \"%s\" is held\n", name,
+                    kOrder[tHeld[i].place]);
+            abort();
+        }
+    }
+    tHeld[tHeldCount++] = {place, lock};
+}
+
+void LockOrder::release(const void* lock) {
+    size_t i = 0;
+    while (i < tHeldCount && tHeld[i].lock != lock) {
+        ++i;
+    }
+    if (i == tHeldCount) {
+        fprintf(stderr, "lock order: a lock is released by a thread that does not hold it\n");
+        abort();
+    }
+    // Not always the one taken last.
+    --tHeldCount;
+    memmove(tHeld + i, tHeld + i + 1, (tHeldCount - i) * sizeof(Held));
+}
+
+}  // namespace android

@@ -1,0 +1,68 @@
+#include <gtest/gtest.h>
+
+#include "pipeline/CommandLock.h"
+#include "pipeline/ThreadLock.h"
+#include "utils/Mutex.h"
+
+using namespace android;
+
+namespace {
+
+#ifdef STREAMPROXY_CHECK_LOCK_ORDER
+
+template <typename Lock>
+void take(Lock& lock) NO_THREAD_SAFETY_ANALYSIS {
+    lock.lock();
+}
+
+template <typename Lock>
+void release(Lock& lock) NO_THREAD_SAFETY_ANALYSIS {
+    lock.unlock();
+}
+
+template <typename First, typename Second>
+void takeBoth(First& first, Second& second) {
+    take(first);
+    take(second);
+    release(first);  // not always the last taken first
+    release(second);
+}
+
+TEST(LockOrderDeathTest, AbortsOnALockTakenAgainstTheOrder) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    Mutex global("global");
+    ThreadLock worker;
+    CommandLock commands;
+    Mutex parser("parser");
+    Mutex chain("chain");
+    Mutex otherChain("chain");
+    Mutex gain("gain");
+    Mutex misspelt("gian");
+    Mutex anywhere;
+    Mutex elsewhere;
+    takeBoth(global, worker);
+    takeBoth(worker, commands);
+    takeBoth(commands, chain);
+    takeBoth(chain, gain);
+    takeBoth(parser, chain);
+    takeBoth(gain, anywhere);
+    takeBoth(elsewhere, global);
+    EXPECT_DEATH(takeBoth(worker, global), "\"global\" is taken while \"worker\" is held");
+    EXPECT_DEATH(takeBoth(commands, worker), "\"worker turn\" is taken while \"command queue\"");
+    EXPECT_DEATH(takeBoth(chain, commands), "\"command queue\" is taken while \"chain\" is held");
+    EXPECT_DEATH(takeBoth(gain, chain), "\"chain\" is taken while \"gain\" is held");
+    EXPECT_DEATH(takeBoth(chain, parser), "\"parser\" is taken while \"chain\" is held");
+    EXPECT_DEATH(takeBoth(chain, otherChain), "\"chain\" is taken while \"chain\" is held");
+    EXPECT_DEATH(take(misspelt), "\"gian\" has no place");
+    EXPECT_DEATH(release(gain), "released by a thread that does not hold it");
+}
+
+#else
+
+TEST(LockOrder, CostsNothingWhereItIsNotChecked) {
+    EXPECT_EQ(sizeof(pthread_mutex_t), sizeof(Mutex));
+}
+
+#endif
+
+}  // namespace
