@@ -16,7 +16,8 @@ verb_coverage() {
     say "reading what was covered"
     llvm-profdata merge -o $profiles/all.profdata $profiles/*.profraw
     llvm-cov export -instr-profile $profiles/all.profdata build/coverage/bin/streamproxy_tests \
-        -object build/coverage/lib/libstreamproxy.so >build/coverage/coverage.json
+        -object build/coverage/bin/streamproxy_fault_test \
+        -object build/coverage/lib/libstreamproxy.so >build/coverage/coverage.json 2>/dev/null
     figures=$(python3 scripts/uncovered.py build/coverage/coverage.json tests/uncovered.txt \
         buffer hwsync interface pipeline processor stream)
     record coverage "$figures"

@@ -184,9 +184,37 @@ TEST(FrameBuffer, WithoutStorageRefusesEverything) {
         EXPECT_EQ(-ENODEV, ring->obtainWriteBuffer(&region, count));
         EXPECT_EQ(-ENODEV, ring->obtainReadBuffer(&region, count));
         EXPECT_EQ(-ENODEV, ring->flush());
+        EXPECT_EQ(-ENODEV, ring->statistics(count, count));
+        EXPECT_EQ(-ENODEV, ring->getPartialPosition(1, true, region, count, region, count));
+        AudioBufferProvider::Buffer buffer = {};
+        EXPECT_EQ(-ENODEV, ring->getNextBuffer(&buffer, 0));
         EXPECT_EQ(0U, ring->availableToRead());
         ring->reset();
     }
+}
+
+TEST(FrameBuffer, RefusesToCopyNothingAndToHandOutNowhere) {
+    const auto ring = makeBuffer(4);
+    uint32_t frame = 7;
+    size_t count = 1;
+    ring->write(&frame, 1);
+    EXPECT_EQ(-EINVAL, ring->write(nullptr, 1));
+    EXPECT_EQ(-EINVAL, ring->write(&frame, 0));
+    EXPECT_EQ(-EINVAL, ring->read(nullptr, 1));
+    EXPECT_EQ(-EINVAL, ring->read(&frame, 0));
+    EXPECT_EQ(-EINVAL, ring->obtainWriteBuffer(nullptr, count));
+    EXPECT_EQ(-EINVAL, ring->obtainReadBuffer(nullptr, count));
+    EXPECT_EQ(-EINVAL, ring->getNextBuffer(nullptr, 0));
+    ring->releaseBuffer(nullptr);
+    EXPECT_EQ(1U, ring->availableToRead());
+    EXPECT_FALSE(ring->match(AUDIO_FORMAT_PCM_16_BIT, AUDIO_CHANNEL_OUT_MONO));
+
+    void* region = nullptr;
+    ring->write(numberedFrames(1, 3).data(), 3);
+    EXPECT_EQ(-EAGAIN, ring->getPartialPosition(1, false, region, count, region, count));
+    ring->flush();
+    EXPECT_EQ(-ENODATA, ring->getPartialPosition(1, true, region, count, region, count));
+    EXPECT_EQ(OK, ring->getPartialPosition(9, false, region, count, region, count));
 }
 
 TEST(FrameBuffer, FlushZeroesWhatItDiscardsAndNothingMore) {

@@ -103,6 +103,8 @@ TEST_F(StreamWrapperTest, NamesAnOutputByCookieAndCallback) {
     EXPECT_EQ(0, audio_proxy_pipeline_unregister_output(mPipeline, &second, &count));
     EXPECT_EQ(0, audio_proxy_pipeline_unregister_output(mPipeline, &second, &count));
     EXPECT_EQ(0, audio_proxy_pipeline_unregister_output(mPipeline, nullptr, nullptr));
+    EXPECT_EQ(0, audio_proxy_pipeline_unregister_output(mPipeline, &mHeard, nullptr))
+        << "another output, which is not registered";
     writeBlock(stream, 1);
     EXPECT_TRUE(eventually([this] { return mHeard.calls == 2; }));
     EXPECT_EQ(1, second.calls);

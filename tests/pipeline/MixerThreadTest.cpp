@@ -90,9 +90,15 @@ TEST_F(MixerThreadTest, TheFirstOutputFixesTheConfigurationForAllStreams) {
     EXPECT_EQ((std::vector<Config>{{44100, 1, 3}, {48000, 3, 3}}), stream->configs());
     for (const auto& different : {new FakeOutput(44100, 3, 3, 2), new FakeOutput(48000, 1, 3, 2),
                                   new FakeOutput(48000, 3, 1, 2), new FakeOutput(48000, 3, 3, 0)}) {
-        EXPECT_EQ(-EINVAL, mMixer->registerOutput(different));
+        const sp<AudioOutput> output(different);
+        EXPECT_EQ(-EINVAL, mMixer->registerOutput(output));
+        EXPECT_EQ(output->mFlags == 0, mMixer->match(output));
+        EXPECT_FALSE(first->match(output));
     }
+    EXPECT_FALSE(mMixer->match(nullptr));
+    EXPECT_FALSE(first->match(nullptr));
     EXPECT_TRUE(mMixer->match(first.get()));
+    EXPECT_EQ(OK, mMixer->registerOutput(first.get())) << "once more changes nothing";
     mMixer->unregisterOutput(first.get());
     EXPECT_TRUE(mMixer->match(first.get()));
     EXPECT_EQ(OK, mMixer->registerOutput(new FakeOutput(96000)));
@@ -143,7 +149,9 @@ TEST_F(MixerThreadTest, ReconfigurationWhileMixingKeepsWhatTheStreamsHold) {
 TEST(AudioPipeline, ForwardsStreamsParametersAndDumps) {
     const sp<AudioPipeline> pipeline(new AudioPipeline());
     EXPECT_EQ(-EINVAL, pipeline->addAudioStream(nullptr));
+    EXPECT_EQ(-EINVAL, pipeline->removeAudioStream(nullptr));
     EXPECT_EQ(-EINVAL, pipeline->registerOutput(nullptr));
+    EXPECT_EQ(-EINVAL, pipeline->unregisterOutput(nullptr));
     const sp<FakeStream> stream(new FakeStream({0}));
     ASSERT_EQ(OK, pipeline->addAudioStream(stream.get()));
     EXPECT_EQ(OK, pipeline->setParameters("set_audio_delay=1x"));

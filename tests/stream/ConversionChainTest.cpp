@@ -4,6 +4,8 @@
 
 #include <cstring>
 
+#include "processor/ChannelMixer.h"
+#include "processor/Resampler.h"
 #include "tests/support/Frames.h"
 #include "tests/support/LogCapture.h"
 
@@ -84,6 +86,33 @@ TEST(ConversionChain, RefusesWhatNoStageBridges) {
             ConversionChain::build(c.source, c.target, makeBuffer(10), c.bufferFrameCount);
         EXPECT_EQ(nullptr, chain.volumeMixer.get());
         EXPECT_TRUE(chain.processers.isEmpty());
+    }
+}
+
+TEST(ConversionChain, AStageEndsItsPassWhereABufferRefuses) {
+    LogCapture log;
+    const sp<AudioProcesser> stages[] = {
+        new ChannelMixer(AUDIO_CHANNEL_OUT_MONO, AUDIO_CHANNEL_OUT_STEREO, k16),
+        new VolumeMixer(k16, AUDIO_CHANNEL_OUT_STEREO, k16, AUDIO_CHANNEL_OUT_STEREO, 10,
+                        VOLUMER_TYPE_PROCESS),
+        new Resampler(44100, 48000, k16, AUDIO_CHANNEL_OUT_STEREO)};
+    for (const auto& stage : stages) {
+        const auto in = makeBuffer(64);
+        const auto out = makeBuffer(64);
+        in->write(numberedFrames(1, 32).data(), 32);
+        stage->setInputBuffer(in);
+        EXPECT_EQ(-ENODEV, stage->process(8)) << "without an output";
+        stage->setInputBuffer(nullptr);
+        stage->setOutputBuffer(out);
+        EXPECT_EQ(-ENODEV, stage->process(8)) << "without an input";
+        stage->setInputBuffer(in);
+        for (const auto refused : {FRAME_BUFFER_OBTAIN_READ, FRAME_BUFFER_RELEASE_READ}) {
+            in->disallow(refused);
+            EXPECT_GE(8, stage->process(8));
+            in->allow(FRAME_BUFFER_ALL);
+            EXPECT_EQ(32U, in->availableToRead()) << stage->name().c_str();
+        }
+        EXPECT_EQ(8, stage->process(8)) << stage->name().c_str();
     }
 }
 
