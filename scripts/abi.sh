@@ -27,7 +27,7 @@ check_abi() {
 verb_abi() {
     need_build
     need abigail-tools python3 binutils
-    CC='' CXX='' STDLIB='' build release -DSTREAMPROXY_BUILD_TESTS=OFF
+    CC='' CXX='' STDLIB='' TARGET=streamproxy build release -DSTREAMPROXY_BUILD_TESTS=OFF
     if [ "${1:-}" = --update ]; then
         describe_abi "$BUILD_DIR" interface/streamproxy.abi
     else
