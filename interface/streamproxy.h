@@ -163,7 +163,7 @@ STREAMPROXY_API int audio_proxy_stream_set_downstream_latency(audio_proxy_stream
 STREAMPROXY_API uint32_t audio_proxy_stream_get_latency(audio_proxy_stream_t* stream);
 
 /** Writes the stream's state as text to `fd`. 0, also for a descriptor that takes nothing; a broken
- *  pipe raises no SIGPIPE. */
+ *  pipe raises no SIGPIPE. -ENOMEM: nothing is written. */
 STREAMPROXY_API int audio_proxy_stream_dump(audio_proxy_stream_t* stream, int fd);
 
 /** Closes the stream and releases it; the handle is invalid afterwards. -EINVAL: null, or there is

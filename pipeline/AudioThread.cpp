@@ -79,7 +79,7 @@ int AudioThread::addStream(sp<AudioStream> stream) {
     {
         const ThreadLock::Autolock lock(mLock);
         if (indexOf(mStreams, stream) < 0) {
-            prepareForStreams_l(mStreams.size() + 1);
+            mOpened.setCapacity(mStreams.size() + 1);
             mStreams.add(stream);
         }
     }
@@ -157,9 +157,12 @@ int AudioThread::sendCommand(int code, int arg1, int arg2, int /*arg3*/) {
 }
 
 void AudioThread::removeCommand(int code) {
+    Vector<sp<Command>> removed;  // given back behind the lock
     const CommandLock::Autolock lock(mCommandLock);
+    removed.setCapacity(mCommands.size());
     for (size_t i = mCommands.size(); i-- > 0;) {
         if (mCommands[i]->mCode == code) {
+            removed.add(mCommands[i]);
             mCommands.removeAt(i);
         }
     }

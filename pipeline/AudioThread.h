@@ -76,9 +76,6 @@ public:
     virtual ssize_t threadLoopProcess_l() REQUIRES(mLock);
 
 protected:
-    /** `streamCount` streams are about to be listed: what a cycle needs for them is made here, on
-     *  the thread that adds one. */
-    virtual void prepareForStreams_l(size_t /*streamCount*/) REQUIRES(mLock) {}
     void handleConfigLatecyOffset_l(int offsetMs) REQUIRES(mLock);
 
     const String8 mName;
@@ -90,6 +87,10 @@ protected:
     Vector<sp<Command>> mHandled GUARDED_BY(mCommandLock);
     bool mWoken GUARDED_BY(mCommandLock) = false;        // somebody has sent something
     Vector<sp<AudioStream>> mStreams GUARDED_BY(mLock);  // in the order added
+    // The streams of the cycle under way: a stream paused or opened meanwhile stays out or in until
+    // it ends. Empty between cycles; always with room for all that are listed, made by the thread
+    // that adds one.
+    Vector<sp<AudioStream>> mOpened GUARDED_BY(mLock);
     Vector<sp<AudioOutput>> mOutputs GUARDED_BY(mLock);  // in the order registered
 
 private:

@@ -5,6 +5,7 @@
 
 #include "android/log.h"
 #include "processor/VolumeMixer.h"
+#include "stream/ConversionChain.h"
 #include "stream/DumpText.h"
 
 namespace android {
@@ -47,10 +48,6 @@ MixerThread::~MixerThread() {
 status_t MixerThread::initCheck() {
     const ThreadLock::Autolock lock(mLock);
     return mMixBuffer->validate() ? startStatus() : -ENOMEM;
-}
-
-void MixerThread::prepareForStreams_l(size_t streamCount) {
-    mOpened.setCapacity(streamCount);
 }
 
 void MixerThread::set(unsigned int sampleRate, audio_format_t format, unsigned int channelMask,
@@ -220,16 +217,18 @@ void MixerThread::notifyDataMixed_l(void* buffer, size_t byteCount) {
 }
 
 int MixerThread::dump(int fd) {
-    String8 text;
     Vector<sp<AudioStream>> streams;
+    PcmConfig mix = {};
     {
         const ThreadLock::Autolock lock(mLock);
-        text.appendFormat("MixerThread:    %p\n", static_cast<void*>(this));
-        text.appendFormat("Sample Rate:    %d\n", static_cast<int>(mSampleRate));
-        text.appendFormat("Format:         0x%x\n", mFormat);
-        text.appendFormat("Channel Mask:   0x%x\n", mChannelMask);
+        mix = {mSampleRate, mFormat, mChannelMask};
         streams = mStreams;
     }
+    String8 text;
+    text.appendFormat("MixerThread:    %p\n", static_cast<void*>(this));
+    text.appendFormat("Sample Rate:    %d\n", static_cast<int>(mix.sampleRate));
+    text.appendFormat("Format:         0x%x\n", mix.format);
+    text.appendFormat("Channel Mask:   0x%x\n", mix.channelMask);
     // Written without the lock: whoever stops reading the other end must not stop the mixer.
     writeDumpText(fd, text);
     for (const sp<AudioStream>& stream : streams) {

@@ -48,9 +48,6 @@ public:
     /** Writes the mixer's lines, then every stream's. 0. */
     int dump(int fd) EXCLUDES(mLock);
 
-protected:
-    void prepareForStreams_l(size_t streamCount) override REQUIRES(mLock);
-
 private:
     void adopt_l(unsigned int sampleRate, audio_format_t format, unsigned int channelMask,
                  unsigned int frameCount, const sp<FrameBuffer>& mixBuffer) REQUIRES(mLock);
@@ -65,9 +62,6 @@ private:
     size_t mFrameCount GUARDED_BY(mLock) = 0;  // frames a cycle
     size_t mFrameSize GUARDED_BY(mLock) = 0;   // bytes
     sp<FrameBuffer> mMixBuffer GUARDED_BY(mLock);
-    // The streams of the cycle under way: a stream paused or opened meanwhile stays out or in until
-    // it ends. Empty between cycles; always with room for all that are listed.
-    Vector<sp<AudioStream>> mOpened GUARDED_BY(mLock);
     // A stream got no memory for the present configuration. No output is listed then.
     bool mIncomplete GUARDED_BY(mLock) = false;
 };

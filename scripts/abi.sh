@@ -14,6 +14,7 @@ describe_abi() {
 
 # check_abi BUILD
 check_abi() {
+    forget "abi-${1#build/}"
     describe_abi "$1" "$1/streamproxy.abi"
     diff -u --label interface/streamproxy.abi --label "$1" interface/streamproxy.abi \
         "$1/streamproxy.abi" >&2 ||
@@ -26,10 +27,12 @@ check_abi() {
 
 verb_abi() {
     need_build
+    need_tests
     need abigail-tools python3 binutils
-    CC='' CXX='' STDLIB='' TARGET=streamproxy build release -DSTREAMPROXY_BUILD_TESTS=OFF
+    CC='' CXX='' STDLIB='' TARGET=streamproxy build release
     if [ "${1:-}" = --update ]; then
-        describe_abi "$BUILD_DIR" interface/streamproxy.abi
+        describe_abi "$BUILD_DIR" "$BUILD_DIR/streamproxy.abi"
+        cp "$BUILD_DIR/streamproxy.abi" interface/streamproxy.abi
     else
         check_abi "$BUILD_DIR"
     fi

@@ -45,18 +45,20 @@ decode_inputs() {
 
 # compare_mixes STEPS FILE... : mixes both ways; no sample differs by more.
 compare_mixes() {
-    local steps=$1
+    local steps=$1 figures
     shift
     build/release/bin/streamproxy mix "$@" --rate 44100 --quiet -o build/arm64/x86-64.wav
     qemu-aarch64 build/arm64/bin/streamproxy mix "$@" --rate 44100 --quiet -o build/arm64/arm64.wav
-    record "arm64-mix-$steps" "$(python3 scripts/compare_audio.py "$steps" \
-        build/arm64/x86-64.wav build/arm64/arm64.wav)"
+    figures=$(python3 scripts/compare_audio.py "$steps" build/arm64/x86-64.wav \
+        build/arm64/arm64.wav) || die "the two machines mix differently: $figures"
+    record "arm64-mix-$steps" "$figures"
 }
 
 verb_arm64() {
     need_build
     need g++-aarch64-linux-gnu qemu-user googletest python3 sndfile-programs abigail-tools
     fill_arm64_root
+    forget arm64 arm64-vectors arm64-mix-0 arm64-mix-1
     export QEMU_LD_PREFIX=$PWD/build/arm64-root
     CC='' CXX='' STDLIB='' build arm64 -DSTREAMPROXY_BUILD_TESTS=ON
 

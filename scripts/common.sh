@@ -2,6 +2,7 @@
 # What the verbs of ./dev share. Sourced from the root of the tree.
 
 JOBS=${JOBS:-2}
+[[ $JOBS =~ ^[1-9][0-9]*$ ]] || JOBS=1
 
 say() { printf '== %s\n' "$*" >&2; }
 die() {
@@ -83,6 +84,12 @@ record() {
     mkdir -p out/reliability
     printf '%s\n' "$2" >"out/reliability/$1.txt"
     say "$1: $2"
+}
+
+# forget CHECK... : figures of a former run; a check that fails has none.
+forget() {
+    local check
+    for check in "$@"; do rm -f "out/reliability/$check.txt"; done
 }
 
 count_tests() { ctest --test-dir "$BUILD_DIR" -N | sed -n 's/^Total Tests: //p'; }

@@ -28,8 +28,15 @@ verb_fuzz() {
         [ -x "$BUILD_DIR/bin/fuzz_$name" ] || die "fuzz: no fuzzer by the name '$name'"
     done
     export ASAN_OPTIONS=allocator_may_return_null=1:max_allocation_size_mb=2048
+    local batch processes=() i
+    trap 'kill "${processes[@]}" 2>/dev/null' EXIT
+    for name in "${FUZZERS[@]}"; do
+        forget "fuzz-$name"
+        rm -f "$BUILD_DIR/$name"-*
+    done
     while [ ${#FUZZERS[@]} -gt 0 ]; do
-        local batch=("${FUZZERS[@]:0:JOBS}") processes=() i
+        batch=("${FUZZERS[@]:0:JOBS}")
+        processes=()
         FUZZERS=("${FUZZERS[@]:JOBS}")
         say "fuzzing ${batch[*]}, $seconds s"
         for name in "${batch[@]}"; do
@@ -37,14 +44,18 @@ verb_fuzz() {
             processes+=($!)
         done
         for i in "${!batch[@]}"; do
-            if ! wait "${processes[i]}"; then failed+=("${batch[i]}"); fi
+            if ! wait "${processes[i]}"; then
+                failed+=("${batch[i]}")
+                continue
+            fi
             executed=$(sed -n 's/^stat::number_of_executed_units: *//p' \
                 "$BUILD_DIR/${batch[i]}.log" | tail -n 1)
             covered=$(grep -o 'cov: [0-9]*' "$BUILD_DIR/${batch[i]}.log" | tail -n 1)
             record "fuzz-${batch[i]}" \
-                "$seconds s: ${executed:-0} executions, ${covered#cov: } edges reached"
+                "$seconds s: $executed executions, ${covered#cov: } edges reached"
         done
     done
+    trap - EXIT
     [ ${#failed[@]} -eq 0 ] || die "a fault was found by ${failed[*]}: $(
         for name in "${failed[@]}"; do
             printf '\n  the report is %s, its input:' "$BUILD_DIR/$name.log"

@@ -2,9 +2,11 @@
 
 # refuse_soft BUILD : what was built there is linked and compiled as cmake/Hardening.cmake says.
 refuse_soft() {
-    local file headers symbols
+    local file headers symbols commands
+    forget "hardening-${1#build/}"
     # From a library alone this can't be told: without a copy of bounded size, none is checked.
-    ! grep '"command"' "$1/compile_commands.json" | grep -v -- '-D_FORTIFY_SOURCE=2' >&2 ||
+    commands=$(grep '"command"' "$1/compile_commands.json") || die "$1: no compile commands"
+    ! grep -v -- '-D_FORTIFY_SOURCE=2' <<<"$commands" >&2 ||
         die "$1: compiled without fortified functions"
     for file in "$1"/lib/libstreamproxy{,_platform,_avsync}.so "$1/bin/streamproxy"; do
         headers=$(readelf -W -l -d "$file")
@@ -22,7 +24,8 @@ refuse_soft() {
 
 verb_hardening() {
     need_build
+    need_tests
     need binutils
-    build release -DSTREAMPROXY_BUILD_TESTS=OFF
+    build release
     refuse_soft "$BUILD_DIR"
 }

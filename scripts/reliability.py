@@ -1,5 +1,5 @@
 """Fills the table of a page with figures: the last cell of each row whose second cell names a check in
-`code`, from the file of that name. A row whose check was not run keeps its figures.
+`code`, from the file of that name, or a dash where there is none.
 
     reliability.py PAGE FOLDER WHERE
 """
@@ -16,17 +16,18 @@ def main():
     lines, used = [], set()
     for line in page.read_text(encoding="utf-8").split("\n"):
         row = ROW.match(line)
-        if row and (figures := folder / f"{row[2]}.txt").exists():
+        if row:
             used.add(row[2])
-            line = f"{row[1]}{figures.read_text(encoding='utf-8').strip()} |"
+            file = folder / f"{row[2]}.txt"
+            figures = file.read_text(encoding="utf-8").strip() if file.exists() else "–"
+            line = f"{row[1]}{figures} |"
         elif line.startswith("Measured "):
             line = f"Measured {where}."
         lines.append(line)
     page.write_text("\n".join(lines), encoding="utf-8")
     unused = sorted(file.stem for file in folder.glob("*.txt") if file.stem not in used)
-    print(f"{len(used)} rows of {page} filled")
     if unused:
-        sys.exit(f"{page} has no row for: {', '.join(unused)}")
+        print(f"{page} has no row for: {', '.join(unused)}")
 
 
 if __name__ == "__main__":

@@ -18,6 +18,7 @@ verb_test() {
         run=(setarch "$(uname -m)" -R)
     fi
     say "testing $BUILD_DIR"
+    forget "${BUILD_DIR#build/}"
     export ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1:${ASAN_OPTIONS:-}
     export UBSAN_OPTIONS=print_stacktrace=1:${UBSAN_OPTIONS:-}
     export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:${TSAN_OPTIONS:-}

@@ -6,7 +6,7 @@ of reasons.
 
 The list has blocks: a reason in lines that begin with '#', then the outcomes it holds for, each as
     FILE: never true: CONDITION        or        FILE: never false: CONDITION
-With "seldom" for "never", a run may take it: it depends on how threads meet.
+as often as the file has it. With "seldom" for "never", a run may take it: it depends on how threads meet.
 """
 
 import collections
@@ -20,9 +20,9 @@ MIN_LINES, MIN_BRANCHES = 95.0, 90.0
 def read_reasons(path):
     """The outcomes that may go untaken, and those of them that no run takes."""
     with open(path, encoding="utf-8") as text:
-        listed = {line.strip() for line in text if line.strip() and not line.startswith("#")}
-    return ({line.replace(": seldom ", ": never ") for line in listed},
-            {line for line in listed if ": never " in line})
+        listed = [line.strip() for line in text if line.strip() and not line.startswith("#")]
+    return (collections.Counter(line.replace(": seldom ", ": never ") for line in listed),
+            collections.Counter(line for line in listed if ": never " in line))
 
 
 def condition(source, begin_line, begin_column, end_line, end_column):
@@ -46,7 +46,7 @@ def main():
     with open(sys.argv[1], encoding="utf-8") as text:
         report = json.load(text)
     lines = covered_lines = outcomes = covered_outcomes = 0
-    untaken = set()
+    untaken = collections.Counter()
     for file in report["data"][0]["files"]:
         name = os.path.relpath(file["filename"])
         if name.split("/")[0] not in sys.argv[3:]:
@@ -63,17 +63,17 @@ def main():
                 outcomes += 1
                 covered_outcomes += count > 0
                 if count == 0:
-                    untaken.add(f"{name}: never {outcome}: {condition(source, *place)}")
+                    untaken[f"{name}: never {outcome}: {condition(source, *place)}"] += 1
     line_share, branch_share = 100 * covered_lines / lines, 100 * covered_outcomes / outcomes
     print(f"lines {line_share:.1f}% (at least {MIN_LINES:.0f}%), "
           f"branches {branch_share:.1f}% (at least {MIN_BRANCHES:.0f}%), "
           f"{outcomes - covered_outcomes} outcomes never taken, each with its reason")
     reasons, fixed = read_reasons(sys.argv[2])
-    unnamed = sorted(untaken - reasons)
+    unnamed = sorted((untaken - reasons).elements())
     if unnamed:
         print(f"neither taken nor in {sys.argv[2]}:", *unnamed, sep="\n  ", file=sys.stderr)
     # A reason for what is gone, or taken by now, is a false one.
-    stale = sorted(fixed - untaken)
+    stale = sorted((fixed - untaken).elements())
     if stale:
         print(f"in {sys.argv[2]} for no reason any more:", *stale, sep="\n  ", file=sys.stderr)
     return 1 if unnamed or stale or line_share < MIN_LINES or branch_share < MIN_BRANCHES else 0

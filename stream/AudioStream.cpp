@@ -22,7 +22,6 @@ namespace android {
 namespace {
 
 constexpr const char* kTag = "audio_stream";
-constexpr nsecs_t kNsPerSecond = 1'000'000'000;
 constexpr nsecs_t kWriteLimitNs = 999'999'999;
 constexpr timespec kWriteWait = {.tv_sec = 0, .tv_nsec = 10'000'000};
 constexpr timespec kCloseWait = {.tv_sec = 1, .tv_nsec = 0};
@@ -40,21 +39,10 @@ long futex(std::atomic<uint32_t>& word, int operation, uint32_t value, const tim
     return syscall(SYS_futex, &word, operation, value, timeout, nullptr, 0);
 }
 
-/** Sleeps until a wake-up, or the time-out, while the word has this value. 0, or an errno value. A
- *  signal ends nothing: a close that it cut short would discard what it waits for. */
+/** Sleeps while the word has this value: until a wake-up, the time-out or a signal. 0, or an errno
+ *  value. */
 int sleepWhile(std::atomic<uint32_t>& word, uint32_t value, const timespec& timeout) {
-    const nsecs_t deadline =
-        systemTime(SYSTEM_TIME_MONOTONIC) + timeout.tv_sec * kNsPerSecond + timeout.tv_nsec;
-    timespec left = timeout;
-    while (futex(word, FUTEX_WAIT, value, &left) != 0) {
-        const int error = errno;
-        const nsecs_t leftNs = deadline - systemTime(SYSTEM_TIME_MONOTONIC);
-        if (error != EINTR || leftNs <= 0) {
-            return error;
-        }
-        left = {.tv_sec = leftNs / kNsPerSecond, .tv_nsec = leftNs % kNsPerSecond};
-    }
-    return 0;
+    return futex(word, FUTEX_WAIT, value, &timeout) == 0 ? 0 : errno;
 }
 
 }  // namespace

@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "buffer/RingPositions.h"
-#include "stream/ConsumeSignal.h"
 #include "fuzz/model/Explorer.h"
 #include "fuzz/model/ModelAtomic.h"
+#include "stream/ConsumeSignal.h"
 
 enum class Flaw { kNone, kFlushWithoutLock, kNotifyBeforeAdvance };
 

@@ -1,6 +1,8 @@
 // Key-value strings and properties of any content: AudioParameter reads what a plain model reads,
 // and whoever takes its bounds from properties decides within them.
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <optional>
 #include <string>

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <vector>
 
 #include "fuzz/support/Fuzzing.h"
@@ -68,6 +69,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t byteCount) {
     const auto channels = audio_channel_count_from_out_mask(from.mask);
     if (!from.isMixable() || !to.isMixable() || to.mask != 3 || channels == 0) {
         FUZZ_EXPECT(!isConfigured);
+    } else if (ringFrames > 0) {
+        const auto isConvertible = [](uint32_t rate) { return rate >= 4000 && rate <= 768000; };
+        FUZZ_EXPECT(isConfigured ==
+                    (from.rate == to.rate || (isConvertible(from.rate) && isConvertible(to.rate))));
     }
     if (!isConfigured || ringFrames == 0) {
         return 0;

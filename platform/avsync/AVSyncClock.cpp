@@ -34,7 +34,11 @@ std::atomic<AVSyncClock::TimeSource> gTimeSource{&monotonicNow};
 
 }  // namespace
 
-AVSyncClock::AVSyncClock(uint32_t hwSyncId, TimeSource now) : mId(hwSyncId), mNow(now) {}
+AVSyncClock::AVSyncClock(uint32_t hwSyncId, TimeSource now) : mId(hwSyncId), mNow(now) {
+    // A mixer's worker may make the call that is recorded, and it allocates nothing. Pages that are
+    // never written cost nothing.
+    mRecords.reserve(kMaxRecords);
+}
 
 AVSyncClock::~AVSyncClock() = default;
 

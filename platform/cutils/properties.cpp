@@ -31,11 +31,13 @@ public:
     size_t get(std::string_view key, char* value) {
         const std::lock_guard<std::mutex> lock(mLock);
         const auto found = mValues.find(key);
-        return found != mValues.end() ? copyValue(found->second, value) : 0;
+        return found != mValues.end() && !found->second.empty() ? copyValue(found->second, value)
+                                                                : 0;
     }
 
     static size_t copyValue(std::string_view text, char* value) {
-        const size_t length = text.copy(value, PROPERTY_VALUE_MAX - 1);
+        const size_t length = std::min<size_t>(text.size(), PROPERTY_VALUE_MAX - 1);
+        memmove(value, text.data(), length);  // the default may be the target itself
         value[length] = '\0';
         return length;
     }
@@ -86,14 +88,14 @@ PropertyStore& store() {
 
 int property_get(const char* key, char* value, const char* defaultValue) {
     size_t length = 0;
-    value[0] = '\0';
     try {
         length = key != nullptr ? store().get(key, value) : 0;
     } catch (const std::bad_alloc&) {
         // The first caller makes the store. Without memory for it nothing is set yet.
     }
-    if (length == 0 && defaultValue != nullptr) {
-        length = PropertyStore::copyValue(defaultValue, value);
+    if (length == 0) {
+        const char* const text = defaultValue != nullptr ? defaultValue : "";
+        length = PropertyStore::copyValue({text, strnlen(text, PROPERTY_VALUE_MAX - 1)}, value);
     }
     return static_cast<int>(length);
 }

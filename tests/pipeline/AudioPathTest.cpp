@@ -151,6 +151,13 @@ TEST_F(AudioPathTest, StreamChurnAndChangesOfTheMixKeepToIt) {
             std::this_thread::sleep_for(std::chrono::microseconds(300));
         });
     }
+    // The worker tells a tunnel stream's bridge of a new offset, while others tell it of a latency.
+    const sp<TunnelStream> tunnel(new TunnelStream(48000, AUDIO_FORMAT_PCM_16_BIT,
+                                                   AUDIO_CHANNEL_OUT_STEREO,
+                                                   AUDIO_OUTPUT_FLAG_HW_AV_SYNC, 2000));
+    ASSERT_EQ(OK, mMixer->addStream(tunnel));
+    EXPECT_EQ(OK, tunnel->setParameters("hw_av_sync=2"));
+    keep([tunnel](unsigned turn) { tunnel->setDownstreamLatency(turn % 50, 0); });
     // More and more streams at once: the worker's list of those in a cycle has to grow as well.
     keep([&](unsigned turn) {
         std::vector<sp<AudioStream>> passing(turn % 24);

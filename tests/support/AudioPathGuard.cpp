@@ -77,10 +77,13 @@ void free(void* storage) noexcept {
 
 int open(const char* path, int flags, ...) {
     AudioPathGuard::forbid("open");
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = va_arg(arguments, mode_t);
-    va_end(arguments);
+    mode_t mode = 0;
+    if ((flags & (O_CREAT | O_TMPFILE)) != 0) {
+        va_list arguments;
+        va_start(arguments, flags);
+        mode = va_arg(arguments, mode_t);
+        va_end(arguments);
+    }
     return openat(AT_FDCWD, path, flags, mode);
 }
 

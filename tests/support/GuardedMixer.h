@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "pipeline/MixerThread.h"
+#include "stream/TunnelStream.h"
 #include "tests/support/AudioPathGuard.h"
 
 /** A mixer that waits for no lock in its cycles but those on its list. */
@@ -28,8 +29,12 @@ private:
         }
         for (const auto& stream : mStreams) {
             // A stream's lock: setVolume() and dump() hold it for a few words, config() for the
-            // exchange of two chains, flush() and read() for a pass over the ring, and no longer.
-            if (liesIn(stream.get(), sizeof(android::AudioStream), mutex)) {
+            // exchange of two chains, flush() and read() for a pass over the ring, and no longer. A
+            // tunnel stream's latency lock: held while policy and bridge are told, in one order.
+            const bool isTunnel = dynamic_cast<android::TunnelStream*>(stream.get()) != nullptr;
+            if (liesIn(stream.get(),
+                       isTunnel ? sizeof(android::TunnelStream) : sizeof(android::AudioStream),
+                       mutex)) {
                 return true;
             }
         }

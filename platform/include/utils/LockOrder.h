@@ -6,7 +6,7 @@ namespace android {
  * Builds that define STREAMPROXY_CHECK_LOCK_ORDER: aborts when a thread takes a lock against the
  * order that LockOrder.cpp declares, even if no other thread was there to make a deadlock of it.
  *
- * Threads: any; each has its own record of what it holds. Never allocates.
+ * Threads: any; each has its own record of what it holds.
  */
 class LockOrder {
 public:
