@@ -132,11 +132,12 @@ STREAMPROXY_API audio_proxy_stream_t* create_audio_proxy_stream(const audio_prox
 /** Every function below answers -EINVAL to a null stream. */
 STREAMPROXY_API int audio_proxy_stream_set_parameters(audio_proxy_stream_t* stream,
                                                       const char* keyValuePairs);
+/** 0; -ENOSYS: a tunnel stream got no memory, and stays closed. */
 STREAMPROXY_API int audio_proxy_stream_open(audio_proxy_stream_t* stream);
 /** The mixer skips the stream from its next cycle on; the next write opens it again. */
 STREAMPROXY_API int audio_proxy_stream_pause(audio_proxy_stream_t* stream);
 STREAMPROXY_API int audio_proxy_stream_resume(audio_proxy_stream_t* stream);
-/** Waits up to 1 s for the mixer to take frames, discards what is left, closes. */
+/** Waits up to 1 s for the mixer to take frames, or for a signal, discards what is left, closes. */
 STREAMPROXY_API int audio_proxy_stream_close(audio_proxy_stream_t* stream);
 /** Discards every frame that was written and not yet mixed. */
 STREAMPROXY_API int audio_proxy_stream_flush(audio_proxy_stream_t* stream);

@@ -34,5 +34,5 @@ verb_test() {
     run+=("$BUILD_DIR/bin/streamproxy")
     "${run[@]}" mix "${DEMO_INPUTS[@]}" --rate 44100 --quiet -o "$BUILD_DIR/demo.wav"
     demo_tunnel "$BUILD_DIR" "${run[@]}"
-    record "${BUILD_DIR#build/}" "$(count_tests) tests and the demo, not a report"
+    record "${BUILD_DIR#build/}" "$(count_tests) tests (the examples among them) and the demo: no report"
 }
