@@ -181,6 +181,9 @@ protected:
 };
 
 TEST_P(AllocationFaultTest, EachEndsInADocumentedResultAndLosesNothing) {
+#ifdef STREAMPROXY_NEW_IS_TAKEN
+    GTEST_SKIP() << "this sanitizer makes every allocation itself";
+#endif
     Life().run();  // what is kept for the life of the process is made here
     long nth = 1;
     for (bool failed = true; failed && !HasFailure(); ++nth) {

@@ -62,7 +62,9 @@ long FaultInjection::liveAllocations() {
     return gLive;
 }
 
-#ifdef STREAMPROXY_SANITIZED
+#if defined(STREAMPROXY_NEW_IS_TAKEN)
+// Nothing fails.
+#elif defined(STREAMPROXY_SANITIZED)
 
 // Not inlined: the compiler would see malloc() answer for new and warn of the mixture.
 [[gnu::noinline]] void* operator new(size_t byteCount, const std::nothrow_t& /*tag*/) noexcept {
