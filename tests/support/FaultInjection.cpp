@@ -20,7 +20,7 @@ std::atomic<bool> gFailed{false};
 std::atomic<bool> gRefuseThreads{false};
 std::atomic<long> gLive{0};
 
-bool failsNow() {
+[[maybe_unused]] bool failsNow() {
     if (gWindows == 0 || gBefore == kNever) {
         return false;
     }
