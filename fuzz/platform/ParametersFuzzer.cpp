@@ -31,13 +31,14 @@ std::optional<int> wholeInt(const std::string& text) {
                                                           : std::nullopt;
 }
 
-/** The last pair of the key counts; `value` stays as the last good one left it. */
+/** The last pair of the key counts; `value` stays as the last good one left it. A key ends at the
+ *  first '=', so one that holds it is nobody's. */
 std::optional<int> model(const std::string& pairs, const std::string& key) {
     std::optional<int> found;
     for (size_t begin = 0; begin <= pairs.size();) {
         const size_t end = std::min(pairs.find(';', begin), pairs.size());
         const std::string pair = pairs.substr(begin, end - begin);
-        if (pair.rfind(key + "=", 0) == 0) {
+        if (pair.find('=') == key.size() && pair.rfind(key, 0) == 0) {
             found = wholeInt(pair.substr(key.size() + 1));
         }
         begin = end + 1;
