@@ -65,7 +65,8 @@ using Stream = std::unique_ptr<audio_proxy_stream_t, DestroyStream>;
 std::vector<int32_t> tone(size_t firstFrame) {
     std::vector<int32_t> samples(kBlockFrames * 2);
     for (size_t i = 0; i < samples.size(); ++i) {
-        const double time = static_cast<double>(firstFrame + i / 2) / kSource.sample_rate;
+        const size_t frame = firstFrame + i / 2;
+        const double time = static_cast<double>(frame) / kSource.sample_rate;
         const double value = 0.5 * std::sin(2 * std::numbers::pi * 440 * time);
         samples[i] = static_cast<int32_t>(value * kFullScale);
     }
