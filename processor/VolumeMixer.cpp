@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <type_traits>
 
 #include "android/log.h"
 
@@ -23,29 +22,6 @@ size_t frameSizeOf(audio_format_t format, unsigned int channelMask) {
 // Signed sums and products that wrap around, as the fixed-point format wants them.
 int wrappingAdd(int a, int b) {
     return static_cast<int>(static_cast<unsigned>(a) + static_cast<unsigned>(b));
-}
-int wrappingMultiply(int a, int b) {
-    return static_cast<int>(static_cast<unsigned>(a) * static_cast<unsigned>(b));
-}
-
-/** A sample at the precision of the product: Q0.15, or Q4.15 from Q4.27. */
-template <typename TI>
-int toProductInput(TI sample) {
-    if constexpr (std::is_same_v<TI, short>) {
-        return sample;
-    } else {
-        return sample >> 12;
-    }
-}
-
-/** A product (Q4.27) as an output sample. */
-template <typename TO>
-TO fromProduct(int product) {
-    if constexpr (std::is_same_v<TO, int>) {
-        return product;
-    } else {
-        return static_cast<short>(std::clamp(product >> 12, -32768, 32767));
-    }
 }
 
 }  // namespace
@@ -74,8 +50,26 @@ bool VolumeMixer::isChannelSupported(unsigned int mask) {
     return mask == AUDIO_CHANNEL_OUT_STEREO;
 }
 
-VolumeMixer::VolumeOp VolumeMixer::volumeOp(audio_format_t src, audio_format_t dst,
-                                            volumer_type_t type) {
+template <int MixType, int ChannelCount, typename TO, typename TI, typename TV, InstructionSet Set>
+void VolumeMixer::volumeMix(void* out, size_t frameCount, const void* in, bool ramp, TV* prevVolume,
+                            TV* volumeInc, short* volume) {
+    static_assert(ChannelCount == 2);
+    volumeKernel<MixType, TO, TI>(Set)(out, frameCount, in, ramp, prevVolume, volumeInc, volume);
+    if (ramp) {
+        adjustVolumeRamp(prevVolume, volumeInc, volume);
+    }
+}
+
+template <InstructionSet Set>
+constexpr VolumeOp VolumeMixer::kVolumeOps[2][2][2] = {
+    // type, 32-bit source, 32-bit destination
+    {{volumeMix<0, 2, short, short, int, Set>, volumeMix<0, 2, int, short, int, Set>},
+     {volumeMix<0, 2, short, int, int, Set>, volumeMix<0, 2, int, int, int, Set>}},
+    {{volumeMix<2, 2, short, short, int, Set>, volumeMix<2, 2, int, short, int, Set>},
+     {volumeMix<2, 2, short, int, int, Set>, volumeMix<2, 2, int, int, int, Set>}},
+};
+
+VolumeOp VolumeMixer::volumeOp(audio_format_t src, audio_format_t dst, volumer_type_t type) {
     if (type != VOLUMER_TYPE_MIX && type != VOLUMER_TYPE_PROCESS) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "%s, Invalid type %d", "VolumeMixer", type);
         return nullptr;
@@ -89,15 +83,14 @@ VolumeMixer::VolumeOp VolumeMixer::volumeOp(audio_format_t src, audio_format_t d
                             static_cast<int>(dst));
         return nullptr;
     }
-    static constexpr VolumeOp kOps[2][2][2] = {
-        // type, 32-bit source, 32-bit destination
-        {{volumeMix<0, 2, short, short, int>, volumeMix<0, 2, int, short, int>},
-         {volumeMix<0, 2, short, int, int>, volumeMix<0, 2, int, int, int>}},
-        {{volumeMix<2, 2, short, short, int>, volumeMix<2, 2, int, short, int>},
-         {volumeMix<2, 2, short, int, int>, volumeMix<2, 2, int, int, int>}},
-    };
-    return kOps[type][src == AUDIO_FORMAT_PCM_32_BIT ? 1 : 0]
-               [dst == AUDIO_FORMAT_PCM_32_BIT ? 1 : 0];
+    const bool isWideSource = src == AUDIO_FORMAT_PCM_32_BIT;
+    const bool isWideTarget = dst == AUDIO_FORMAT_PCM_32_BIT;
+#if defined(__x86_64__)
+    if (widestInstructionSet() == InstructionSet::kAvx2) {
+        return kVolumeOps<InstructionSet::kAvx2>[type][isWideSource][isWideTarget];
+    }
+#endif
+    return kVolumeOps<InstructionSet::kBaseline>[type][isWideSource][isWideTarget];
 }
 
 status_t VolumeMixer::setVolume(float left, float right) {
@@ -163,49 +156,6 @@ void VolumeMixer::adjustVolumeRamp(int* prevVolume, int* volumeInc, short* volum
     }
 }
 
-template <int MixType, int ChannelCount, typename TO, typename TI, typename TV>
-void VolumeMixer::volumeMix(void* out, size_t frameCount, const void* in, bool ramp, TV* prevVolume,
-                            TV* volumeInc, short* volume) {
-    auto* target = static_cast<TO*>(out);
-    const auto* source = static_cast<const TI*>(in);
-    const auto store = [](TO& sample, TO gained) {
-        if constexpr (MixType == 0) {
-            sample = static_cast<TO>(wrappingAdd(sample, gained));
-        } else {
-            sample = gained;
-        }
-    };
-    constexpr size_t kChannels = ChannelCount;
-    // Gains and positions in locals: a sample that is written may not be seen to change them, or
-    // the loops would go sample by sample.
-    if (!ramp) {
-        short gain[kChannels];
-        std::copy_n(volume, kChannels, gain);
-        for (size_t frame = 0; frame < frameCount; ++frame) {
-            for (size_t i = 0; i < kChannels; ++i) {
-                const size_t at = frame * kChannels + i;
-                store(target[at],
-                      fromProduct<TO>(wrappingMultiply(toProductInput(source[at]), gain[i])));
-            }
-        }
-        return;
-    }
-    TV position[kChannels];
-    TV increment[kChannels];
-    std::copy_n(prevVolume, kChannels, position);
-    std::copy_n(volumeInc, kChannels, increment);
-    for (size_t frame = 0; frame < frameCount; ++frame) {
-        for (size_t i = 0; i < kChannels; ++i) {
-            const size_t at = frame * kChannels + i;
-            const int gain = position[i] >> kRampShift;
-            store(target[at], fromProduct<TO>(wrappingMultiply(toProductInput(source[at]), gain)));
-            position[i] = wrappingAdd(position[i], increment[i]);
-        }
-    }
-    std::copy_n(position, kChannels, prevVolume);
-    adjustVolumeRamp(prevVolume, volumeInc, volume);
-}
-
 ssize_t VolumeMixer::mix(void* out, size_t frameCount, void* in) {
     if (frameCount == 0 || out == nullptr || in == nullptr) {
         return -EINVAL;
@@ -269,22 +219,5 @@ ssize_t VolumeMixer::process(void* buffer, size_t frameCount) {
     }
     return mix(buffer, frameCount, buffer);
 }
-
-template void VolumeMixer::volumeMix<0, 2, short, short, int>(void*, size_t, const void*, bool,
-                                                              int*, int*, short*);
-template void VolumeMixer::volumeMix<0, 2, int, short, int>(void*, size_t, const void*, bool, int*,
-                                                            int*, short*);
-template void VolumeMixer::volumeMix<0, 2, short, int, int>(void*, size_t, const void*, bool, int*,
-                                                            int*, short*);
-template void VolumeMixer::volumeMix<0, 2, int, int, int>(void*, size_t, const void*, bool, int*,
-                                                          int*, short*);
-template void VolumeMixer::volumeMix<2, 2, short, short, int>(void*, size_t, const void*, bool,
-                                                              int*, int*, short*);
-template void VolumeMixer::volumeMix<2, 2, int, short, int>(void*, size_t, const void*, bool, int*,
-                                                            int*, short*);
-template void VolumeMixer::volumeMix<2, 2, short, int, int>(void*, size_t, const void*, bool, int*,
-                                                            int*, short*);
-template void VolumeMixer::volumeMix<2, 2, int, int, int>(void*, size_t, const void*, bool, int*,
-                                                          int*, short*);
 
 }  // namespace android

@@ -4,6 +4,7 @@
 
 #include "processor/AudioDump.h"
 #include "processor/AudioProcesser.h"
+#include "processor/VolumeKernels.h"
 #include "system/audio.h"
 #include "utils/Mutex.h"
 
@@ -62,13 +63,14 @@ public:
      * The kernel family. MixType 0 adds, 2 overwrites. `out` and `in` are interleaved samples of TO
      * and TI; `prevVolume` and `volumeInc` are U4.28, `volume` U4.12, one each per channel.
      */
-    template <int MixType, int ChannelCount, typename TO, typename TI, typename TV>
+    template <int MixType, int ChannelCount, typename TO, typename TI, typename TV,
+              InstructionSet Set = InstructionSet::kBaseline>
     static void volumeMix(void* out, size_t frameCount, const void* in, bool ramp, TV* prevVolume,
                           TV* volumeInc, short* volume);
 
 private:
-    using VolumeOp = void (*)(void* out, size_t frameCount, const void* in, bool ramp,
-                              int* prevVolume, int* volumeInc, short* volume);
+    template <InstructionSet Set>
+    static const VolumeOp kVolumeOps[2][2][2];
 
     static VolumeOp volumeOp(audio_format_t src, audio_format_t dst, volumer_type_t type);
 

@@ -149,6 +149,47 @@ TEST(VolumeMixer, EveryKernelEqualsTheScalarModelThroughRampsAndExtremes) {
     }
 }
 
+// Whatever the processor has, the result is the same, bytes and ramp position.
+template <int MixType, typename TO, typename TI>
+void expectEqualKernels(std::minstd_rand& random) {
+    const size_t frames = 1 + random() % 67;
+    std::vector<TI> in(2 * frames);
+    std::vector<TO> out(2 * frames);
+    std::generate(in.begin(), in.end(), [&] { return static_cast<TI>(random() * 2U); });
+    std::generate(out.begin(), out.end(), [&] { return static_cast<TO>(random() * 2U); });
+    // Half of the gains lie outside 0 to 1, as where a ramp has run past its target.
+    const auto gain = [&] {
+        return static_cast<int>(random() % 8194) - (random() % 2 == 0 ? 4096 : 0);
+    };
+    short volume[] = {static_cast<short>(gain()), static_cast<short>(gain() / 2)};
+    int position[] = {gain() * 65536, gain() / 2 * 65536};
+    int increment[] = {static_cast<int>(random() % 4000000) - 2000000, 77};
+    const bool ramp = random() % 2 == 0;
+    auto outAgain = out;
+    int positionAgain[] = {position[0], position[1]};
+    volumeKernel<MixType, TO, TI>(InstructionSet::kBaseline)(out.data(), frames, in.data(), ramp,
+                                                             position, increment, volume);
+    volumeKernel<MixType, TO, TI>(widestInstructionSet())(outAgain.data(), frames, in.data(), ramp,
+                                                          positionAgain, increment, volume);
+    ASSERT_EQ(out, outAgain);
+    ASSERT_TRUE(std::ranges::equal(position, positionAgain));
+}
+
+TEST(VolumeMixer, KernelsOfEveryInstructionSetAgree) {
+    std::minstd_rand random(6);
+    for (int pass = 0; pass < 5000; ++pass) {
+        expectEqualKernels<0, short, short>(random);
+        expectEqualKernels<0, short, int>(random);
+        expectEqualKernels<0, int, short>(random);
+        expectEqualKernels<0, int, int>(random);
+        expectEqualKernels<2, short, short>(random);
+        expectEqualKernels<2, short, int>(random);
+        expectEqualKernels<2, int, short>(random);
+        expectEqualKernels<2, int, int>(random);
+        ASSERT_FALSE(testing::Test::HasFatalFailure()) << "pass " << pass;
+    }
+}
+
 TEST(VolumeMixer, RefusesALeftGainOutsideTheRangeAndHoldsTheRightOne) {
     const auto mixer = makeMixer(k16, k16, 0, VOLUMER_TYPE_PROCESS);
     for (const float refused : {-0.1F, 1.1F, std::nanf("")}) {

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstdint>
+
+namespace android {
+
+/** What a kernel's vectors are made of. */
+enum class InstructionSet : uint8_t {
+    kBaseline,  // what every processor of the target has, 16-byte vectors: SSE2, NEON
+    kAvx2,      // 32-byte vectors, on x86-64
+};
+
+/** The widest that this processor has. Cheap; any thread. */
+inline InstructionSet widestInstructionSet() {
+#if defined(__x86_64__)
+    return __builtin_cpu_supports("avx2") ? InstructionSet::kAvx2 : InstructionSet::kBaseline;
+#else
+    return InstructionSet::kBaseline;
+#endif
+}
+
+}  // namespace android
