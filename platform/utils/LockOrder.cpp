@@ -12,13 +12,14 @@ namespace {
 // The order of all named locks, outer first: under one that is held, only those below may be taken.
 constexpr const char* kOrder[] = {
     "global",         // held by a call until the pipeline has its change
+    "worker turn",    // waits for the worker's lock
+    "worker",         // held for a cycle, in which every stream is asked and every output called;
+                      // a callback may use streams, so all that is theirs comes behind
+    "command queue",  // read by the worker before a cycle, filled by any thread
     "lifecycle",      // of a tunnel stream: opening and closing wait for its parser
     "parser turn",    // waits for the parser's lock
     "parser",         // held while callbacks write into the stream: before all that a stream takes
     "play state",     // a write from a callback may open the stream again
-    "worker turn",    // waits for the worker's lock
-    "worker",         // held for a cycle, in which every stream is asked
-    "command queue",  // read by the worker before a cycle, filled by any thread
     "parameters",     // a new bridge is told the latency
     "latency",        // told to the streams by the worker, and to their bridges
     "bridge",         // the pointer alone

@@ -169,6 +169,45 @@ TEST_F(HostFaultTest, ACallbackThatBlocksForSecondsHoldsUpNoStream) {
     EXPECT_TRUE(eventually([this] { return heard().size() == 2960; }));
 }
 
+/** Calls all that a callback may call as well. */
+void useStream(audio_proxy_stream_t* stream) {
+    const std::vector<uint8_t> garbage(100);
+    audio_proxy_stream_open(stream);
+    audio_proxy_stream_set_volume(stream, 1, 0.5F);
+    audio_proxy_stream_set_downstream_latency(stream, 20, 0);
+    audio_proxy_stream_set_parameters(stream, "hw_av_sync=3");
+    audio_proxy_stream_get_latency(stream);
+    audio_proxy_stream_write(stream, garbage.data(), garbage.size());
+    audio_proxy_stream_pause(stream);
+    audio_proxy_stream_resume(stream);
+    audio_proxy_stream_dump(stream, -1);
+    audio_proxy_stream_flush(stream);
+    audio_proxy_stream_write(stream, garbage.data(), garbage.size());
+    EXPECT_EQ(0, audio_proxy_stream_close(stream));
+}
+
+TEST_F(HostFaultTest, ACallbackMayUseStreamsThatAHostThreadUsesToo) {
+    audio_proxy_stream_t* const tunnel = create_audio_proxy_stream(&kTunnel);
+    audio_proxy_stream_t* const other = create_audio_proxy_stream(&kMix);
+    std::atomic<int> used{0};
+    mOnBlock = [&] {
+        if (used < 3) {
+            useStream(other);
+            useStream(tunnel);
+            ++used;
+        }
+    };
+    for (const auto limit = steady_clock::now() + seconds(60);
+         used < 3 && steady_clock::now() < limit;) {
+        writeFrames(nextFrames(960));
+        audio_proxy_stream_pause(tunnel);
+        audio_proxy_stream_close(tunnel);
+    }
+    EXPECT_EQ(3, used);
+    EXPECT_EQ(0, destroy_audio_proxy_stream(other));
+    EXPECT_EQ(0, destroy_audio_proxy_stream(tunnel));
+}
+
 TEST_F(HostFaultTest, AStreamNeverWaitsForACallbackThatWaitsForItsCaller) {
     std::mutex hostLock;
     std::atomic<bool> isWaiting{false};
@@ -177,24 +216,12 @@ TEST_F(HostFaultTest, AStreamNeverWaitsForACallbackThatWaitsForItsCaller) {
         const std::lock_guard<std::mutex> lock(hostLock);
     };
     audio_proxy_stream_t* const tunnel = create_audio_proxy_stream(&kTunnel);
-    const std::vector<uint8_t> garbage(100);
     {
         const std::lock_guard<std::mutex> lock(hostLock);
         writeFrames(nextFrames(960));
         ASSERT_TRUE(eventually([&isWaiting] { return isWaiting.load(); }));
         for (audio_proxy_stream_t* const stream : {mStream, tunnel}) {
-            audio_proxy_stream_open(stream);
-            audio_proxy_stream_set_volume(stream, 1, 0.5F);
-            audio_proxy_stream_set_downstream_latency(stream, 20, 0);
-            audio_proxy_stream_set_parameters(stream, "hw_av_sync=3");
-            audio_proxy_stream_get_latency(stream);
-            audio_proxy_stream_write(stream, garbage.data(), garbage.size());
-            audio_proxy_stream_pause(stream);
-            audio_proxy_stream_resume(stream);
-            audio_proxy_stream_dump(stream, -1);
-            audio_proxy_stream_flush(stream);
-            audio_proxy_stream_write(stream, garbage.data(), garbage.size());
-            EXPECT_EQ(0, audio_proxy_stream_close(stream));
+            useStream(stream);
         }
         EXPECT_EQ(1, mBlocks) << "the callback waits all the while";
     }
