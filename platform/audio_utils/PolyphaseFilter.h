@@ -21,25 +21,60 @@ namespace android {
 
 class PolyphaseFilter {
 public:
-    explicit PolyphaseFilter(const RateRatio& ratio);
+    /** What the inner loops are compiled for. Every one gives the same samples. */
+    enum class Vectors : uint8_t { kBaseline, kAvx2 };
+
+    /** Where the next output frame stands. */
+    struct Position {
+        size_t frame;    // first input frame of its window
+        uint32_t phase;  // before the centre of the window, of ratio.out
+    };
+
+    explicit PolyphaseFilter(const RateRatio& ratio, Vectors vectors = widestVectors());
+
+    /** The widest that this processor has. */
+    static Vectors widestVectors();
 
     /** Input frames under one window; a multiple of kLanes. The centre is at half of it. */
     size_t tapCount() const { return mTapCount; }
 
-    /** One output sample from the tapCount() samples of one channel at `window`. */
-    float apply(const float* window, uint32_t phase) const;
+    /** The output frames from `at` on whose windows end within `inFrameCount` frames. */
+    size_t framesWithin(size_t inFrameCount, const Position& at) const;
+
+    /**
+     * Makes `frameCount` frames, and moves `at` on behind them. A channel's input is `samples`
+     * float samples from `samples + channel * channelStride` on, its output every `channelCount`-th
+     * sample of `out`, rounded and limited to 16 bits.
+     */
+    void run(const float* samples, size_t channelStride, uint32_t channelCount, int16_t* out,
+             size_t frameCount, Position& at) const;
 
 private:
     static constexpr size_t kLanes = 8;
+    /** Aligned, so that no load of coefficients straddles two cache lines. */
+    struct alignas(kLanes * sizeof(float)) Coefficients {
+        float lanes[kLanes];
+    };
 
-    void design(const RateRatio& ratio);
-    float sumOfProducts(const float* window, const float* row) const;
+    void design();
+    const float* rows() const { return reinterpret_cast<const float*>(mTable.data()); }
+    void runPair(const float* left, const float* right, float* out, size_t frameCount,
+                 Position& at) const;
+    // The same definition for each set of vectors.
+    void runPairBaseline(const float* left, const float* right, float* out, size_t frameCount,
+                         Position& at) const;
+    void runPairAvx2(const float* left, const float* right, float* out, size_t frameCount,
+                     Position& at) const;
+    template <typename V>
+    void runPairAny(const float* left, const float* right, float* out, size_t frameCount,
+                    Position& at) const;
 
-    size_t mTapCount;
+    const RateRatio mRatio;
+    const Vectors mVectors;
+    const size_t mTapCount;
     bool mIsExact;
-    uint32_t mPhaseCount;       // rows of one input frame; not exact: one more row follows
-    uint32_t mRatioOut;         // phases in an input frame
-    std::vector<float> mTable;  // row after row, mTapCount coefficients each
+    uint32_t mPhaseCount;              // rows of one input frame; not exact: one more row follows
+    std::vector<Coefficients> mTable;  // row after row, mTapCount coefficients each
 };
 
 }  // namespace android

@@ -22,8 +22,10 @@ public:
     /** Takes up to `frameCount` interleaved frames; how many it took. Moves what is held. */
     size_t append(const int16_t* frames, size_t frameCount);
 
-    bool holds(size_t frameCount) const { return mStart + frameCount <= mFrameCount; }
-    const float* channel(uint32_t index) const { return &mSamples[index * mCapacity + mStart]; }
+    size_t frameCount() const { return mFrameCount - mStart; }
+    /** The first channel; each of the others lies channelStride() samples behind the one before. */
+    const float* samples() const { return mSamples.data() + mStart; }
+    size_t channelStride() const { return mCapacity; }
 
     /** The first `frameCount` frames, all of them held, are not needed any more. */
     void skip(size_t frameCount) { mStart += frameCount; }

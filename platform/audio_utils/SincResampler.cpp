@@ -14,11 +14,6 @@ size_t historyFrames(const PolyphaseFilter& filter, const LookAhead& lookAhead) 
            std::max(kHistoryChunkFrames, filter.tapCount());
 }
 
-int16_t toSample(float value) {
-    const float limited = std::clamp(value, -32768.0f, 32767.0f);
-    return static_cast<int16_t>(limited + (limited < 0 ? -0.5f : 0.5f));
-}
-
 }  // namespace
 
 SincResampler::SincResampler(uint32_t inRateHz, uint32_t outRateHz, uint32_t channelCount)
@@ -51,31 +46,17 @@ void SincResampler::convert(const int16_t* in, size_t& inFrameCount, int16_t* ou
     size_t made = 0;
     while (taken < plan.consumedFrames || made < plan.producedFrames) {
         taken += mHistory.append(in + taken * mChannelCount, plan.consumedFrames - taken);
-        while (made < plan.producedFrames && mHistory.holds(mFilter.tapCount())) {
-            makeFrame(out + made * mChannelCount);
-            step();
-            ++made;
-        }
+        PolyphaseFilter::Position at{0, mPhase};
+        const size_t frames =
+            std::min(plan.producedFrames - made, mFilter.framesWithin(mHistory.frameCount(), at));
+        mFilter.run(mHistory.samples(), mHistory.channelStride(), mChannelCount,
+                    out + made * mChannelCount, frames, at);
+        mHistory.skip(at.frame);
+        mPhase = at.phase;
+        made += frames;
     }
     inFrameCount = taken;
     outFrameCount = made;
-}
-
-void SincResampler::makeFrame(int16_t* frame) const {
-    for (uint32_t channel = 0; channel < mChannelCount; ++channel) {
-        frame[channel] = toSample(mFilter.apply(mHistory.channel(channel), mPhase));
-    }
-}
-
-void SincResampler::step() {
-    size_t passed = mRatio.in / mRatio.out;
-    const uint32_t fraction = mRatio.in % mRatio.out;
-    if (mPhase < fraction) {
-        mPhase += mRatio.out;
-        ++passed;
-    }
-    mPhase -= fraction;
-    mHistory.skip(passed);
 }
 
 }  // namespace android

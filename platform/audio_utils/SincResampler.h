@@ -30,15 +30,12 @@ public:
     uint32_t latencyFrames() const;
 
 private:
-    void makeFrame(int16_t* frame) const;
-    void step();
-
     const RateRatio mRatio;
     const uint32_t mChannelCount;
     const PolyphaseFilter mFilter;
     LookAhead mLookAhead;
     SampleHistory mHistory;
-    uint32_t mPhase = 0;  // the next output stands mPhase / mRatio.out before its window's centre
+    uint32_t mPhase = 0;  // of the next output, see PolyphaseFilter
 };
 
 }  // namespace android
