@@ -42,10 +42,20 @@ void FeedBoard::demand(size_t index, int64_t frameCount) {
     mDemanded.notify_all();
 }
 
-void FeedBoard::setPaused(size_t index) {
+void FeedBoard::demandMore(size_t index, int64_t frameCount) {
     std::lock_guard lock(mLock);
-    mInputs[index].isPaused = true;
+    Input& input = mInputs[index];
+    if (input.audioEndFrame >= 0 && !input.isPaused) {
+        input.demandFrames = input.writtenFrames + frameCount;
+        mDemanded.notify_all();
+    }
+}
+
+bool FeedBoard::setPaused(size_t index) {
+    std::lock_guard lock(mLock);
+    mInputs[index].isPaused = !mInputs[index].isWriting;
     mDemanded.notify_all();
+    return mInputs[index].isPaused;
 }
 
 bool FeedBoard::waitUntilFed(std::chrono::milliseconds patience) {

@@ -42,7 +42,8 @@ public:
 
     // The mix.
     void demand(size_t index, int64_t frameCount);
-    void setPaused(size_t index);
+    /** No more demands; false: the feeder is inside a write, and nothing has changed. */
+    bool setPaused(size_t index);
     /** Whether all demands are met; waits for it up to `patience`, or until the mix ends. */
     bool waitUntilFed(std::chrono::milliseconds patience);
     /** Whether no feeder is inside a write; waits for it up to `patience`. */
@@ -54,6 +55,8 @@ public:
     /** Waits up to `patience` for the end of the mix. */
     State waitForEnd(std::chrono::milliseconds patience);
     std::string failure() const;
+    /** Demands so many frames beyond those written, if the feeder pads. */
+    void demandMore(size_t index, int64_t frameCount);
 
     // Anyone. The first end counts.
     void end(State state, const std::string& failure = {});

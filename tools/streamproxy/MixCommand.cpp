@@ -17,6 +17,7 @@ namespace android {
 namespace {
 
 constexpr uint32_t kDefaultRateHz = 48000;
+constexpr std::chrono::milliseconds kDryLimit{200};  // then the inputs may want more
 constexpr std::chrono::seconds kStallLimit{5};
 
 constexpr const char* kInputHelp =
@@ -203,6 +204,7 @@ ExitCode MixCommand::mix(const Library& library) {
 FeedBoard::State MixCommand::waitForEnd(MixSession& session, MixReport& report) const {
     int64_t lastBlocks = -1;
     auto lastChange = std::chrono::steady_clock::now();
+    bool hasDemanded = false;  // since the last block
     for (;;) {
         const FeedBoard::State state = session.board().waitForEnd(std::chrono::milliseconds(50));
         if (state != FeedBoard::State::RUNNING || Interrupt::signalNumber() != 0) {
@@ -211,9 +213,13 @@ FeedBoard::State MixCommand::waitForEnd(MixSession& session, MixReport& report) 
         report.progress();
         const auto now = std::chrono::steady_clock::now();
         const int64_t blocks = session.cycle().blockCount();
-        if (blocks != lastBlocks || !session.board().isFed()) {
+        if (blocks != lastBlocks || !(hasDemanded || session.board().isFed())) {
             lastBlocks = blocks;
             lastChange = now;
+            hasDemanded = false;
+        } else if (now - lastChange > kDryLimit && !hasDemanded) {
+            session.demandMore();
+            hasDemanded = true;
         } else if (now - lastChange > kStallLimit) {
             throw ToolError("the library has delivered nothing for " +
                             std::to_string(kStallLimit.count()) +

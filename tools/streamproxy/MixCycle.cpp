@@ -145,17 +145,16 @@ bool MixCycle::pauseIfOver(size_t index) {
         state.audioEndFrame >= 0 &&
         mMixedFrames >= framesAtRate(state.audioEndFrame + handover.marginFrames,
                                      handover.config.sample_rate, handover.mixRateHz);
-    if (!isHeard || state.isWriting) {
-        return false;
-    }
-    pause(index);
-    return true;
+    return isHeard && pause(index);
 }
 
-void MixCycle::pause(size_t index) {
-    mBoard.setPaused(index);
+bool MixCycle::pause(size_t index) {
+    if (!mBoard.setPaused(index)) {
+        return false;
+    }
     mLibrary.pauseStream(mVoices[index].input->stream);
     mVoices[index].endFrame = mMixedFrames.load();
+    return true;
 }
 
 /**
@@ -173,6 +172,15 @@ void MixCycle::pauseAll() {
     for (size_t index = 0; index < mVoices.size(); ++index) {
         if (mVoices[index].endFrame < 0) {
             pause(index);
+        }
+    }
+}
+
+void MixCycle::demandMore() {
+    for (size_t index = 0; index < mVoices.size(); ++index) {
+        const Handover& handover = mVoices[index].input->handover;
+        if (handover.isStaged()) {
+            mBoard.demandMore(index, handover.framesNeeded(mBlockFrames));
         }
     }
 }

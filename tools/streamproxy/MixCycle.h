@@ -19,7 +19,7 @@ namespace android {
  *
  * The mix takes the shortest input's frames and an open stream without data silences all, so the
  * mixer must never get to a cycle for which something is missing.
- * Threads: start() by the owner; onBlock() by the mixer thread, from then on; counts by any.
+ * Threads: start() by the owner; onBlock() by the mixer thread, from then on; the rest by any.
  */
 class MixCycle {
 public:
@@ -37,6 +37,9 @@ public:
     void start();
     /** The output callback; the cookie is this object. */
     static int onBlock(void* cookie, void* buffer, size_t byteCount);
+    /** For want of a block: what a staged input has taken is an estimate, and if it is too low the
+     *  demand is, so that no block comes which would raise it. Lets those pad one block more. */
+    void demandMore();
 
     int64_t mixedFrames() const { return mMixedFrames.load(std::memory_order_relaxed); }
     int64_t blockCount() const { return mBlockCount.load(std::memory_order_relaxed); }
@@ -61,7 +64,7 @@ private:
     void applyGains(Voice& voice);
     void setGain(const Voice& voice, float gain);
     bool pauseIfOver(size_t index);
-    void pause(size_t index);
+    bool pause(size_t index);
     void pauseAll();
     int64_t nextDemand(Voice& voice) const;
     void waitForInputs();

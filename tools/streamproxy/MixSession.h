@@ -38,6 +38,8 @@ public:
     void start();
     /** Stops feeders and mixing; counts stay readable. */
     void stop();
+    /** Without a block for a while, although every input is fed. */
+    void demandMore() { mCycle.demandMore(); }
     /** Writes the library's own account of its state. */
     void dump(int fd) const;
 
