@@ -126,11 +126,6 @@ int AVSyncBridgeFactoryHalHidl::createHwSyncBridge(unsigned int, unsigned int,
     return 0;
 }
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    silenceLog();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t byteCount) {
     FuzzedDataProvider data(bytes, byteCount);
     std::vector<size_t> lengths(data.ConsumeIntegralInRange<size_t>(1, 8));

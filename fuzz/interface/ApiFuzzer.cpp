@@ -146,11 +146,6 @@ void callStream(Host& host, FuzzedDataProvider& data) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    silenceLog();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t byteCount) {
     FuzzedDataProvider data(bytes, byteCount);
     Host host;

@@ -57,11 +57,6 @@ uint64_t boundMs(const char* name, uint64_t defaultMs) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    silenceLog();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t byteCount) {
     FuzzedDataProvider data(bytes, byteCount);
     static constexpr const char* kBounds[] = {

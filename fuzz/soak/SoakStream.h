@@ -59,6 +59,7 @@ public:
             mLedger.converted += frames;
             mGone += frames * this->mSampleRate / mMixRate;
             mWasStarved = processed <= 0;
+            mMixer.note(frames, 0);
             return processed;
         }
         return mIsWideMix ? follow<int32_t>(output, frameCount)
@@ -79,7 +80,8 @@ public:
     /** The last pull found nothing: the stream holds up the others. */
     bool wasStarved() const { return mWasStarved; }
 
-    /** With the stream out of the mixer's list and no writer: what is left belongs at the end. */
+    /** With the stream out of the mixer's list and no writer: what is left belongs at the end, and
+     *  a plain stream, which is closed by now, has nothing left. */
     void settle() {
         if (!mIsFollowed) {
             return;
@@ -87,6 +89,9 @@ public:
         std::vector<uint8_t> rest(1 << 20);
         Base::open();
         const int byteCount = Base::read(rest.data(), rest.size());
+        if (!kIsTunnel && byteCount > 0) {
+            soakFail("a closed stream holds %d bytes", byteCount);
+        }
         const bool isWide = this->mFrameSize == 8;
         const std::vector<uint8_t> nothing(8);
         for (size_t at = 0; at < static_cast<size_t>(std::max(byteCount, 0));
@@ -128,7 +133,7 @@ private:
             followed += advance(SequencedFrames::decode(&before[2 * i], mix + 2 * i), mayJump);
         }
         mGone = mNext;
-        mMixer.note(followed);
+        mMixer.note(static_cast<size_t>(std::max(processed, 0)), followed);
         return processed;
     }
 

@@ -53,11 +53,6 @@ int sampleAt(const uint8_t* at, audio_format_t format) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    silenceLog();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t byteCount) {
     FuzzedDataProvider data(bytes, byteCount);
     const Config from(data);

@@ -111,11 +111,6 @@ void parseTexts(const std::string& bytes) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    silenceLog();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t byteCount) {
     if (byteCount < 2) {
         return 0;

@@ -5,7 +5,6 @@
 #include <deque>
 #include <limits>
 #include <random>
-#include <thread>
 
 #include "tests/support/Frames.h"
 #include "tests/support/LogCapture.h"
@@ -233,29 +232,6 @@ TEST(FrameBuffer, FlushZeroesWhatItDiscardsAndNothingMore) {
     }
     EXPECT_EQ(1, absurd->write(&frameCount, 1));
     EXPECT_EQ(OK, absurd->flush());  // would take seconds, and the memory, if it zeroed the whole
-}
-
-TEST(FrameBuffer, TwoThreadsPassEveryFrameOnceInOrder) {
-    constexpr uint32_t kEnd = 400'000;
-    const auto ring = makeBuffer(61, AUDIO_FORMAT_PCM_16_BIT, AUDIO_CHANNEL_OUT_STEREO, 0x7FFF0000);
-    std::thread producer([&ring] {
-        for (uint32_t next = 0; next < kEnd; std::this_thread::yield()) {
-            const size_t wanted = std::min<size_t>(1 + next % 37, kEnd - next);
-            next += static_cast<uint32_t>(ring->write(numberedFrames(next, wanted).data(), wanted));
-        }
-    });
-    size_t wrong = 0;
-    for (uint32_t expected = 0; expected < kEnd; std::this_thread::yield()) {
-        void* region = nullptr;
-        size_t frameCount = 1 + expected % 41;
-        ring->obtainReadBuffer(&region, frameCount);
-        for (size_t i = 0; i < frameCount; ++i) {
-            wrong += static_cast<uint32_t*>(region)[i] == expected++ ? 0 : 1;
-        }
-        ring->releaseReadBuffer(region, frameCount);
-    }
-    producer.join();
-    EXPECT_EQ(0U, wrong);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/futex.h>
+#include <malloc.h>
 #include <pthread.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -48,26 +49,50 @@ TEST(AudioPathGuard, ReportsWhatTheMixerThreadMustNotDo) {
     const timespec now = {};
     const timespec past = {.tv_sec = 1, .tv_nsec = 0};
     char byte = 0;
+    void* made = nullptr;
+    FILE* const nowhere = fopen("/dev/null", "w");
+    pthread_mutex_t* const native = taken.native_handle();
     const auto lockTaken = [&taken] { const std::lock_guard<std::mutex> lock(taken); };
+    const auto awaitSignal = [](auto wait) {
+        pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+        pthread_cond_t unsignalled = PTHREAD_COND_INITIALIZER;
+        pthread_mutex_lock(&mutex);
+        wait(&unsignalled, &mutex);
+    };
+    const auto lockOwn = [](auto lock) {  // refused: it would wait for itself
+        pthread_rwlock_t own = PTHREAD_RWLOCK_INITIALIZER;
+        pthread_rwlock_wrlock(&own);
+        lock(&own);
+    };
     const std::pair<const char*, std::function<void()>> deeds[] = {
         {"malloc", [&] { free(use(malloc(byteCount))); }},
         {"malloc", [&] { delete new std::string(byteCount, 'x'); }},
         {"calloc", [&] { free(use(calloc(1, byteCount))); }},
         {"realloc", [&] { free(use(realloc(use(nullptr), byteCount))); }},
         {"aligned_alloc", [&] { free(use(aligned_alloc(64, 64 * byteCount))); }},
+        {"memalign", [&] { free(use(memalign(64, byteCount))); }},
+        {"posix_memalign", [&] { free(posix_memalign(&made, 64, 1) == 0 ? made : nullptr); }},
         {"free", [&] { free(old); }},
         {"open", [&] { close(open("/dev/null", O_RDONLY)); }},
         {"fopen", [&] { fclose(fopen("/dev/null", "r")); }},
+        {"fwrite", [&] { fwrite(&byte, 1, 1, nowhere); }},
         {"read", [&] { (void)!read(-1, &byte, 1); }},
         {"write", [&] { (void)!write(-1, &byte, 1); }},
         {"pthread_mutex_lock", lockTaken},
+        {"pthread_mutex_timedlock", [&] { pthread_mutex_timedlock(native, &past); }},
+        {"pthread_mutex_clocklock",
+         [&] { pthread_mutex_clocklock(native, CLOCK_MONOTONIC, &past); }},
+        {"pthread_rwlock_rdlock", [&] { lockOwn(pthread_rwlock_rdlock); }},
+        {"pthread_rwlock_wrlock", [&] { lockOwn(pthread_rwlock_wrlock); }},
         {"pthread_cond_timedwait",
+         [&] { awaitSignal([&](auto... on) { pthread_cond_timedwait(on..., &past); }); }},
+        {"pthread_cond_clockwait",
          [&] {
-             pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-             pthread_cond_t unsignalled = PTHREAD_COND_INITIALIZER;
-             pthread_mutex_lock(&mutex);
-             pthread_cond_timedwait(&unsignalled, &mutex, &past);
+             awaitSignal(
+                 [&](auto... on) { pthread_cond_clockwait(on..., CLOCK_MONOTONIC, &past); });
          }},
+        {"nanosleep", [&] { nanosleep(&now, nullptr); }},
+        {"clock_nanosleep", [&] { clock_nanosleep(CLOCK_MONOTONIC, 0, &now, nullptr); }},
         {"futex to wait", [&] { syscall(SYS_futex, &word, FUTEX_WAIT, 0, &now, nullptr, 0); }},
         {"", [&] { syscall(SYS_futex, &word, FUTEX_WAKE, 1, nullptr, nullptr, 0); }},
         {"",
@@ -104,6 +129,7 @@ TEST(AudioPathGuard, ReportsWhatTheMixerThreadMustNotDo) {
         EXPECT_EQ(expected, reported.empty() ? "" : reported[0]);
     }
     AudioPathGuard::sReport = nullptr;
+    fclose(nowhere);
 }
 
 #endif

@@ -6,8 +6,10 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/futex.h>
+#include <malloc.h>
 #include <pthread.h>
 #include <sys/syscall.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -15,6 +17,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+#include "tests/support/CLibraryAllocator.h"
 
 void AudioPathGuard::report(const char* what) {
     const HostCode ours;
@@ -38,14 +42,29 @@ Function* next(Function* /*ours*/, const char* name) {
 
 #define NEXT(name) static auto* const real = next(&(name), #name)
 
-extern "C" {
+// Definitions that report, then do what the C library's do with the arguments behind `parameters`.
+#define REPORT(report, result, name, parameters, ...) \
+    result name parameters {                          \
+        AudioPathGuard::report;                       \
+        NEXT(name);                                   \
+        return real(__VA_ARGS__);                     \
+    }
+#define FORBID(result, name, ...) REPORT(forbid(#name), result, name, __VA_ARGS__)
+#define FORBID_WAIT(name, ...) REPORT(forbidWait(#name, nullptr), int, name, __VA_ARGS__)
 
-// The C library's allocator under its other names: dlsym() would itself allocate.
-void* __libc_malloc(size_t byteCount);
-void* __libc_calloc(size_t count, size_t byteCount);
-void* __libc_realloc(void* storage, size_t byteCount);
-void* __libc_memalign(size_t alignment, size_t byteCount);
-void __libc_free(void* storage);
+// The same for the taking of a lock, unless `attempt` gets it at once.
+#define FORBID_CONTENTION(name, attempt, parameters, lock, ...) \
+    int name parameters {                                       \
+        const int status = attempt(lock);                       \
+        if (status != EBUSY) {                                  \
+            return status;                                      \
+        }                                                       \
+        AudioPathGuard::forbidWait(#name, lock);                \
+        NEXT(name);                                             \
+        return real(lock __VA_OPT__(, ) __VA_ARGS__);           \
+    }
+
+extern "C" {
 
 void* malloc(size_t byteCount) noexcept {
     AudioPathGuard::forbid("malloc");
@@ -60,11 +79,6 @@ void* calloc(size_t count, size_t byteCount) noexcept {
 void* realloc(void* storage, size_t byteCount) noexcept {
     AudioPathGuard::forbid("realloc");
     return __libc_realloc(storage, byteCount);
-}
-
-void* aligned_alloc(size_t alignment, size_t byteCount) noexcept {
-    AudioPathGuard::forbid("aligned_alloc");
-    return __libc_memalign(alignment, byteCount);
 }
 
 void free(void* storage) noexcept {
@@ -87,46 +101,40 @@ int open(const char* path, int flags, ...) {
     return openat(AT_FDCWD, path, flags, mode);
 }
 
-FILE* fopen(const char* path, const char* mode) {
-    AudioPathGuard::forbid("fopen");
-    NEXT(fopen);
-    return real(path, mode);
-}
+FORBID(void*, aligned_alloc, (size_t alignment, size_t size) noexcept, alignment, size)
+FORBID(void*, memalign, (size_t alignment, size_t size) noexcept, alignment, size)
+FORBID(int, posix_memalign, (void** storage, size_t alignment, size_t size) noexcept, storage,
+       alignment, size)
+FORBID(FILE*, fopen, (const char* path, const char* mode), path, mode)
+FORBID(size_t, fwrite, (const void* data, size_t size, size_t count, FILE* file), data, size, count,
+       file)
+FORBID(ssize_t, read, (int fd, void* buffer, size_t byteCount), fd, buffer, byteCount)
+FORBID(ssize_t, write, (int fd, const void* buffer, size_t byteCount), fd, buffer, byteCount)
 
-ssize_t read(int fd, void* buffer, size_t byteCount) {
-    AudioPathGuard::forbid("read");
-    NEXT(read);
-    return real(fd, buffer, byteCount);
-}
+FORBID_CONTENTION(pthread_mutex_lock, pthread_mutex_trylock, (pthread_mutex_t * mutex) noexcept,
+                  mutex)
+FORBID_CONTENTION(pthread_mutex_timedlock, pthread_mutex_trylock,
+                  (pthread_mutex_t * mutex, const timespec* deadline) noexcept, mutex, deadline)
+FORBID_CONTENTION(pthread_mutex_clocklock, pthread_mutex_trylock,
+                  (pthread_mutex_t * mutex, clockid_t clock, const timespec* deadline) noexcept,
+                  mutex, clock, deadline)
+FORBID_CONTENTION(pthread_rwlock_rdlock, pthread_rwlock_tryrdlock,
+                  (pthread_rwlock_t * lock) noexcept, lock)
+FORBID_CONTENTION(pthread_rwlock_wrlock, pthread_rwlock_trywrlock,
+                  (pthread_rwlock_t * lock) noexcept, lock)
 
-ssize_t write(int fd, const void* buffer, size_t byteCount) {
-    AudioPathGuard::forbid("write");
-    NEXT(write);
-    return real(fd, buffer, byteCount);
-}
-
-int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
-    const int status = pthread_mutex_trylock(mutex);
-    if (status != EBUSY) {
-        return status;
-    }
-    AudioPathGuard::forbidWait("pthread_mutex_lock", mutex);
-    NEXT(pthread_mutex_lock);
-    return real(mutex);
-}
-
-int pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
-    AudioPathGuard::forbidWait("pthread_cond_wait", nullptr);
-    NEXT(pthread_cond_wait);
-    return real(condition, mutex);
-}
-
-int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
-                           const timespec* deadline) {
-    AudioPathGuard::forbidWait("pthread_cond_timedwait", nullptr);
-    NEXT(pthread_cond_timedwait);
-    return real(condition, mutex, deadline);
-}
+FORBID_WAIT(pthread_cond_wait, (pthread_cond_t * condition, pthread_mutex_t* mutex), condition,
+            mutex)
+FORBID_WAIT(pthread_cond_timedwait,
+            (pthread_cond_t * condition, pthread_mutex_t* mutex, const timespec* deadline),
+            condition, mutex, deadline)
+FORBID_WAIT(pthread_cond_clockwait,
+            (pthread_cond_t * condition, pthread_mutex_t* mutex, clockid_t clock,
+             const timespec* deadline),
+            condition, mutex, clock, deadline)
+FORBID_WAIT(nanosleep, (const timespec* duration, timespec* left), duration, left)
+FORBID_WAIT(clock_nanosleep, (clockid_t clock, int flags, const timespec* until, timespec* left),
+            clock, flags, until, left)
 
 long syscall(long number, ...) noexcept {
     long values[6];

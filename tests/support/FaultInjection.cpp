@@ -9,6 +9,8 @@
 #include <limits>
 #include <new>
 
+#include "tests/support/CLibraryAllocator.h"
+
 namespace {
 
 constexpr long kNever = std::numeric_limits<long>::max();
@@ -104,13 +106,6 @@ void* refused() {
 }  // namespace
 
 extern "C" {
-
-// The C library's allocator under its other names: dlsym() would itself allocate.
-void* __libc_malloc(size_t byteCount);
-void* __libc_calloc(size_t count, size_t byteCount);
-void* __libc_realloc(void* storage, size_t byteCount);
-void* __libc_memalign(size_t alignment, size_t byteCount);
-void __libc_free(void* storage);
 
 void* malloc(size_t byteCount) noexcept {
     return failsNow() ? refused() : made(__libc_malloc(byteCount));
