@@ -1,4 +1,5 @@
 /**
+ * @file
  * libstreamproxy: a software audio pipeline in front of an audio HAL's outputs.
  *
  * The host writes PCM into streams. The library converts every open stream to one mixing
@@ -12,7 +13,7 @@
  * Statuses: 0 for success, otherwise a negative errno value.
  *   -EINVAL (-22)  null handle, a pipeline that is not the current one, a configuration that is
  *                  refused; nothing changes
- *   -ENODEV (-19)  the stream is not open, or has no storage
+ *   -ENODEV (-19)  the stream can't be played; no function answers it at present
  *   -ENOSYS (-38)  not supported by this kind of stream, or a call that is forbidden inside an
  *                  output callback; nothing changes
  *   -ENOMEM (-12)  memory is out; nothing changes unless the function says so
@@ -33,6 +34,7 @@
 #include <stdint.h>
 
 #if defined(__GNUC__)
+/** The function is one that the library exports. */
 #define STREAMPROXY_API __attribute__((visibility("default")))
 #else
 #define STREAMPROXY_API
@@ -58,29 +60,46 @@ typedef int (*audio_proxy_output_callback_t)(void* cookie, void* buffer, size_t 
 namespace android {
 class AudioPipeline;
 }
+/** The pipeline, known by its handle alone. */
 typedef android::AudioPipeline audio_proxy_pipeline_t;
 
-/** One stream, as the library hands it out. The exported functions below call these operations. */
+/** One stream, as the library hands it out. The exported functions below call these operations.
+ *  Never delete it: destroy_audio_proxy_stream() gives it back. */
 class audio_proxy_stream_t {
 public:
+    /** Not for hosts. */
     virtual ~audio_proxy_stream_t() = default;
+    /** audio_proxy_stream_set_volume() */
     virtual int setVolume(float left, float right) = 0;
+    /** audio_proxy_stream_get_latency() */
     virtual uint32_t getLatency() = 0;
+    /** audio_proxy_stream_set_downstream_latency() */
     virtual int setDownstreamLatency(unsigned long latencyMs, long offsetMs) = 0;
+    /** audio_proxy_stream_set_parameters() */
     virtual int setParameters(const char* keyValuePairs) = 0;
+    /** Whether the mixer takes frames from it: from open() or a write to pause() or close(). */
     virtual bool isOpened() const = 0;
+    /** audio_proxy_stream_open() */
     virtual int open() = 0;
+    /** audio_proxy_stream_pause() */
     virtual int pause() = 0;
+    /** audio_proxy_stream_resume() */
     virtual int resume() = 0;
+    /** audio_proxy_stream_close() */
     virtual int close() = 0;
+    /** As audio_proxy_stream_write(), but a stream with AV sync has to be open. */
     virtual int write(const void* buffer, size_t bytes) = 0;
+    /** audio_proxy_stream_flush() */
     virtual int flush() = 0;
+    /** audio_proxy_stream_dump() */
     virtual int dump(int fd) = 0;
 };
 
 extern "C" {
 #else
+/** The pipeline, known by its handle alone. */
 typedef struct audio_proxy_pipeline_t audio_proxy_pipeline_t;
+/** A stream, known by its handle alone. */
 typedef struct audio_proxy_stream_t audio_proxy_stream_t;
 #endif
 
@@ -129,13 +148,19 @@ STREAMPROXY_API int audio_proxy_pipeline_set_parameters(audio_proxy_pipeline_t* 
  */
 STREAMPROXY_API audio_proxy_stream_t* create_audio_proxy_stream(const audio_proxy_config_t* config);
 
-/** Every function below answers -EINVAL to a null stream. */
+// Every function below answers -EINVAL to a null stream.
+
+/** "key=value;..." pairs. Known to a stream with AV sync: "hw_av_sync", the id of its clock, a
+ *  decimal int. 0, also for unknown keys and where no clock can be had. */
 STREAMPROXY_API int audio_proxy_stream_set_parameters(audio_proxy_stream_t* stream,
                                                       const char* keyValuePairs);
-/** 0; -ENOSYS: a tunnel stream got no memory, and stays closed. */
+/** The mixer takes frames from the stream from its next cycle on. 0; -ENOSYS: a tunnel stream got no
+ *  memory, and stays closed. */
 STREAMPROXY_API int audio_proxy_stream_open(audio_proxy_stream_t* stream);
 /** The mixer skips the stream from its next cycle on; the next write opens it again. */
 STREAMPROXY_API int audio_proxy_stream_pause(audio_proxy_stream_t* stream);
+/** Lets the clock of a stream with AV sync run on and anchors it anew. Does not open the stream: the
+ *  next write does, or audio_proxy_stream_open(). 0. */
 STREAMPROXY_API int audio_proxy_stream_resume(audio_proxy_stream_t* stream);
 /** Waits up to 1 s for the mixer to take frames, or for a signal, discards what is left, closes. */
 STREAMPROXY_API int audio_proxy_stream_close(audio_proxy_stream_t* stream);
