@@ -134,7 +134,9 @@ int32_t FrameBuffer::write(const void* data, size_t frameCount) {
     const auto* source = static_cast<const uint8_t*>(data);
     const auto copyIn = [this, source](const Positions::Spans& spans) {
         memcpy(frameAt(spans.index), source, spans.first * mFrameSize);
-        memcpy(mBuffer.get(), source + spans.first * mFrameSize, spans.second * mFrameSize);
+        if (spans.second > 0) {
+            memcpy(mBuffer.get(), source + spans.first * mFrameSize, spans.second * mFrameSize);
+        }
     };
     return static_cast<int32_t>(mPositions.write(std::min(frameCount, kMaxResult), copyIn));
 }
@@ -149,7 +151,9 @@ int32_t FrameBuffer::read(void* data, size_t frameCount) {
     auto* target = static_cast<uint8_t*>(data);
     const auto copyOut = [this, target](const Positions::Spans& spans) {
         memcpy(target, frameAt(spans.index), spans.first * mFrameSize);
-        memcpy(target + spans.first * mFrameSize, mBuffer.get(), spans.second * mFrameSize);
+        if (spans.second > 0) {
+            memcpy(target + spans.first * mFrameSize, mBuffer.get(), spans.second * mFrameSize);
+        }
     };
     return static_cast<int32_t>(mPositions.read(std::min(frameCount, kMaxResult), copyOut));
 }
@@ -164,11 +168,10 @@ status_t FrameBuffer::obtainWriteBuffer(void** data, size_t& frameCount) {
     if (!allows(FRAME_BUFFER_OBTAIN_WRITE)) {
         return -ENOSYS;
     }
-    const Positions::Snapshot at = mPositions.snapshot();
-    if (mPositions.isFull(at)) {
+    if (mPositions.isFull(mPositions.snapshot())) {
         return -EAGAIN;
     }
-    const Positions::Spans spans = mPositions.writeSpans(at, frameCount);
+    const Positions::Spans spans = mPositions.producerSpans(frameCount);
     frameCount = spans.first;
     *data = frameAt(spans.index);
     return OK;
@@ -192,7 +195,7 @@ status_t FrameBuffer::obtainReadBuffer(void** data, size_t& frameCount) {
     if (!allows(FRAME_BUFFER_OBTAIN_READ)) {
         return -ENOSYS;
     }
-    const Positions::Spans spans = mPositions.readSpans(mPositions.snapshot(), frameCount);
+    const Positions::Spans spans = mPositions.consumerSpans(frameCount);
     frameCount = spans.first;
     if (frameCount > 0) {
         *data = frameAt(spans.index);
@@ -215,12 +218,11 @@ status_t FrameBuffer::getNextBuffer(Buffer* buffer, int64_t /*presentationTime*/
     if (buffer == nullptr) {
         return -EINVAL;
     }
-    const Positions::Snapshot at = mPositions.snapshot();
-    if (mPositions.isEmpty(at)) {
+    if (mPositions.isEmpty(mPositions.snapshot())) {
         *buffer = {};
         return -ENODATA;
     }
-    const Positions::Spans spans = mPositions.readSpans(at, buffer->frameCount);
+    const Positions::Spans spans = mPositions.consumerSpans(buffer->frameCount);
     buffer->frameCount = spans.first;
     buffer->raw = frameAt(spans.index);
     return OK;

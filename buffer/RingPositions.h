@@ -49,8 +49,8 @@ public:
     Snapshot snapshot() const {
         // The read position first: whichever side asks, the frames held are never overstated to
         // the consumer nor the room to the producer.
-        const uint64_t read = mRead.load(std::memory_order_acquire);
-        return {read, mWrite.load(std::memory_order_acquire)};
+        const uint64_t read = mRead.position.load(std::memory_order_acquire);
+        return {read, mWrite.position.load(std::memory_order_acquire)};
     }
 
     bool isEmpty(const Snapshot& at) const { return static_cast<int64_t>(at.write - at.read) <= 0; }
@@ -58,46 +58,38 @@ public:
         return !isEmpty(at) && at.write - at.read >= mFrameCount;
     }
 
-    /** Where up to `frameCount` frames would be written or read. */
+    /** Where up to `frameCount` frames would be written or read. Any thread. */
     Spans writeSpans(const Snapshot& at, size_t frameCount) const {
-        const size_t readIndex = indexOf(at.read);
-        const size_t writeIndex = indexOf(at.write);
-        if (isFull(at)) {
-            return {writeIndex, 0, 0};
-        }
-        if (readIndex > writeIndex) {
-            return {writeIndex, std::min(frameCount, readIndex - writeIndex), 0};
-        }
-        const size_t first = std::min(frameCount, mFrameCount - writeIndex);
-        return {writeIndex, first, std::min(readIndex, frameCount - first)};
+        return spans(indexOf(at.write), std::min(frameCount, free(at)));
     }
     Spans readSpans(const Snapshot& at, size_t frameCount) const {
-        const size_t readIndex = indexOf(at.read);
-        const size_t writeIndex = indexOf(at.write);
-        if (isEmpty(at)) {
-            return {readIndex, 0, 0};
-        }
-        if (writeIndex > readIndex) {
-            return {readIndex, std::min(frameCount, writeIndex - readIndex), 0};
-        }
-        const size_t first = std::min(frameCount, mFrameCount - readIndex);
-        return {readIndex, first, std::min(writeIndex, frameCount - first)};
+        return spans(indexOf(at.read), std::min(frameCount, held(at)));
     }
 
-    size_t availableToWrite() const { return writeSpans(snapshot(), mFrameCount).total(); }
-    size_t availableToRead() const { return readSpans(snapshot(), mFrameCount).total(); }
+    /** The same for the side itself, which knows its index without a division. */
+    Spans producerSpans(size_t frameCount) {
+        const Snapshot at = snapshot();
+        return spans(mWrite.index(at.write, *this), std::min(frameCount, free(at)));
+    }
+    Spans consumerSpans(size_t frameCount) {
+        const Snapshot at = snapshot();
+        return spans(mRead.index(at.read, *this), std::min(frameCount, held(at)));
+    }
+
+    size_t availableToWrite() const { return free(snapshot()); }
+    size_t availableToRead() const { return held(snapshot()); }
 
     /** `copy(spans)` moves up to `frameCount` frames in or out; the frames moved. */
     template <typename Copy>
     size_t write(size_t frameCount, Copy copy) {
-        const Spans spans = writeSpans(snapshot(), frameCount);
+        const Spans spans = producerSpans(frameCount);
         copy(spans);
         advanceWrite(spans.total());
         return spans.total();
     }
     template <typename Copy>
     size_t read(size_t frameCount, Copy copy) {
-        const Spans spans = readSpans(snapshot(), frameCount);
+        const Spans spans = consumerSpans(frameCount);
         copy(spans);
         advanceRead(spans.total());
         return spans.total();
@@ -127,30 +119,63 @@ public:
     void flush(Wipe wipe) {
         const Snapshot at = snapshot();
         wipe(readSpans(at, mFrameCount));
-        mRead.store(at.write, std::memory_order_release);
+        mRead.position.store(at.write, std::memory_order_release);
     }
 
-    void advanceWrite(size_t frameCount) {
-        const uint64_t position = mWrite.load(std::memory_order_relaxed);
-        mWrite.store(position + frameCount, std::memory_order_release);
-    }
-    void advanceRead(size_t frameCount) {
-        const uint64_t position = mRead.load(std::memory_order_relaxed);
-        mRead.store(position + frameCount, std::memory_order_release);
-    }
+    void advanceWrite(size_t frameCount) { mWrite.advance(frameCount, mFrameCount); }
+    void advanceRead(size_t frameCount) { mRead.advance(frameCount, mFrameCount); }
 
     void reset() {
-        mRead.store(0, std::memory_order_release);
-        mWrite.store(0, std::memory_order_release);
+        mRead.position.store(0, std::memory_order_release);
+        mWrite.position.store(0, std::memory_order_release);
     }
 
 private:
+    /** A position, and where in the storage it lies. */
+    struct Side {
+        explicit Side(uint64_t first) : position(first) {}
+
+        size_t index(uint64_t at, const RingPositions& ring) {
+            if (knownPosition != at) {  // after a flush, a reset, a step beyond the ring
+                knownIndex = ring.indexOf(at);
+                knownPosition = at;
+            }
+            return knownIndex;
+        }
+        void advance(size_t step, size_t capacity) {
+            const uint64_t from = position.load(std::memory_order_relaxed);
+            if (knownPosition == from && step <= capacity) {
+                knownPosition = from + step;
+                knownIndex += step;
+                knownIndex -= knownIndex >= capacity ? capacity : 0;
+            }
+            position.store(from + step, std::memory_order_release);
+        }
+
+        // 64 bits: at 768 kHz they last 760,000 years. Where the capacity is no power of two the
+        // index would not survive their wrap.
+        Atomic<uint64_t> position;          // its side stores (release: frames first)
+        uint64_t knownPosition = kUnknown;  // its side alone
+        size_t knownIndex = 0;              // its side alone
+        char apart[64] = {};                // no cache line holds both sides
+    };
+    static constexpr uint64_t kUnknown = ~uint64_t{0};
+
+    // Positions that updates have brought out of order hold nothing, or all.
+    size_t held(const Snapshot& at) const {
+        return isEmpty(at) ? 0 : std::min<uint64_t>(at.write - at.read, mFrameCount);
+    }
+    size_t free(const Snapshot& at) const { return mFrameCount - held(at); }
+
+    Spans spans(size_t index, size_t frameCount) const {
+        const size_t first = std::min(frameCount, mFrameCount - index);
+        return {index, first, frameCount - first};
+    }
+
     const size_t mFrameCount;
     const bool mPowerOfTwo;
-    // 64 bits: at 768 kHz they last 760,000 years. Where the capacity is no power of two the index
-    // would not survive their wrap.
-    Atomic<uint64_t> mRead;   // consumer stores (release: frames first), both read
-    Atomic<uint64_t> mWrite;  // producer stores (release: frames first), both read
+    Side mRead;   // the consumer's
+    Side mWrite;  // the producer's
 };
 
 }  // namespace android

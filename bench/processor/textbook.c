@@ -1,0 +1,45 @@
+// Compiled twice, see CMakeLists.txt: SET names the instruction set.
+#include "bench/processor/textbook.h"
+
+#define JOIN2(a, b) a##b
+#define JOIN(a, b) JOIN2(a, b)
+
+static int16_t saturated(int product) {
+    if (product >> 27 == product >> 31) {
+        return (int16_t)(product >> 12);
+    }
+    return product < 0 ? -32768 : 32767;
+}
+
+static int plain(int product) {
+    return product;
+}
+
+#define KERNEL(NAME, TO, TI, SHIFT, STORED)                                                 \
+    void JOIN(NAME, SET)(TO * out, size_t frames, const TI* in, int ramp, int* prev,        \
+                         const int* inc, const short* volume) {                             \
+        for (size_t frame = 0; frame < frames; ++frame) {                                   \
+            for (size_t i = 0; i < 2; ++i) {                                                \
+                const unsigned gain = (unsigned)(ramp ? prev[i] >> 16 : volume[i]);         \
+                const int product = (int)((unsigned)(in[2 * frame + i] >> (SHIFT)) * gain); \
+                out[2 * frame + i] =                                                        \
+                    (TO)((unsigned)out[2 * frame + i] + (unsigned)STORED(product));         \
+                if (ramp) {                                                                 \
+                    prev[i] += inc[i];                                                      \
+                }                                                                           \
+            }                                                                               \
+        }                                                                                   \
+    }
+
+KERNEL(plain16to16, int16_t, int16_t, 0, saturated)
+KERNEL(plain32to16, int16_t, int32_t, 12, saturated)
+KERNEL(plain16to32, int32_t, int16_t, 0, plain)
+KERNEL(plain32to32, int32_t, int32_t, 12, plain)
+
+#ifdef TEXTBOOK_MIX
+void textbookMix16(int16_t* out, size_t sampleCount, const int16_t* in, int gain) {
+    for (size_t i = 0; i < sampleCount; ++i) {
+        out[i] = (int16_t)(out[i] + ((in[i] * gain) >> 12));
+    }
+}
+#endif
