@@ -18,17 +18,25 @@ size_t frameSizeOf(audio_format_t format, uint32_t channelMask) {
     return audio_channel_count_from_out_mask(channelMask) * audio_bytes_per_sample(format);
 }
 
-/** Zeroed by the system, page by page: even a huge ring costs what it holds. */
+// Of a cache line: blocks of a round size are copied without straddling two.
+constexpr size_t kAlignment = 64;
+
+/** Zeroed by the system, page by page: even a huge ring costs what it holds. calloc() knows no
+ *  alignment, so there is room to begin later. */
 uint8_t* allocate(size_t frameCount, size_t frameSize) {
-    constexpr size_t kMaxByteCount = std::numeric_limits<ptrdiff_t>::max();
+    constexpr size_t kMaxByteCount = std::numeric_limits<ptrdiff_t>::max() - kAlignment;
     uint8_t* storage = nullptr;
     if (frameCount > 0 && frameSize > 0 && frameCount <= kMaxByteCount / frameSize) {
-        storage = static_cast<uint8_t*>(calloc(frameCount, frameSize));
+        storage = static_cast<uint8_t*>(calloc(frameCount * frameSize + kAlignment, 1));
     }
     if (storage == nullptr) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "Fail to allocate enough memory");
     }
     return storage;
+}
+
+uint8_t* aligned(uint8_t* storage) {
+    return storage + (kAlignment - reinterpret_cast<uintptr_t>(storage) % kAlignment) % kAlignment;
 }
 
 /** What a release of more frames than there are is answered with. */
@@ -54,7 +62,8 @@ FrameBuffer::FrameBuffer(audio_format_t format, uint32_t channelMask, size_t fra
           static_cast<uint32_t>(readPosition) +
               static_cast<uint64_t>(static_cast<int64_t>(static_cast<int32_t>(
                   static_cast<uint32_t>(writePosition) - static_cast<uint32_t>(readPosition))))),
-      mBuffer(allocate(mPositions.frameCount(), frameSizeOf(format, channelMask))),
+      mStorage(allocate(mPositions.frameCount(), frameSizeOf(format, channelMask))),
+      mBuffer(mStorage != nullptr ? aligned(mStorage.get()) : nullptr),
       mFrameSize(frameSizeOf(format, channelMask)) {}
 
 FrameBuffer::~FrameBuffer() = default;
@@ -111,7 +120,7 @@ status_t FrameBuffer::getPartialPosition(size_t frameCount, bool isRead, void*& 
         isRead ? mPositions.readSpans(at, frameCount) : mPositions.writeSpans(at, frameCount);
     first = frameAt(spans.index);
     firstFrameCount = spans.first;
-    second = mBuffer.get();
+    second = mBuffer;
     secondFrameCount = spans.second;
     return OK;
 }
@@ -135,7 +144,7 @@ int32_t FrameBuffer::write(const void* data, size_t frameCount) {
     const auto copyIn = [this, source](const Positions::Spans& spans) {
         memcpy(frameAt(spans.index), source, spans.first * mFrameSize);
         if (spans.second > 0) {
-            memcpy(mBuffer.get(), source + spans.first * mFrameSize, spans.second * mFrameSize);
+            memcpy(mBuffer, source + spans.first * mFrameSize, spans.second * mFrameSize);
         }
     };
     return static_cast<int32_t>(mPositions.write(std::min(frameCount, kMaxResult), copyIn));
@@ -152,7 +161,7 @@ int32_t FrameBuffer::read(void* data, size_t frameCount) {
     const auto copyOut = [this, target](const Positions::Spans& spans) {
         memcpy(target, frameAt(spans.index), spans.first * mFrameSize);
         if (spans.second > 0) {
-            memcpy(target + spans.first * mFrameSize, mBuffer.get(), spans.second * mFrameSize);
+            memcpy(target + spans.first * mFrameSize, mBuffer, spans.second * mFrameSize);
         }
     };
     return static_cast<int32_t>(mPositions.read(std::min(frameCount, kMaxResult), copyOut));
@@ -244,7 +253,7 @@ status_t FrameBuffer::flush() {
     // a commit to come, and it is never read before it was written.
     mPositions.flush([this](const Positions::Spans& spans) {
         memset(frameAt(spans.index), 0, spans.first * mFrameSize);
-        memset(mBuffer.get(), 0, spans.second * mFrameSize);
+        memset(mBuffer, 0, spans.second * mFrameSize);
     });
     return OK;
 }
@@ -252,7 +261,7 @@ status_t FrameBuffer::flush() {
 void FrameBuffer::reset() {
     mPositions.reset();
     if (validate()) {
-        memset(mBuffer.get(), 0, mPositions.frameCount() * mFrameSize);
+        memset(mBuffer, 0, mPositions.frameCount() * mFrameSize);
     }
 }
 

@@ -85,12 +85,13 @@ private:
     };
 
     bool allows(FrameBufferMode mode) const;
-    uint8_t* frameAt(size_t index) const { return mBuffer.get() + index * mFrameSize; }
+    uint8_t* frameAt(size_t index) const { return mBuffer + index * mFrameSize; }
 
     const audio_format_t mFormat;
     const uint32_t mChannelMask;
     Positions mPositions;
-    std::unique_ptr<uint8_t, FreeStorage> mBuffer;
+    const std::unique_ptr<uint8_t, FreeStorage> mStorage;
+    uint8_t* const mBuffer;  // the first frame, in mStorage
 
 public:
     const size_t mFrameSize;  // bytes per frame

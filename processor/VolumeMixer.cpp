@@ -120,10 +120,11 @@ void VolumeMixer::ramp(bool enable) {
 }
 
 void VolumeMixer::setVolumeRampVariables() {
-    const Mutex::Autolock lock(mLock);
+    // Nearly always; a change that this misses comes with the next pass.
     if (!mVolumeChanged.load(std::memory_order_relaxed)) {
         return;
     }
+    const Mutex::Autolock lock(mLock);
     mVolumeChanged.store(false, std::memory_order_relaxed);
     for (int i = 0; i < 2; ++i) {
         const int gain = static_cast<int>(std::min(mVolume[i] * kUnityGain, kUnityGain));

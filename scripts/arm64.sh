@@ -67,10 +67,10 @@ verb_arm64() {
     local platform=build/arm64/platform/CMakeFiles/streamproxy_platform.dir
     VECTORISED=
     # Each kernel has a loop for a steady gain and one for a ramp.
-    check_vectorised "$objects/processor/VolumeMixer.cpp.o" \
-        '^void android::VolumeMixer::volumeMix<' 8 2
+    check_vectorised "$objects/processor/VolumeKernels.cpp.o" \
+        '^void android::baseline::volumeMix<' 8 2
     check_vectorised "$platform/audio_utils/PolyphaseFilter.cpp.o" \
-        '^android::PolyphaseFilter::sumOfProducts' 1 1
+        '^android::PolyphaseFilter::runPairBaseline' 1 3
     record arm64-vectors "$(awk '{ loops += $1 } END { printf "%d functions, %d vector loops", NR, loops }' \
         <<<"${VECTORISED%$'\n'}")"
 

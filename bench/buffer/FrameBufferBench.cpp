@@ -22,8 +22,9 @@ using android::FrameBuffer;
 using android::sp;
 using Frames = std::vector<uint32_t>;
 
-// Three blocks of 20 ms at 48 kHz, as a stream's; JACK's rings round up to a power of two.
-constexpr size_t kCapacity = 2880;
+// About four blocks of 20 ms at 48 kHz, and what a ring of JACK's of 16 KiB holds: they are powers of
+// two less one byte, so that all have the same room.
+constexpr size_t kCapacity = 4095;
 
 struct FrameBufferRing {
     const sp<FrameBuffer> buffer{

@@ -13,7 +13,6 @@
 
 #include "bench/processor/textbook.h"
 #include "bench/support/Duel.h"
-#include "bench/support/KernelSet.h"
 #include "processor/VolumeKernels.h"
 
 namespace {
@@ -61,7 +60,7 @@ void runPlain(Pass<TO, TI>& pass, Plain plain, bool ramp) {
 /** The kernel beside its definition as a loop; throws if their results differ. */
 template <typename TO, typename TI, typename Plain>
 void addPlain(Duel& duel, size_t frames, bool ramp, const std::string& name, Plain plain) {
-    const VolumeOp kernel = android::volumeKernel<0, TO, TI>(kernelSet());
+    const VolumeOp kernel = android::volumeKernel<0, TO, TI>(android::widestInstructionSet());
     const auto pass = std::make_shared<Pass<TO, TI>>(frames);
     const auto other = std::make_shared<Pass<TO, TI>>(frames);
     runKernel(*pass, kernel, ramp);
@@ -97,7 +96,7 @@ void addMemcpy(Duel& duel, size_t frames) {
 }
 
 void registerKernels() {
-    const bool wide = kernelSet() == InstructionSet::kAvx2;
+    const bool wide = android::widestInstructionSet() == InstructionSet::kAvx2;
     for (const size_t frames : {64U, 441U, 900U, 960U, 4096U}) {
         const std::string size = "/" + std::to_string(frames);
         for (const bool ramp : {false, true}) {

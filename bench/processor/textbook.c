@@ -15,20 +15,25 @@ static int plain(int product) {
     return product;
 }
 
-#define KERNEL(NAME, TO, TI, SHIFT, STORED)                                                 \
-    void JOIN(NAME, SET)(TO * out, size_t frames, const TI* in, int ramp, int* prev,        \
-                         const int* inc, const short* volume) {                             \
-        for (size_t frame = 0; frame < frames; ++frame) {                                   \
-            for (size_t i = 0; i < 2; ++i) {                                                \
-                const unsigned gain = (unsigned)(ramp ? prev[i] >> 16 : volume[i]);         \
-                const int product = (int)((unsigned)(in[2 * frame + i] >> (SHIFT)) * gain); \
-                out[2 * frame + i] =                                                        \
-                    (TO)((unsigned)out[2 * frame + i] + (unsigned)STORED(product));         \
-                if (ramp) {                                                                 \
-                    prev[i] += inc[i];                                                      \
-                }                                                                           \
-            }                                                                               \
-        }                                                                                   \
+#define SAMPLE(TO, SHIFT, STORED, GAIN)                                          \
+    const size_t at = 2 * frame + i;                                             \
+    const int product = (int)((unsigned)(in[at] >> (SHIFT)) * (unsigned)(GAIN)); \
+    out[at] = (TO)((unsigned)out[at] + (unsigned)STORED(product))
+
+#define KERNEL(NAME, TO, TI, SHIFT, STORED)                                          \
+    void JOIN(NAME, SET)(TO * out, size_t frames, const TI* in, int ramp, int* prev, \
+                         const int* inc, const short* volume) {                      \
+        for (size_t frame = 0; ramp && frame < frames; ++frame) {                    \
+            for (size_t i = 0; i < 2; ++i) {                                         \
+                SAMPLE(TO, SHIFT, STORED, prev[i] >> 16);                            \
+                prev[i] += inc[i];                                                   \
+            }                                                                        \
+        }                                                                            \
+        for (size_t frame = 0; !ramp && frame < frames; ++frame) {                   \
+            for (size_t i = 0; i < 2; ++i) {                                         \
+                SAMPLE(TO, SHIFT, STORED, volume[i]);                                \
+            }                                                                        \
+        }                                                                            \
     }
 
 KERNEL(plain16to16, int16_t, int16_t, 0, saturated)

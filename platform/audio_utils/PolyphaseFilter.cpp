@@ -172,7 +172,7 @@ PolyphaseFilter::PolyphaseFilter(const RateRatio& ratio, Vectors vectors)
 }
 
 PolyphaseFilter::Vectors PolyphaseFilter::widestVectors() {
-#if defined(__x86_64__)
+#if defined(__x86_64__) && !defined(STREAMPROXY_BASELINE_ONLY)
     return __builtin_cpu_supports("avx2") ? Vectors::kAvx2 : Vectors::kBaseline;
 #else
     return Vectors::kBaseline;
