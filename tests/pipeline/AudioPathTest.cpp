@@ -75,7 +75,7 @@ TEST(AudioPathGuard, ReportsWhatTheMixerThreadMustNotDo) {
         {"free", [&] { free(old); }},
         {"open", [&] { close(open("/dev/null", O_RDONLY)); }},
         {"fopen", [&] { fclose(fopen("/dev/null", "r")); }},
-        {"fwrite", [&] { fwrite(&byte, 1, 1, nowhere); }},
+        {"fwrite", [&] { fwrite(&now, sizeof now, 1, nowhere); }},  // one byte were an fputc()
         {"read", [&] { (void)!read(-1, &byte, 1); }},
         {"write", [&] { (void)!write(-1, &byte, 1); }},
         {"pthread_mutex_lock", lockTaken},
