@@ -61,11 +61,14 @@ namespace baseline {
 #define KERNEL_TARGET
 using Words [[gnu::vector_size(16)]] = int16_t;
 using Ints [[gnu::vector_size(16)]] = int32_t;
+using UnsignedWords [[gnu::vector_size(16)]] = uint16_t;  // wrap around
+using Unsigned [[gnu::vector_size(16)]] = uint32_t;
 
 inline Words scale(Words samples, Words gains) {
     // The high half of samples * (gains << 4). From a gain of 2048 on that factor comes out 65536
     // too small, as a signed number: then the sample itself is missing.
-    const auto high = (Words)_mm_mulhi_epi16((__m128i)samples, (__m128i)(gains << 4));
+    const auto high =
+        (Words)_mm_mulhi_epi16((__m128i)samples, (__m128i)((UnsignedWords)gains << 4));
     return high + (samples & (gains > 2047));
 }
 
@@ -74,7 +77,8 @@ inline Words scale(Words samples, Words gains) {
  *  factor: that one reaches the 32768 of unity. */
 inline Ints product(Ints samples, Ints gains) {
     const auto low = (Ints)_mm_mulhi_epu16((__m128i)(samples & 0xF000), (__m128i)(gains << 3));
-    const auto high = (Ints)_mm_madd_epi16((__m128i)samples, (__m128i)(0 - (gains << 19)));
+    const auto high =
+        (Ints)_mm_madd_epi16((__m128i)samples, (__m128i)(0 - ((Unsigned)gains << 19)));
     return (low - high) >> 11;
 }
 
@@ -94,9 +98,12 @@ namespace avx2 {
 #define KERNEL_TARGET [[gnu::target("avx2")]]
 using Words [[gnu::vector_size(32)]] = int16_t;
 using Ints [[gnu::vector_size(32)]] = int32_t;
+using UnsignedWords [[gnu::vector_size(32)]] = uint16_t;  // wrap around
+using Unsigned [[gnu::vector_size(32)]] = uint32_t;
 
 KERNEL_TARGET inline Words scale(Words samples, Words gains) {
-    const auto high = (Words)_mm256_mulhi_epi16((__m256i)samples, (__m256i)(gains << 4));
+    const auto high =
+        (Words)_mm256_mulhi_epi16((__m256i)samples, (__m256i)((UnsignedWords)gains << 4));
     return high + (samples & (gains > 2047));  // as above
 }
 
@@ -121,6 +128,8 @@ namespace baseline {
 #define KERNEL_TARGET
 using Words [[gnu::vector_size(16)]] = int16_t;
 using Ints [[gnu::vector_size(16)]] = int32_t;
+using UnsignedWords [[gnu::vector_size(16)]] = uint16_t;  // wrap around
+using Unsigned [[gnu::vector_size(16)]] = uint32_t;
 
 inline Words scale(Words samples, Words gains) {
     const auto s = (int16x8_t)samples;

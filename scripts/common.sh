@@ -41,7 +41,8 @@ need() {
 }
 
 need_build() {
-    need cmake g++ ninja-build pkg-config libsndfile1-dev libcli11-dev nlohmann-json3-dev
+    need cmake g++ ninja-build pkg-config libsndfile1-dev libcli11-dev nlohmann-json3-dev \
+        libasound2-dev
     case "${CXX:-}" in *clang*) need clang libclang-rt-14-dev ;; esac
     if [ "${STDLIB:-}" = libc++ ]; then need libc++-dev libc++abi-dev; fi
 }

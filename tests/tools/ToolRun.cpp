@@ -69,7 +69,8 @@ Audio noise(int rateHz, int channelCount, int64_t frameCount, uint32_t seed) {
     return audio;
 }
 
-ToolRun::ToolRun(std::vector<std::string> arguments, const std::string& command) {
+ToolRun::ToolRun(std::vector<std::string> arguments, const std::string& command,
+                 const Streams& streams) {
     arguments.insert(arguments.begin(), {STREAMPROXY_TOOL, command});
 #ifdef STREAMPROXY_EMULATOR
     arguments.insert(arguments.begin(), STREAMPROXY_EMULATOR);
@@ -85,6 +86,12 @@ ToolRun::ToolRun(std::vector<std::string> arguments, const std::string& command)
     constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC;
     posix_spawn_file_actions_addopen(&actions, 1, (mFolder / "out").c_str(), kFlags, 0600);
     posix_spawn_file_actions_addopen(&actions, 2, (mFolder / "err").c_str(), kFlags, 0600);
+    if (streams.in >= 0) {
+        posix_spawn_file_actions_adddup2(&actions, streams.in, 0);
+    }
+    if (streams.messages >= 0) {
+        posix_spawn_file_actions_adddup2(&actions, streams.messages, 2);
+    }
     EXPECT_EQ(0, posix_spawn(&mPid, pointers[0], &actions, nullptr, pointers.data(), environ));
     posix_spawn_file_actions_destroy(&actions);
 }

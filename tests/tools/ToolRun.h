@@ -46,8 +46,16 @@ public:
         bool says(const std::string& text) const { return messages.find(text) != messages.npos; }
     };
 
+    /** Descriptors that the program gets instead of the test's own; -1: none. */
+    struct Streams {
+        int in = -1;
+        int messages = -1;  // then not caught
+    };
+
     // Starts `streamproxy COMMAND` with these arguments.
-    explicit ToolRun(std::vector<std::string> arguments, const std::string& command = "mix");
+    explicit ToolRun(const std::vector<std::string>& arguments, const std::string& command = "mix")
+        : ToolRun(arguments, command, Streams()) {}
+    ToolRun(std::vector<std::string> arguments, const std::string& command, const Streams& streams);
     void signal(int number) const;
     Result wait();
 

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cmath>
 #include <cstring>
 #include <filesystem>
 
+#include "tools/streamproxy/FullScale.h"
 #include "tools/streamproxy/ToolError.h"
 
 namespace android {
@@ -42,11 +42,6 @@ SF_INFO infoOf(const std::string& path, uint32_t rateHz, uint32_t bits) {
 
 }  // namespace
 
-double AudioWriter::Levels::rms() const {
-    const double sampleCount = static_cast<double>(frameCount) * kChannels;
-    return sampleCount > 0 ? std::sqrt(squareSum / sampleCount) : 0.0;
-}
-
 void AudioWriter::check(const std::string& path, uint32_t rateHz, uint32_t bits) {
     SF_INFO info = infoOf(path, rateHz, bits);
     if (info.format == 0) {
@@ -80,23 +75,12 @@ void AudioWriter::write(const void* frames, size_t frameCount) {
     const size_t sampleCount = frameCount * kChannels;
     mFullScale.resize(sampleCount);
     for (size_t i = 0; i < sampleCount; ++i) {
-        int64_t sample = 0;
-        if (mBits == 16) {
-            sample = int64_t{static_cast<const int16_t*>(frames)[i]} * 65536;
-        } else {
-            sample = int64_t{static_cast<const int32_t*>(frames)[i]} * 16;
-        }
-        const int64_t held = std::clamp<int64_t>(sample, INT32_MIN, INT32_MAX);
-        mLevels.clippedCount += held != sample ? 1 : 0;
-        mFullScale[i] = static_cast<int32_t>(held);
-        const double level = static_cast<double>(held) / 2147483648.0;
-        mLevels.peak = std::max(mLevels.peak, std::abs(level));
-        mLevels.squareSum += level * level;
+        mFullScale[i] = heldSample(fullScaleSample(frames, i, mBits));
     }
     const auto count = static_cast<sf_count_t>(frameCount);
     // A 16-bit file takes the upper half of the 32 bits: exactly the sample that came.
     const sf_count_t written = sf_writef_int(mEncoder.get(), mFullScale.data(), count);
-    mLevels.frameCount += std::max<sf_count_t>(written, 0);
+    mHasAudio = mHasAudio || written > 0;
     if (written != count || mOutput.error() != 0) {
         fail(mOutput.error());
     }
@@ -113,7 +97,7 @@ void AudioWriter::finish() {
 void AudioWriter::abandon() {
     mEncoder.reset();
     mOutput.close();
-    if (mLevels.frameCount == 0) {
+    if (!mHasAudio) {
         mOutput.remove();
     }
 }

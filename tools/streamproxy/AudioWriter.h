@@ -12,19 +12,11 @@
 namespace android {
 
 /**
- * Writes the mix, 16-bit or Q4.27 stereo, to an audio file and measures it on the way.
+ * Writes the mix, 16-bit or Q4.27 stereo, to an audio file.
  * Threads: one at a time.
  */
 class AudioWriter {
 public:
-    struct Levels {
-        int64_t frameCount = 0;
-        double peak = 0.0;         // 1.0 is full scale
-        double squareSum = 0.0;    // of all samples, full scale 1.0
-        int64_t clippedCount = 0;  // samples beyond full scale, held to it; Q4.27 only
-        double rms() const;
-    };
-
     /** Throws ToolError (usage) for a file name extension or a format that can't be written. */
     static void check(const std::string& path, uint32_t rateHz, uint32_t bits);
 
@@ -40,8 +32,6 @@ public:
     /** Ends a run that failed: what was written stays, a file without audio is deleted. */
     void abandon();
 
-    const Levels& levels() const { return mLevels; }
-
 private:
     struct CloseFile {
         void operator()(SNDFILE* file) const { sf_close(file); }
@@ -53,7 +43,7 @@ private:
     const uint32_t mBits;
     OutputFile mOutput;  // outlives the encoder
     std::unique_ptr<SNDFILE, CloseFile> mEncoder;
-    Levels mLevels;
+    bool mHasAudio = false;
     std::vector<int32_t> mFullScale;  // one block, 32 bits to full scale
 };
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "tools/streamproxy/Interrupt.h"
 #include "tools/streamproxy/ToolError.h"
 
 namespace android {
@@ -26,7 +27,7 @@ void Feeder::join() {
 }
 
 void Feeder::fill(int64_t frameCount) {
-    while (mBoard.input(mTarget.index).writtenFrames < frameCount) {
+    while (mBoard.isRunning() && mBoard.input(mTarget.index).writtenFrames < frameCount) {
         writeSome(frameCount - mBoard.input(mTarget.index).writtenFrames);
         if (mBoard.input(mTarget.index).shortWriteCount > 0) {
             throw ToolError(mTarget.name + ": the stream's buffer takes less than one block of " +
@@ -58,6 +59,11 @@ void Feeder::writeSome(int64_t maxFrames) {
     int64_t frames = std::min(maxFrames, mHandover.writeFrames);
     if (mHasAudio) {
         const auto audio = mSource.next(mChunk.data(), static_cast<size_t>(frames));
+        if (audio == 0 && Interrupt::signalNumber() != 0) {
+            // A pipe that a signal cut off. The mix ends with it, and does not go on without it.
+            mBoard.end(FeedBoard::State::STOPPED);
+            return;
+        }
         if (audio == 0) {
             mHasAudio = false;
             mBoard.setAudioEnd(mTarget.index, mSource.silentFrames() + mSource.audioFramesRead());

@@ -29,7 +29,8 @@ public:
     Feeder(const Feeder&) = delete;
     Feeder& operator=(const Feeder&) = delete;
 
-    /** Writes until `frameCount` frames are in the stream; they must fit its buffer. Throws. */
+    /** Writes until `frameCount` frames are in the stream, which must fit its buffer, or the mix
+     *  ends. Throws. */
     void fill(int64_t frameCount);
     void start();
     /** Waits for the thread; ends within one write of the board's end. */

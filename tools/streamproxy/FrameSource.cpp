@@ -6,11 +6,11 @@
 
 namespace android {
 
-FrameSource::FrameSource(AudioReader& reader, const Handover& handover, const Extent& extent)
+FrameSource::FrameSource(AudioInput& reader, const Handover& handover, const Extent& extent)
     : mReader(reader),
       mHandover(handover),
       mExtent(extent),
-      mAudioFrames(reader.frameCount() * extent.loopCount),
+      mAudioFrames(reader.frameCount() < 0 ? INT64_MAX : reader.frameCount() * extent.loopCount),
       mSilentFramesLeft(extent.silentFrames),
       mLoopsLeft(extent.loopCount) {
     if (extent.maxFrames >= 0) {

@@ -3,13 +3,13 @@
 #include <cstdint>
 #include <vector>
 
-#include "tools/streamproxy/AudioReader.h"
+#include "tools/streamproxy/AudioInput.h"
 #include "tools/streamproxy/Handover.h"
 
 namespace android {
 
 /**
- * The frames of one input in the form that it is handed over: leading silence, then the file as
+ * The frames of one input in the form that it is handed over: leading silence, then the audio as
  * often as it is to be played.
  * Threads: one at a time (the input's feeder).
  */
@@ -18,16 +18,18 @@ public:
     struct Extent {
         int64_t silentFrames = 0;  // in front
         int64_t loopCount = 1;
-        int64_t maxFrames = -1;  // of the file's audio, all repetitions; negative: all
+        int64_t maxFrames = -1;  // of audio, all repetitions; negative: all
     };
 
-    FrameSource(AudioReader& reader, const Handover& handover, const Extent& extent);
+    FrameSource(AudioInput& reader, const Handover& handover, const Extent& extent);
 
     /** Fills `out` with up to `frameCount` frames; 0 at the end. Throws what the reader throws. */
     size_t next(void* out, size_t frameCount);
 
     int64_t silentFrames() const { return mExtent.silentFrames; }
-    /** Frames of audio as the header promises them; exact unless the file turns out shorter. */
+    /** Whether anything says how long the audio is. */
+    bool hasKnownLength() const { return mAudioFrames < INT64_MAX; }
+    /** Frames of audio as promised; exact unless the input turns out shorter. */
     int64_t audioFrames() const { return mAudioFrames; }
     /** Frames of audio handed out so far. */
     int64_t audioFramesRead() const { return mAudioFramesRead; }
@@ -45,7 +47,7 @@ private:
     template <typename Sample>
     void arrange(const std::vector<Sample>& decoded, Sample* out, size_t frameCount) const;
 
-    AudioReader& mReader;
+    AudioInput& mReader;
     const Handover& mHandover;
     const Extent mExtent;
     int64_t mAudioFrames;

@@ -47,6 +47,17 @@ double parseTimeSec(const std::string& text, const std::string& where) {
     return timeSec;
 }
 
+uint32_t parseCount(const std::string& text, const std::string& where, uint32_t min, uint32_t max) {
+    std::string unit;
+    const double count = numberOf(text, unit);
+    if (!unit.empty() || !(count >= min && count <= max) || count != std::floor(count)) {
+        throw ToolError(where + ": '" + text + "' is no whole number from " + std::to_string(min) +
+                            " to " + std::to_string(max),
+                        EXIT_USAGE);
+    }
+    return static_cast<uint32_t>(count);
+}
+
 GainChange parseGainChange(const std::string& text, const std::string& where) {
     const size_t colon = text.find(':');
     if (colon == std::string::npos) {
@@ -54,6 +65,27 @@ GainChange parseGainChange(const std::string& text, const std::string& where) {
     }
     return {.timeSec = parseTimeSec(text.substr(0, colon), where),
             .gain = static_cast<float>(parseGain(text.substr(colon + 1), where))};
+}
+
+/** Whether the setting was one that says what a pipe's bytes are. */
+bool applyPipeSetting(InputSpec& spec, const std::string& key, const std::string& value) {
+    const std::string where = spec.path + ": " + key;
+    if (key != "rate" && key != "channels" && key != "format") {
+        return false;
+    }
+    if (!spec.isPipe()) {
+        throw ToolError(where + ": is for '-' alone; a file says itself what it holds", EXIT_USAGE);
+    }
+    if (key == "rate") {
+        spec.pipeFormat.rateHz = parseCount(value, where, 4000, 768000);
+    } else if (key == "channels") {
+        spec.pipeFormat.channelCount = parseCount(value, where, 1, 32);
+    } else if (value == "s16" || value == "s32") {
+        spec.pipeFormat.bits = value == "s16" ? 16 : 32;
+    } else {
+        throw ToolError(where + ": '" + value + "' is no format; write s16 or s32", EXIT_USAGE);
+    }
+    return true;
 }
 
 void applySetting(InputSpec& spec, const std::string& setting) {
@@ -75,17 +107,13 @@ void applySetting(InputSpec& spec, const std::string& setting) {
     } else if (key == "length") {
         spec.lengthSec = parseTimeSec(value, where);
     } else if (key == "loop") {
-        const double count = numberOf(value, unit);
-        if (!unit.empty() || !(count >= 1 && count <= 1e6) || count != std::floor(count)) {
-            throw ToolError(where + ": '" + value + "' is no number of times from 1 to 1000000",
-                            EXIT_USAGE);
-        }
-        spec.loopCount = static_cast<int64_t>(count);
+        spec.loopCount = parseCount(value, where, 1, 1000000);
     } else if (key == "volume") {
         spec.gainChanges.push_back(parseGainChange(value, where));
-    } else {
+    } else if (!applyPipeSetting(spec, key, value)) {
         throw ToolError(spec.path + ": unknown setting '" + key +
-                            "'; known are gain, balance, start, length, loop and volume",
+                            "'; known are gain, balance, start, length, loop and volume" +
+                            (spec.isPipe() ? ", and rate, channels and format" : ""),
                         EXIT_USAGE);
     }
 }

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/streamproxy/PipeFormat.h"
+
 namespace android {
 
 /** From `timeSec` of the mix on, the input plays at `gain` (linear). */
@@ -12,7 +14,7 @@ struct GainChange {
     float gain = 1.0f;
 };
 
-/** One input of the command line: FILE[@key=value,...]. */
+/** One input of the command line: FILE[@key=value,...], or -[@key=value,...] for a pipe. */
 struct InputSpec {
     std::string path;
     float gain = 1.0f;        // linear, 0.0 to 1.0
@@ -21,6 +23,7 @@ struct InputSpec {
     double lengthSec = -1.0;  // cut after this much, all repetitions counted; negative: never
     int64_t loopCount = 0;    // times to play; 0: as the --loop option says
     std::vector<GainChange> gainChanges;  // by time
+    PipeFormat pipeFormat;                // of a pipe
 
     /**
      * A file that exists under the whole text is that file; otherwise the settings follow the
@@ -28,6 +31,8 @@ struct InputSpec {
      */
     static InputSpec parse(const std::string& text);
 
+    /** Raw PCM from standard input. */
+    bool isPipe() const { return path == "-"; }
     /** The gain in force `timeSec` into the mix. */
     float gainAt(double timeSec) const;
     /** The two gains that `gainNow` and the balance make. */

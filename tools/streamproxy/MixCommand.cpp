@@ -6,10 +6,13 @@
 #include <cmath>
 #include <csignal>
 #include <filesystem>
+#include <functional>
 
+#include "tools/streamproxy/AudioReader.h"
 #include "tools/streamproxy/Interrupt.h"
 #include "tools/streamproxy/LogSink.h"
 #include "tools/streamproxy/MixReport.h"
+#include "tools/streamproxy/PipeReader.h"
 #include "tools/streamproxy/Properties.h"
 
 namespace android {
@@ -21,10 +24,14 @@ constexpr std::chrono::milliseconds kDryLimit{200};  // then the inputs may want
 constexpr std::chrono::seconds kStallLimit{5};
 
 constexpr const char* kInputHelp =
-    "Audio files, each with settings behind an '@' if wanted: "
-    "FILE@gain=-6dB,balance=-0.3,start=2.5,length=20,loop=3,volume=4s:0.2,volume=8s:1";
+    "Audio files, or - for raw PCM from standard input, each with settings behind an '@' if "
+    "wanted: FILE@gain=-6dB,balance=-0.3,start=2.5,length=20,loop=3,volume=4s:0.2,volume=8s:1";
 
-constexpr const char* kFooter =
+constexpr const char* kPipeHelp =
+    "Raw PCM from standard input with settings, written as one word: "
+    "-@rate=44100,channels=1,format=s32,gain=-6dB";
+
+constexpr const char* kSettingsHelp =
     "Settings of an input:\n"
     "  gain=G      linear 0 to 1, or dB up to 0dB\n"
     "  balance=B   -1 (left only) to 1 (right only)\n"
@@ -32,22 +39,74 @@ constexpr const char* kFooter =
     "  length=T    end after this much\n"
     "  loop=N      play it N times\n"
     "  volume=T:G  from time T of the mix on, play at gain G (a short ramp leads there)\n"
+    "Of a pipe (-) also:\n"
+    "  rate=HZ     default 48000\n"
+    "  channels=N  default 2\n"
+    "  format=F    s16 (default) or s32, little-endian\n"
     "\n"
-    "Examples:\n"
+    "Examples:\n";
+
+constexpr const char* kMixExamples =
     "  streamproxy mix music.ogg@gain=-6dB voice.wav@start=3 -o out.wav\n"
     "  streamproxy mix music.flac@volume=3s:0.2,volume=8s:1 voice.wav@start=3 --rate 44100 -o "
-    "o.flac\n"
+    "o.flac\n";
+
+constexpr const char* kPlayExamples =
+    "  streamproxy play music.ogg@gain=-6dB voice.wav@start=3\n"
+    "  sox song.mp3 -t raw -e signed -b 16 -r 48000 -c 2 - | streamproxy play - "
+    "voice.wav@start=3\n";
+
+constexpr const char* kExitCodes =
     "\n"
-    "Exit codes: 0 done; 1 a file, the library or the disk failed; 2 wrong usage;\n"
-    "130 Ctrl-C and 143 SIGTERM, with what was mixed until then in a valid file.";
+    "Exit codes: 0 done; 1 a file, the library, the sound device or the disk failed;\n"
+    "2 wrong usage; 130 Ctrl-C and 143 SIGTERM, with what was mixed until then in a valid file.";
 
 }  // namespace
 
-MixCommand::MixCommand(CLI::App& program)
-    : mCommand(program.add_subcommand("mix", "Mix audio files into one")) {
-    mCommand->add_option("INPUT", mInputTexts, kInputHelp)->required();
-    mCommand->add_option("-o,--output", mOutputPath, "The mix: .wav, .flac, .aiff or .caf")
-        ->required();
+MixCommand::MixCommand(CLI::App& program, Kind kind)
+    : mCommand(kind == Kind::MIX
+                   ? program.add_subcommand("mix", "Mix audio files into one")
+                   : program.add_subcommand("play", "Mix audio files to a sound device")),
+      mIsPlaying(kind == Kind::PLAY) {
+    addInputOptions();
+    addOutputOptions(kind);
+    addRunOptions();
+    mCommand->footer(std::string(kSettingsHelp) +
+                     (kind == Kind::MIX ? kMixExamples : kPlayExamples) + kExitCodes);
+}
+
+void MixCommand::addInputOptions() {
+    mCommand->add_option("INPUT", mInputTexts, kInputHelp);
+    // A word that begins with '-' is an option to the parser: this one.
+    mCommand->add_option("-@", mPipeSettings, kPipeHelp)->allow_extra_args(false);
+    mCommand->add_option("--loop", mLoopCount, "Play every input this many times")
+        ->check(CLI::Range(1, 1000000))
+        ->capture_default_str();
+    mCommand->add_flag("--native", mIsNative,
+                       "Hand every file over in its own channels and sample format, although the "
+                       "library then shortens blocks where it also converts the rate");
+    mCommand->add_flag("--allow-truncated", mAllowTruncated, "Take what a damaged file still has");
+    mCommand->add_option("--write-frames", mWriteFrames, "Frames in one write (default: 10 ms)")
+        ->check(CLI::Range(1, 65536));
+}
+
+void MixCommand::addOutputOptions(Kind kind) {
+    mCommand->add_option("-o,--output", mOutputPath, "The mix: .wav, .flac, .aiff or .caf");
+    CLI::Option* play = nullptr;
+    if (kind == Kind::MIX) {
+        play = mCommand->add_flag("--play", mIsPlaying, "Play the mix, with or without -o");
+    }
+    CLI::Option* device =
+        mCommand->add_option("--device", mDeviceName, "ALSA device to play on, as in 'aplay -L'")
+            ->capture_default_str();
+    CLI::Option* buffer =
+        mCommand->add_option("--device-buffer", mDeviceBufferMs, "What the device buffers, in ms")
+            ->check(CLI::Range(20, 5000))
+            ->capture_default_str();
+    if (play != nullptr) {
+        device->needs(play);
+        buffer->needs(play);
+    }
     mCommand
         ->add_option("--rate", mRateHz,
                      "Rate of the mix in Hz (default: the inputs' if they share one, else 48000)")
@@ -55,16 +114,11 @@ MixCommand::MixCommand(CLI::App& program)
     mCommand->add_option("--format", mBits, "Sample format of the mix: 16 or 32 bits")
         ->check(CLI::IsMember({16, 32}))
         ->capture_default_str();
-    mCommand->add_option("--write-frames", mWriteFrames, "Frames in one write (default: 10 ms)")
-        ->check(CLI::Range(1, 65536));
-    mCommand->add_option("--loop", mLoopCount, "Play every input this many times")
-        ->check(CLI::Range(1, 1000000))
-        ->capture_default_str();
-    mCommand->add_flag("--realtime", mIsRealTime, "Take a second per second, as a sound card does");
-    mCommand->add_flag("--native", mIsNative,
-                       "Hand every file over in its own channels and sample format, although the "
-                       "library then shortens blocks where it also converts the rate");
-    mCommand->add_flag("--allow-truncated", mAllowTruncated, "Take what a damaged file still has");
+    mCommand->add_flag("--realtime", mIsRealTime,
+                       "Take a second per second, as a sound card does by itself");
+}
+
+void MixCommand::addRunOptions() {
     mCommand->add_option("--properties", mPropertiesPath, "File of key=value lines to set first");
     mCommand->add_option("--library", mLibraryPath, "The library to load");
     mCommand->add_option("--log", mLogLevel, "The library's messages to show, from this level on")
@@ -72,10 +126,12 @@ MixCommand::MixCommand(CLI::App& program)
         ->capture_default_str();
     mCommand->add_flag("--dump", mIsDumping, "Print the library's state once it mixes");
     mCommand->add_flag("--quiet", mIsQuiet, "No progress and no summary");
-    mCommand->footer(kFooter);
 }
 
 ExitCode MixCommand::run() {
+    if (mOutputPath.empty() && !mIsPlaying) {
+        throw ToolError("--output is required, or --play; name the mix with -o", EXIT_USAGE);
+    }
     openInputs();
     chooseRate();
     checkOutput();
@@ -92,9 +148,30 @@ void MixCommand::openInputs() {
     for (const std::string& text : mInputTexts) {
         mSpecs.push_back(InputSpec::parse(text));
     }
-    for (const InputSpec& spec : mSpecs) {
-        mReaders.push_back(std::make_unique<AudioReader>(spec.path, mAllowTruncated));
+    for (const std::string& settings : mPipeSettings) {
+        mSpecs.push_back(InputSpec::parse("-@" + settings));
     }
+    if (mSpecs.empty()) {
+        throw ToolError("no INPUT; name an audio file, or - for raw PCM from standard input",
+                        EXIT_USAGE);
+    }
+    if (std::count_if(mSpecs.begin(), mSpecs.end(), std::mem_fn(&InputSpec::isPipe)) > 1) {
+        throw ToolError("-: given twice, but there is one standard input; name the other a file",
+                        EXIT_USAGE);
+    }
+    for (const InputSpec& spec : mSpecs) {
+        mReaders.push_back(openInput(spec));
+    }
+}
+
+std::unique_ptr<AudioInput> MixCommand::openInput(const InputSpec& spec) const {
+    if (!spec.isPipe()) {
+        return std::make_unique<AudioReader>(spec.path, mAllowTruncated);
+    }
+    if ((spec.loopCount > 0 ? spec.loopCount : mLoopCount) > 1) {
+        throw ToolError("-: a pipe can't be played again; give it loop=1", EXIT_USAGE);
+    }
+    return std::make_unique<PipeReader>(spec.pipeFormat, mAllowTruncated);
 }
 
 void MixCommand::chooseRate() {
@@ -109,10 +186,13 @@ void MixCommand::chooseRate() {
 }
 
 void MixCommand::checkOutput() const {
+    if (mOutputPath.empty()) {
+        return;
+    }
     AudioWriter::check(mOutputPath, mRateHz, mBits);
     for (const InputSpec& spec : mSpecs) {
         std::error_code error;
-        if (std::filesystem::equivalent(spec.path, mOutputPath, error)) {
+        if (!spec.isPipe() && std::filesystem::equivalent(spec.path, mOutputPath, error)) {
             throw ToolError(mOutputPath + ": is also an input; give the mix another name with -o",
                             EXIT_USAGE);
         }
@@ -160,21 +240,30 @@ ExitCode MixCommand::mix(const Library& library) {
     for (const auto& input : mInputs) {
         inputs.push_back(input.get());
     }
-    AudioWriter writer(mOutputPath, mRateHz, mBits);
+    // A device that can't be had leaves no file behind, and does not empty one.
+    std::unique_ptr<PlayDevice> device = openDevice();
+    std::unique_ptr<AudioWriter> file;
+    if (!mOutputPath.empty()) {
+        file = std::make_unique<AudioWriter>(mOutputPath, mRateHz, mBits);
+    }
+    MixOutput output(std::move(file), std::move(device), mBits);
     // Streams whose chain gives less than it is asked for come first: what stands behind them in
     // the mix is then asked for no more than that, and loses nothing.
     std::vector<MixInput*> ordered = inputs;
     std::stable_partition(ordered.begin(), ordered.end(),
                           [](const MixInput* input) { return input->handover.deliversShort(); });
-    MixSession session(library, ordered, writer,
+    MixSession session(library, ordered, output,
                        {.rateHz = mRateHz,
                         .bits = mBits,
                         .isRealTime = mIsRealTime,
                         .preRollFrames = mPreRollFrames});
-    MixReport report(
-        session, ordered,
-        {.path = mOutputPath, .rateHz = mRateHz, .bits = mBits, .preRollFrames = mPreRollFrames},
-        mIsQuiet);
+    MixReport report(session, ordered, output,
+                     {.path = mOutputPath,
+                      .device = mIsPlaying ? mDeviceName : std::string(),
+                      .rateHz = mRateHz,
+                      .bits = mBits,
+                      .preRollFrames = mPreRollFrames},
+                     mIsQuiet);
     Interrupt::install();
     try {
         session.start();
@@ -186,19 +275,27 @@ ExitCode MixCommand::mix(const Library& library) {
         if (state == FeedBoard::State::FAILED) {
             throw ToolError(session.board().failure());
         }
-        writer.finish();
+        output.finish();
     } catch (const ToolError&) {
         session.stop();
-        writer.abandon();
+        output.abandon();
         report.clearLine();
         throw;
     }
-    report.summary(writer.levels());
+    report.summary();
     report.warnings();
     const int signalNumber = Interrupt::signalNumber();
     return signalNumber == 0        ? EXIT_OK
            : signalNumber == SIGINT ? EXIT_INTERRUPTED
                                     : EXIT_TERMINATED;
+}
+
+std::unique_ptr<PlayDevice> MixCommand::openDevice() const {
+    return mIsPlaying ? PlayDevice::open({.name = mDeviceName,
+                                          .rateHz = mRateHz,
+                                          .bits = mBits,
+                                          .bufferMs = mDeviceBufferMs})
+                      : nullptr;
 }
 
 FeedBoard::State MixCommand::waitForEnd(MixSession& session, MixReport& report) const {

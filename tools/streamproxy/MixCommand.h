@@ -14,28 +14,38 @@ namespace android {
 
 class MixReport;
 
-/** streamproxy mix INPUT... -o OUTPUT: mixes files through the library into a file. */
+/** streamproxy mix and play: mix inputs through the library, into a file, to a sound device. */
 class MixCommand {
 public:
+    enum class Kind { MIX, PLAY };  // play is mix --play, with no need of a file
+
     /** Adds the subcommand with its options to the program. */
-    explicit MixCommand(CLI::App& program);
+    MixCommand(CLI::App& program, Kind kind);
 
     bool isChosen() const { return mCommand->parsed(); }
     /** The exit code; throws ToolError. */
     ExitCode run();
 
 private:
+    void addInputOptions();
+    void addOutputOptions(Kind kind);
+    void addRunOptions();
+    std::unique_ptr<AudioInput> openInput(const InputSpec& spec) const;
     void openInputs();
     void chooseRate();
     void checkOutput() const;
     void makeInputs();
     ExitCode mix(const Library& library);
+    std::unique_ptr<PlayDevice> openDevice() const;
     FeedBoard::State waitForEnd(MixSession& session, MixReport& report) const;
 
     CLI::App* mCommand;
     // Options.
     std::vector<std::string> mInputTexts;
+    std::vector<std::string> mPipeSettings;
     std::string mOutputPath;
+    std::string mDeviceName = "default";
+    uint32_t mDeviceBufferMs = 200;
     std::string mLibraryPath;
     std::string mPropertiesPath;
     std::string mLogLevel = "warn";
@@ -43,6 +53,7 @@ private:
     uint32_t mBits = 16;
     int64_t mWriteFrames = 0;
     int64_t mLoopCount = 1;
+    bool mIsPlaying = false;
     bool mIsNative = false;
     bool mIsRealTime = false;
     bool mIsDumping = false;
@@ -50,7 +61,7 @@ private:
     bool mAllowTruncated = false;
     // What they lead to.
     std::vector<InputSpec> mSpecs;
-    std::vector<std::unique_ptr<AudioReader>> mReaders;
+    std::vector<std::unique_ptr<AudioInput>> mReaders;
     std::vector<std::unique_ptr<MixInput>> mInputs;
     int64_t mPreRollFrames = 0;
 };

@@ -16,10 +16,10 @@ constexpr std::chrono::milliseconds kFlushInterval{5};
 }  // namespace
 
 MixCycle::MixCycle(const Library& library, FeedBoard& board, std::vector<MixInput*> inputs,
-                   AudioWriter& writer, const Config& config)
+                   MixOutput& output, const Config& config)
     : mLibrary(library),
       mBoard(board),
-      mWriter(writer),
+      mOutput(output),
       mConfig(config),
       mBlockFrames(blockFrames(config.rateHz)),
       mVoices(inputs.size()) {
@@ -61,8 +61,12 @@ void MixCycle::deliver(const void* buffer, int64_t frameCount) {
     if (frameCount < mBlockFrames) {
         countShortBlock(frameCount);
     }
-    write(buffer, frameCount);
-    mMixedFrames += frameCount;
+    // Counted before a device plays it: the inputs fill up meanwhile, and someone may be looking.
+    const int64_t blockStart = mMixedFrames.fetch_add(frameCount);
+    write(buffer, frameCount, blockStart);
+    if (!mBoard.isRunning()) {
+        return;
+    }
 
     bool isOver = true;
     for (size_t index = 0; index < mVoices.size(); ++index) {
@@ -102,7 +106,7 @@ void MixCycle::countShortBlock(int64_t frameCount) {
 }
 
 /** The part of the block between the pre-roll and the end of the last input. */
-void MixCycle::write(const void* buffer, int64_t frameCount) {
+void MixCycle::write(const void* buffer, int64_t frameCount, int64_t blockStart) {
     int64_t endFrame = 0;
     for (size_t index = 0; index < mVoices.size(); ++index) {
         const int64_t audioEnd = mBoard.input(index).audioEndFrame;
@@ -110,13 +114,16 @@ void MixCycle::write(const void* buffer, int64_t frameCount) {
             std::max(endFrame, audioEnd < 0 ? INT64_MAX
                                             : mVoices[index].input->handover.mixFramesOf(audioEnd));
     }
-    const int64_t blockStart = mMixedFrames;
     const int64_t from = std::clamp<int64_t>(mConfig.preRollFrames - blockStart, 0, frameCount);
     const int64_t to = std::clamp<int64_t>(endFrame - blockStart, 0, frameCount);
     if (to > from) {
         const int64_t frameBytes = mConfig.bits == 16 ? 4 : 8;
-        mWriter.write(static_cast<const uint8_t*>(buffer) + from * frameBytes,
-                      static_cast<size_t>(to - from));
+        const bool isWanted = mOutput.write(static_cast<const uint8_t*>(buffer) + from * frameBytes,
+                                            static_cast<size_t>(to - from));
+        // Without a device that holds it back, the mix would run far ahead before anyone else looks.
+        if (!isWanted) {
+            mBoard.end(FeedBoard::State::STOPPED);
+        }
     }
 }
 
@@ -232,6 +239,14 @@ int64_t MixCycle::maxLostFrames(size_t index) const {
     const Handover& handover = mVoices[index].input->handover;
     return framesAtRate(mVoices[index].maxLostFrames, handover.mixRateHz,
                         handover.config.sample_rate);
+}
+
+double MixCycle::bufferFill(size_t index) const {
+    const Handover& handover = mVoices[index].input->handover;
+    const int64_t takenFrames =
+        framesAtRate(mMixedFrames, handover.mixRateHz, handover.config.sample_rate);
+    const auto heldFrames = static_cast<double>(mBoard.input(index).writtenFrames - takenFrames);
+    return std::clamp(heldFrames / static_cast<double>(handover.bufferFrames), 0.0, 1.0);
 }
 
 int64_t MixCycle::heardFrames(size_t index) const {

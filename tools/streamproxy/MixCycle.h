@@ -5,10 +5,10 @@
 #include <cstdint>
 #include <vector>
 
-#include "tools/streamproxy/AudioWriter.h"
 #include "tools/streamproxy/FeedBoard.h"
 #include "tools/streamproxy/Library.h"
 #include "tools/streamproxy/MixInput.h"
+#include "tools/streamproxy/MixOutput.h"
 
 namespace android {
 
@@ -31,7 +31,7 @@ public:
     };
 
     MixCycle(const Library& library, FeedBoard& board, std::vector<MixInput*> inputs,
-             AudioWriter& writer, const Config& config);
+             MixOutput& output, const Config& config);
 
     /** Sets the gains at the start and demands the first block. */
     void start();
@@ -48,6 +48,8 @@ public:
     int64_t maxLostFrames(size_t index) const;
     /** Frames of input `index`'s audio that the delivered blocks hold, at least. */
     int64_t heardFrames(size_t index) const;
+    /** How full the buffer of input `index` is, 0 to 1, as far as can be told from outside. */
+    double bufferFill(size_t index) const;
 
 private:
     struct Voice {
@@ -60,7 +62,7 @@ private:
 
     void deliver(const void* buffer, int64_t frameCount);
     void countShortBlock(int64_t frameCount);
-    void write(const void* buffer, int64_t frameCount);
+    void write(const void* buffer, int64_t frameCount, int64_t blockStart);
     void applyGains(Voice& voice);
     void setGain(const Voice& voice, float gain);
     bool pauseIfOver(size_t index);
@@ -72,7 +74,7 @@ private:
 
     const Library& mLibrary;
     FeedBoard& mBoard;
-    AudioWriter& mWriter;
+    MixOutput& mOutput;
     const Config mConfig;
     const int64_t mBlockFrames;
     std::vector<Voice> mVoices;

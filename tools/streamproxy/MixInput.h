@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "tools/streamproxy/AudioReader.h"
+#include "tools/streamproxy/AudioInput.h"
 #include "tools/streamproxy/FrameSource.h"
 #include "tools/streamproxy/Handover.h"
 #include "tools/streamproxy/InputSpec.h"
@@ -13,7 +13,7 @@ namespace android {
 
 /** One input of a mix: what was asked for, its decoder, and how the library gets it. */
 struct MixInput {
-    MixInput(const InputSpec& inputSpec, std::unique_ptr<AudioReader> openReader,
+    MixInput(const InputSpec& inputSpec, std::unique_ptr<AudioInput> openReader,
              const Handover& how, const FrameSource::Extent& extent)
         : spec(inputSpec),
           reader(std::move(openReader)),
@@ -22,11 +22,11 @@ struct MixInput {
     MixInput(const MixInput&) = delete;
     MixInput& operator=(const MixInput&) = delete;
 
-    /** Frames of silence in front and audio, as far as the header tells. */
+    /** Frames of silence in front and audio, if the source knows its length. */
     int64_t promisedFrames() const { return source.silentFrames() + source.audioFrames(); }
 
     const InputSpec spec;
-    const std::unique_ptr<AudioReader> reader;
+    const std::unique_ptr<AudioInput> reader;
     const Handover handover;
     FrameSource source;
     audio_proxy_stream_t* stream = nullptr;  // while a session runs

@@ -6,6 +6,9 @@
 #include <cinttypes>
 #include <cmath>
 #include <cstdio>
+#include <limits>
+
+#include "tools/streamproxy/Decibels.h"
 
 namespace android {
 
@@ -20,53 +23,78 @@ double secondsSince(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-std::string decibels(double level) {
-    char text[32] = "-inf dBFS";
-    if (level > 0.0) {
-        snprintf(text, sizeof(text), "%.2f dBFS", 20.0 * std::log10(level));
-    }
-    return text;
-}
-
 }  // namespace
 
-MixReport::MixReport(MixSession& session, const std::vector<MixInput*>& inputs,
+MixReport::MixReport(MixSession& session, const std::vector<MixInput*>& inputs, MixOutput& mix,
                      const Output& output, bool isQuiet)
     : mSession(session),
       mInputs(inputs),
+      mMix(mix),
       mOutput(output),
       mIsQuiet(isQuiet),
       mIsTerminal(isatty(STDERR_FILENO) != 0) {
     if (!mIsTerminal) {
         mNextLine = mStart + kLineInterval;
     }
+    if (isPlayed() && !isQuiet && MeterDisplay::isPossible()) {
+        mMeters.emplace(session, inputs, mix.meter());
+    }
     for (const MixInput* input : mInputs) {
-        const int64_t frames =
-            input->handover.mixFramesOf(input->promisedFrames()) - output.preRollFrames;
-        mTotalSec = std::max(mTotalSec, static_cast<double>(frames) / output.rateHz);
+        double lengthSec = std::numeric_limits<double>::infinity();
+        if (input->source.hasKnownLength()) {
+            const int64_t frames =
+                input->handover.mixFramesOf(input->promisedFrames()) - output.preRollFrames;
+            lengthSec = static_cast<double>(frames) / output.rateHz;
+        }
+        mTotalSec = std::max(mTotalSec, lengthSec);
     }
 }
 
 void MixReport::progress() {
-    if (mIsQuiet || Clock::now() < mNextLine) {
+    if (mIsQuiet) {
+        return;
+    }
+    if (mMeters) {
+        mMeters->draw(progressLine());
+        return;
+    }
+    if (Clock::now() < mNextLine) {
         return;
     }
     mNextLine = Clock::now() + (mIsTerminal ? kRewriteInterval : kLineInterval);
-    const int64_t mixed =
-        std::max<int64_t>(mSession.cycle().mixedFrames() - mOutput.preRollFrames, 0);
-    const double doneSec = std::min(static_cast<double>(mixed) / mOutput.rateHz, mTotalSec);
-    fprintf(stderr, "%smixing %.1f of %.1f s, %.1f x real time%s", mIsTerminal ? "\r" : "", doneSec,
-            mTotalSec, doneSec / std::max(secondsSince(mStart), 1e-3), mIsTerminal ? "   " : "\n");
+    fprintf(stderr, "%s%s%s", mIsTerminal ? "\r" : "", progressLine().c_str(),
+            mIsTerminal ? "   " : "\n");
     fflush(stderr);
 }
 
+std::string MixReport::progressLine() const {
+    const int64_t mixed =
+        std::max<int64_t>(mSession.cycle().mixedFrames() - mOutput.preRollFrames, 0);
+    const double doneSec = std::min(static_cast<double>(mixed) / mOutput.rateHz, mTotalSec);
+    char total[32] = "";
+    if (std::isfinite(mTotalSec)) {
+        snprintf(total, sizeof(total), " of %.1f", mTotalSec);
+    }
+    char text[128];
+    if (isPlayed()) {
+        snprintf(text, sizeof(text), "playing %.1f%s s, %" PRId64 " underruns", doneSec, total,
+                 mMix.underrunCount());
+    } else {
+        snprintf(text, sizeof(text), "mixing %.1f%s s, %.1f x real time", doneSec, total,
+                 doneSec / std::max(secondsSince(mStart), 1e-3));
+    }
+    return text;
+}
+
 void MixReport::clearLine() const {
-    if (mIsTerminal && !mIsQuiet) {
+    if (mMeters) {
+        mMeters->clear();
+    } else if (mIsTerminal && !mIsQuiet) {
         fprintf(stderr, "\r%60s\r", "");
     }
 }
 
-void MixReport::summary(const AudioWriter::Levels& levels) const {
+void MixReport::summary() const {
     clearLine();
     if (mIsQuiet) {
         return;
@@ -74,15 +102,27 @@ void MixReport::summary(const AudioWriter::Levels& levels) const {
     for (size_t index = 0; index < mInputs.size(); ++index) {
         inputLine(index);
     }
+    outputLines();
+}
+
+void MixReport::outputLines() const {
+    const Levels levels = mMix.meter().total();
     const double audioSec = static_cast<double>(levels.frameCount) / mOutput.rateHz;
-    fprintf(stderr, "%s: %u Hz, %u-bit, stereo\n", mOutput.path.c_str(), mOutput.rateHz,
-            mOutput.bits);
+    const std::string device = "sound device '" + mOutput.device + "'";
+    const std::string name = mOutput.path.empty() ? device : mOutput.path;
+    fprintf(stderr, "%s: %u Hz, %u-bit, stereo\n", name.c_str(), mOutput.rateHz, mOutput.bits);
     fprintf(stderr, "  %" PRId64 " frames (%.3f s) in %" PRId64 " blocks, %" PRId64 " short\n",
             levels.frameCount, audioSec, mSession.cycle().blockCount(),
             mSession.cycle().shortBlockCount());
     fprintf(stderr, "  peak %s, RMS %s, %" PRId64 " samples clipped\n",
-            decibels(levels.peak).c_str(), decibels(levels.rms()).c_str(), levels.clippedCount);
-    fprintf(stderr, "  %.1f x real time\n", audioSec / std::max(secondsSince(mStart), 1e-6));
+            decibelText(levels.peak()).c_str(), decibelText(levels.rms()).c_str(),
+            levels.clippedCount);
+    if (isPlayed()) {
+        fprintf(stderr, "  played%s, %" PRId64 " underruns\n",
+                mOutput.path.empty() ? "" : (" on " + device).c_str(), mMix.underrunCount());
+    } else {
+        fprintf(stderr, "  %.1f x real time\n", audioSec / std::max(secondsSince(mStart), 1e-6));
+    }
 }
 
 void MixReport::inputLine(size_t index) const {
@@ -97,7 +137,7 @@ void MixReport::inputLine(size_t index) const {
     fprintf(stderr,
             "  %" PRId64 " frames written, %" PRId64 " heard%s, %" PRId64 " short writes, peak %s",
             written, cycle.heardFrames(index), cycle.maxLostFrames(index) > 0 ? " at least" : "",
-            state.shortWriteCount, decibels(double{peak}).c_str());
+            state.shortWriteCount, decibelText(double{peak}).c_str());
     if (input.source.clippedCount() > 0) {
         fprintf(stderr, ", %" PRId64 " samples clipped", input.source.clippedCount());
     }
@@ -150,7 +190,7 @@ void MixReport::warnOfWrapping() const {
         fprintf(stderr,
                 "streamproxy: warning: from %.1f s on, inputs that peak together can reach %s; "
                 "beyond 0 dBFS a 16-bit mix wraps around: lower gains, or use --format 32\n",
-                firstSec, decibels(*std::max_element(first, sums.end())).c_str());
+                firstSec, decibelText(*std::max_element(first, sums.end())).c_str());
     }
 }
 

@@ -2,12 +2,14 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "tools/streamproxy/AudioWriter.h"
 #include "tools/streamproxy/MixInput.h"
+#include "tools/streamproxy/MixOutput.h"
 #include "tools/streamproxy/MixSession.h"
+#include "tools/streamproxy/play/MeterDisplay.h"
 
 namespace android {
 
@@ -18,32 +20,41 @@ namespace android {
 class MixReport {
 public:
     struct Output {
-        std::string path;
+        std::string path;    // empty: no file
+        std::string device;  // empty: not played
         uint32_t rateHz;
         uint32_t bits;
         int64_t preRollFrames;
     };
 
-    MixReport(MixSession& session, const std::vector<MixInput*>& inputs, const Output& output,
-              bool isQuiet);
+    MixReport(MixSession& session, const std::vector<MixInput*>& inputs, MixOutput& mix,
+              const Output& output, bool isQuiet);
 
-    /** To be called often: a terminal's line is rewritten, elsewhere a line comes now and then. */
+    /**
+     * To be called often. A mix that is played has meters on a terminal; otherwise a terminal's
+     * line is rewritten, and elsewhere a line comes now and then.
+     */
     void progress();
-    void summary(const AudioWriter::Levels& levels) const;
+    void summary() const;
     void warnings() const;
     /** Makes way for other text on a terminal. */
     void clearLine() const;
 
 private:
+    bool isPlayed() const { return !mOutput.device.empty(); }
+    std::string progressLine() const;
     void inputLine(size_t index) const;
+    void outputLines() const;
     void warnOfWrapping() const;
 
     MixSession& mSession;
     const std::vector<MixInput*> mInputs;
+    MixOutput& mMix;
     const Output mOutput;
     const bool mIsQuiet;
     const bool mIsTerminal;
-    double mTotalSec = 0.0;
+    double mTotalSec = 0.0;  // infinite: nobody knows
+    std::optional<MeterDisplay> mMeters;
     const std::chrono::steady_clock::time_point mStart = std::chrono::steady_clock::now();
     std::chrono::steady_clock::time_point mNextLine = mStart;
 };

@@ -16,12 +16,12 @@ constexpr uint32_t kStereo = 3;
 }  // namespace
 
 MixSession::MixSession(const Library& library, const std::vector<MixInput*>& inputs,
-                       AudioWriter& writer, const Config& config)
+                       MixOutput& output, const Config& config)
     : mLibrary(library),
       mInputs(inputs),
       mConfig(config),
       mBoard(inputs.size()),
-      mCycle(library, mBoard, inputs, writer,
+      mCycle(library, mBoard, inputs, output,
              {.rateHz = config.rateHz,
               .bits = config.bits,
               .isRealTime = config.isRealTime,
@@ -87,6 +87,9 @@ void MixSession::registerOutput() {
 
 void MixSession::stop() {
     mBoard.end(FeedBoard::State::STOPPED);
+    for (MixInput* input : mInputs) {
+        input->reader->cancel();
+    }
     for (auto& feeder : mFeeders) {
         feeder->join();
     }

@@ -27,7 +27,7 @@ public:
         int64_t preRollFrames;
     };
 
-    MixSession(const Library& library, const std::vector<MixInput*>& inputs, AudioWriter& writer,
+    MixSession(const Library& library, const std::vector<MixInput*>& inputs, MixOutput& output,
                const Config& config);
     /** Ends the mix if it runs, and gives everything back to the library. */
     ~MixSession();
@@ -44,6 +44,7 @@ public:
     void dump(int fd) const;
 
     FeedBoard& board() { return mBoard; }
+    const FeedBoard& board() const { return mBoard; }
     const MixCycle& cycle() const { return mCycle; }
 
 private:

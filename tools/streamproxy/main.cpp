@@ -14,14 +14,15 @@ int run(int argc, char** argv) {
     program.name("streamproxy");
     program.set_version_flag("--version", "streamproxy " STREAMPROXY_VERSION);
     program.require_subcommand(1);
-    android::MixCommand mix(program);
+    android::MixCommand mix(program, android::MixCommand::Kind::MIX);
+    android::MixCommand play(program, android::MixCommand::Kind::PLAY);
     android::HwSyncCommand hwsync(program);
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return program.exit(error) == 0 ? android::EXIT_OK : android::EXIT_USAGE;
     }
-    return hwsync.isChosen() ? hwsync.run() : mix.run();
+    return hwsync.isChosen() ? hwsync.run() : play.isChosen() ? play.run() : mix.run();
 }
 
 }  // namespace

@@ -1,0 +1,150 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sndfile.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <thread>
+#include <utility>
+
+#include "tests/tools/ToolRun.h"
+
+namespace android {
+namespace {
+
+std::vector<uint8_t> rawOf(const Audio& audio, int bits) {
+    std::vector<uint8_t> bytes;
+    for (const int32_t sample : audio.samples) {
+        for (int shift = 32 - bits; shift < 32; shift += 8) {
+            bytes.push_back(static_cast<uint8_t>(sample >> shift));
+        }
+    }
+    return bytes;
+}
+
+/** A program that reads from a pipe. */
+class Piped {
+public:
+    explicit Piped(const std::vector<std::string>& arguments, const std::string& command = "mix")
+        : mRun(arguments, command, {.in = mPipe.ends[0]}) {
+        close(mPipe.ends[0]);
+    }
+    // In pieces that cut frames.
+    void send(const std::vector<uint8_t>& bytes) const {
+        constexpr size_t kPiece = 4099;
+        for (size_t begin = 0; begin < bytes.size(); begin += kPiece) {
+            const size_t byteCount = std::min(kPiece, bytes.size() - begin);
+            // Nobody reads any more when an error ended the program.
+            if (write(mPipe.ends[1], bytes.data() + begin, byteCount) < 0) {
+                return;
+            }
+        }
+    }
+    ~Piped() { endPipe(); }
+    Piped(const Piped&) = delete;
+    Piped& operator=(const Piped&) = delete;
+    void endPipe() { close(std::exchange(mPipe.ends[1], -1)); }
+    ToolRun& run() { return mRun; }
+
+private:
+    struct Pipe {
+        Pipe() {
+            signal(SIGPIPE, SIG_IGN);
+            EXPECT_EQ(0, pipe2(ends, O_CLOEXEC));
+        }
+        int ends[2] = {-1, -1};
+    } mPipe;
+    ToolRun mRun;
+};
+
+ToolRun::Result mixPiped(const std::vector<uint8_t>& bytes,
+                         const std::vector<std::string>& arguments) {
+    Piped piped(arguments);
+    piped.send(bytes);
+    piped.endPipe();
+    return piped.run().wait();
+}
+
+TEST(MixPipe, RawPcmIsHeardAsTheSameAudioInAFile) {
+    const ScratchFolder folder;
+    const Audio wide = noise(48000, 2, 70001, 1);
+    const Audio mono = noise(32000, 1, 20000, 2);
+    writeAudio(folder / "wide.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, wide);
+    writeAudio(folder / "mono.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_32, mono);
+    const auto expectSame = [&](const std::vector<uint8_t>& bytes, const std::string& settings,
+                                const std::string& file, const std::string& others) {
+        const std::vector<std::string> options = {"--rate", "48000", "--format", "32"};
+        std::vector<std::string> piped = {"-@" + settings, others, "-o", folder / "piped.wav"};
+        std::vector<std::string> read = {others, file, "-o", folder / "read.wav"};
+        piped.insert(piped.end(), options.begin(), options.end());
+        read.insert(read.end(), options.begin(), options.end());
+        const auto result = mixPiped(bytes, piped);
+        EXPECT_EQ(0, result.exitCode) << result.messages;
+        ToolRun::mixWell(read);
+        EXPECT_EQ(readAudio(folder / "read.wav").samples, readAudio(folder / "piped.wav").samples);
+        return result;
+    };
+    auto result =
+        expectSame(rawOf(wide, 16), "gain=0.5,start=100ms,format=s16",
+                   folder / "wide.wav@gain=0.5,start=100ms", folder / "mono.wav@volume=200ms:0.2");
+    EXPECT_TRUE(result.says("-: 48000 Hz, 16-bit PCM from a pipe, stereo")) << result.messages;
+    EXPECT_TRUE(result.says("70001 frames written, 70001 heard")) << result.messages;
+    expectSame(rawOf(mono, 32), "rate=32000,channels=1,format=s32", folder / "mono.wav",
+               folder / "wide.wav");
+    // What the settings cut off is not waited for, and the program before the pipe may go on.
+    result = mixPiped(rawOf(wide, 16), {"-@length=0.5", "-o", folder / "short.wav"});
+    EXPECT_EQ(0, result.exitCode) << result.messages;
+    EXPECT_EQ(24000, readAudio(folder / "short.wav").frameCount());
+}
+
+TEST(MixPipe, MistakesAreNamedAndLeaveNoFile) {
+    const ScratchFolder folder;
+    const Audio audio = noise(48000, 2, 4800, 1);
+    writeAudio(folder / "in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, audio);
+    const auto expectFailure = [&](const std::vector<uint8_t>& bytes,
+                                   std::vector<std::string> arguments, int exitCode,
+                                   const std::string& words) {
+        arguments.insert(arguments.end(), {"-o", folder / "mix.wav"});
+        const auto result = mixPiped(bytes, arguments);
+        EXPECT_EQ(exitCode, result.exitCode) << result.messages;
+        EXPECT_TRUE(result.says(words)) << "'" << words << "' is not in: " << result.messages;
+        EXPECT_FALSE(std::filesystem::exists(folder / "mix.wav"));
+    };
+    std::vector<uint8_t> bytes = rawOf(audio, 16);
+    expectFailure(bytes, {"-", "-"}, 2, "-: given twice");
+    expectFailure(bytes, {"-@rate=44100", "-"}, 2, "-: given twice");
+    expectFailure(bytes, {"-@rate=3999"}, 2, "-: rate");
+    expectFailure(bytes, {"-@channels=1.5"}, 2, "-: channels");
+    expectFailure(bytes, {"-@format=float"}, 2, "write s16 or s32");
+    expectFailure(bytes, {"-@tempo=2"}, 2, "rate, channels and format");
+    expectFailure(bytes, {folder / "in.wav@rate=8000"}, 2, "is for '-' alone");
+    expectFailure(bytes, {"-", "--loop", "2"}, 2, "can't be played again");
+    expectFailure({}, {"-"}, 1, "brought no audio");
+    // A few frames: the end comes while the streams are filled.
+    bytes.resize(4 * 100 + 3);
+    expectFailure(bytes, {"-"}, 1, "ends inside a frame (3 of 4 bytes)");
+    const auto result = mixPiped(bytes, {"-", "--allow-truncated", "-o", folder / "mix.wav"});
+    EXPECT_EQ(0, result.exitCode) << result.messages;
+    EXPECT_EQ(100, readAudio(folder / "mix.wav").frameCount());
+}
+
+TEST(MixPipe, AnInterruptDoesNotWaitForASilentPipe) {
+    const ScratchFolder folder;
+    const Audio audio = noise(48000, 2, 48000, 1);
+    for (const bool hasBegun : {true, false}) {
+        Piped piped({"-", "-o", folder / "mix.wav"});
+        if (hasBegun) {
+            piped.send(rawOf(audio, 16));
+        }
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+        piped.run().signal(SIGTERM);
+        const auto result = piped.run().wait();  // the pipe is still open
+        EXPECT_EQ(143, result.exitCode) << result.messages;
+        EXPECT_EQ(hasBegun, readAudio(folder / "mix.wav").frameCount() > 40000);
+    }
+}
+
+}  // namespace
+}  // namespace android
