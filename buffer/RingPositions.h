@@ -35,7 +35,10 @@ public:
 
     /** `powerOfTwo`: the capacity is one, and indices are masked instead of divided. */
     RingPositions(size_t frameCount, bool powerOfTwo, uint64_t read, uint64_t write)
-        : mFrameCount(frameCount), mPowerOfTwo(powerOfTwo), mRead(read), mWrite(write) {}
+        : mFrameCount(frameCount),
+          mPowerOfTwo(powerOfTwo),
+          mRead(read, indexOf(read)),
+          mWrite(write, indexOf(write)) {}
 
     size_t frameCount() const { return mFrameCount; }
 
@@ -133,7 +136,8 @@ public:
 private:
     /** A position, and where in the storage it lies. */
     struct Side {
-        explicit Side(uint64_t first) : position(first) {}
+        Side(uint64_t first, size_t index)
+            : position(first), knownPosition(first), knownIndex(index) {}
 
         size_t index(uint64_t at, const RingPositions& ring) {
             if (knownPosition != at) {  // after a flush, a reset, a step beyond the ring
@@ -154,12 +158,11 @@ private:
 
         // 64 bits: at 768 kHz they last 760,000 years. Where the capacity is no power of two the
         // index would not survive their wrap.
-        Atomic<uint64_t> position;          // its side stores (release: frames first)
-        uint64_t knownPosition = kUnknown;  // its side alone
-        size_t knownIndex = 0;              // its side alone
-        char apart[64] = {};                // no cache line holds both sides
+        Atomic<uint64_t> position;  // its side stores (release: frames first)
+        uint64_t knownPosition;     // its side alone
+        size_t knownIndex;          // its side alone
+        char apart[64] = {};        // no cache line holds both sides
     };
-    static constexpr uint64_t kUnknown = ~uint64_t{0};
 
     // Positions that updates have brought out of order hold nothing, or all.
     size_t held(const Snapshot& at) const {
