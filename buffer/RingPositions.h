@@ -164,11 +164,23 @@ private:
         char apart[64] = {};        // no cache line holds both sides
     };
 
-    // Positions that updates have brought out of order hold nothing, or all.
+    // Positions that updates have brought further apart than the ring is long, or past each other,
+    // are told by their indices.
     size_t held(const Snapshot& at) const {
-        return isEmpty(at) ? 0 : std::min<uint64_t>(at.write - at.read, mFrameCount);
+        const uint64_t count = at.write - at.read;
+        return isEmpty(at)            ? 0
+               : count <= mFrameCount ? count
+                                      : distance(indexOf(at.read), indexOf(at.write));
     }
-    size_t free(const Snapshot& at) const { return mFrameCount - held(at); }
+    size_t free(const Snapshot& at) const {
+        const uint64_t count = at.write - at.read;
+        return isFull(at)            ? 0
+               : count < mFrameCount ? mFrameCount - count
+                                     : distance(indexOf(at.write), indexOf(at.read));
+    }
+    size_t distance(size_t from, size_t to) const {
+        return to > from ? to - from : mFrameCount - from + to;
+    }
 
     Spans spans(size_t index, size_t frameCount) const {
         const size_t first = std::min(frameCount, mFrameCount - index);
