@@ -114,7 +114,8 @@ try_package() {
     say "installing $1"
     INSTALLED=yes
     quietly "$1: can't be installed" dpkg -i "$1"
-    ldconfig -p | grep -q 'libstreamproxy\.so\.0 ' || die "the loader does not find the library"
+    # Read to its end: a grep that stops early would break the pipe, which counts as a failure.
+    ldconfig -p | grep 'libstreamproxy\.so\.0 ' >/dev/null || die "the loader does not find the library"
     try_tool "the package" /usr/bin/streamproxy
     try_hosts "the package"
 
