@@ -72,14 +72,18 @@ AudioWriter::AudioWriter(const std::string& path, uint32_t rateHz, uint32_t bits
 AudioWriter::~AudioWriter() = default;
 
 void AudioWriter::write(const void* frames, size_t frameCount) {
-    const size_t sampleCount = frameCount * kChannels;
-    mFullScale.resize(sampleCount);
-    for (size_t i = 0; i < sampleCount; ++i) {
-        mFullScale[i] = heldSample(fullScaleSample(frames, i, mBits));
-    }
     const auto count = static_cast<sf_count_t>(frameCount);
-    // A 16-bit file takes the upper half of the 32 bits: exactly the sample that came.
-    const sf_count_t written = sf_writef_int(mEncoder.get(), mFullScale.data(), count);
+    sf_count_t written = 0;
+    if (mBits == 16) {
+        written = sf_writef_short(mEncoder.get(), static_cast<const short*>(frames), count);
+    } else {
+        const size_t sampleCount = frameCount * kChannels;
+        mFullScale.resize(sampleCount);
+        for (size_t i = 0; i < sampleCount; ++i) {
+            mFullScale[i] = heldSample(fullScaleSample(frames, i, mBits));
+        }
+        written = sf_writef_int(mEncoder.get(), mFullScale.data(), count);
+    }
     mHasAudio = mHasAudio || written > 0;
     if (written != count || mOutput.error() != 0) {
         fail(mOutput.error());

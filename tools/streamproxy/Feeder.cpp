@@ -7,6 +7,16 @@
 
 namespace android {
 
+namespace {
+
+/** Much at once, unless it would be waited for: a read costs a call into the kernel. */
+int64_t chunkFrames(const FrameSource& source, const Handover& handover) {
+    const int64_t tenthOfSecond = handover.config.sample_rate / 10;
+    return source.mayWait() ? handover.writeFrames : std::max(handover.writeFrames, tenthOfSecond);
+}
+
+}  // namespace
+
 Feeder::Feeder(const Library& library, FeedBoard& board, FrameSource& source,
                const Handover& handover, const Target& target)
     : mLibrary(library),
@@ -14,7 +24,7 @@ Feeder::Feeder(const Library& library, FeedBoard& board, FrameSource& source,
       mSource(source),
       mHandover(handover),
       mTarget(target),
-      mChunk(static_cast<size_t>(handover.writeFrames) * handover.frameBytes()) {}
+      mChunk(static_cast<size_t>(chunkFrames(source, handover)) * handover.frameBytes()) {}
 
 Feeder::~Feeder() {
     join();
@@ -27,9 +37,10 @@ void Feeder::join() {
 }
 
 void Feeder::fill(int64_t frameCount) {
-    while (mBoard.isRunning() && mBoard.input(mTarget.index).writtenFrames < frameCount) {
-        writeSome(frameCount - mBoard.input(mTarget.index).writtenFrames);
-        if (mBoard.input(mTarget.index).shortWriteCount > 0) {
+    int64_t left = frameCount - mBoard.input(mTarget.index).writtenFrames;
+    while (left > 0 && mBoard.isRunning()) {
+        left -= writeSome(left);
+        if (mHasWrittenShort) {
             throw ToolError(mTarget.name + ": the stream's buffer takes less than one block of " +
                             std::to_string(frameCount) + " frames");
         }
@@ -55,42 +66,57 @@ void Feeder::run() {
     }
 }
 
-void Feeder::writeSome(int64_t maxFrames) {
+int64_t Feeder::writeSome(int64_t maxFrames) {
     int64_t frames = std::min(maxFrames, mHandover.writeFrames);
-    if (mHasAudio) {
-        const auto audio = mSource.next(mChunk.data(), static_cast<size_t>(frames));
-        if (audio == 0 && Interrupt::signalNumber() != 0) {
-            // A pipe that a signal cut off. The mix ends with it, and does not go on without it.
-            mBoard.end(FeedBoard::State::STOPPED);
-            return;
-        }
-        if (audio == 0) {
-            mHasAudio = false;
-            mBoard.setAudioEnd(mTarget.index, mSource.silentFrames() + mSource.audioFramesRead());
-            std::fill(mChunk.begin(), mChunk.end(), uint8_t{0});
-            return;
-        }
-        frames = static_cast<int64_t>(audio);
+    if (mHasAudio && mFramesUsed == mChunkFrames && !decode()) {
+        return 0;
     }
-    write(frames);
+    if (!mHasAudio) {
+        return write(mChunk.data(), frames);
+    }
+    frames = std::min(frames, mChunkFrames - mFramesUsed);
+    const uint8_t* audio =
+        mChunk.data() + static_cast<size_t>(mFramesUsed) * mHandover.frameBytes();
+    mFramesUsed += frames;
+    return write(audio, frames);
 }
 
-void Feeder::write(int64_t frameCount) {
+bool Feeder::decode() {
+    mFramesUsed = 0;
+    mChunkFrames = static_cast<int64_t>(
+        mSource.next(mChunk.data(), mChunk.size() / mHandover.frameBytes()));
+    if (mChunkFrames > 0) {
+        return true;
+    }
+    if (Interrupt::signalNumber() != 0) {
+        // A pipe that a signal cut off. The mix ends with it, and does not go on without it.
+        mBoard.end(FeedBoard::State::STOPPED);
+        return false;
+    }
+    mHasAudio = false;
+    mBoard.setAudioEnd(mTarget.index, mSource.silentFrames() + mSource.audioFramesRead());
+    std::fill(mChunk.begin(), mChunk.end(), uint8_t{0});
+    return false;
+}
+
+int64_t Feeder::write(const uint8_t* audio, int64_t frameCount) {
     const size_t frameBytes = mHandover.frameBytes();
     int64_t done = 0;
     while (done < frameCount && mBoard.beginWrite(mTarget.index)) {
         const size_t bytes = static_cast<size_t>(frameCount - done) * frameBytes;
         const int written = mLibrary.writeStream(
-            mTarget.stream, mChunk.data() + static_cast<size_t>(done) * frameBytes, bytes);
+            mTarget.stream, audio + static_cast<size_t>(done) * frameBytes, bytes);
         const int64_t frames = std::max(written, 0) / static_cast<int64_t>(frameBytes);
-        mBoard.endWrite(mTarget.index, frames,
-                        frames * static_cast<int64_t>(frameBytes) < static_cast<int64_t>(bytes));
+        const bool isShort = frames < frameCount - done;
+        mBoard.endWrite(mTarget.index, frames, isShort);
         if (written < 0) {
             throw ToolError(mTarget.name + ": the library refuses the audio (status " +
                             std::to_string(written) + ")");
         }
+        mHasWrittenShort = mHasWrittenShort || isShort;
         done += frames;
     }
+    return done;
 }
 
 }  // namespace android

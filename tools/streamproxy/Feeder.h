@@ -13,7 +13,8 @@ namespace android {
 
 /**
  * Keeps one stream filled: decodes its input and writes it, then writes silence as the mix asks.
- * Threads: fill() before start(), both by the owner; the stream is written by one thread at a time.
+ * Threads: the stream is written by one at a time, who calls fill(), or a thread of the feeder's own
+ * from start() on.
  */
 class Feeder {
 public:
@@ -38,17 +39,22 @@ public:
 
 private:
     void run();
-    /** Writes the next frames, at most `maxFrames`: audio, then silence. */
-    void writeSome(int64_t maxFrames);
-    void write(int64_t frameCount);
+    /** Writes the next frames, at most `maxFrames`: audio, then silence; how many. */
+    int64_t writeSome(int64_t maxFrames);
+    /** The next audio into the empty chunk; false: there is none. */
+    bool decode();
+    int64_t write(const uint8_t* audio, int64_t frameCount);
 
     const Library& mLibrary;
     FeedBoard& mBoard;
     FrameSource& mSource;
     const Handover& mHandover;
     const Target mTarget;
-    std::vector<uint8_t> mChunk;  // one write
+    std::vector<uint8_t> mChunk;  // decoded at once
+    int64_t mChunkFrames = 0;     // in it
+    int64_t mFramesUsed = 0;      // of them
     bool mHasAudio = true;
+    bool mHasWrittenShort = false;
     std::thread mThread;
 };
 

@@ -26,6 +26,8 @@ public:
     /** Fills `out` with up to `frameCount` frames; 0 at the end. Throws what the reader throws. */
     size_t next(void* out, size_t frameCount);
 
+    /** Whether a read may wait for whoever sends the audio, which a file never does. */
+    bool mayWait() const { return mReader.frameCount() < 0; }
     int64_t silentFrames() const { return mExtent.silentFrames; }
     /** Whether anything says how long the audio is. */
     bool hasKnownLength() const { return mAudioFrames < INT64_MAX; }
@@ -40,12 +42,16 @@ public:
     static constexpr int kPeaksPerSecond = 50;
 
 private:
-    size_t decode(size_t frameCount);
-    void narrow(size_t sampleCount);
+    template <typename Sample>
+    size_t next(Sample* out, std::vector<Sample>& decoded, size_t frameCount, float fullScale);
+    template <typename Sample>
+    size_t decode(Sample* out, size_t frameCount);
+    size_t read(int16_t* out, size_t frameCount);
+    size_t read(int32_t* out, size_t frameCount);
+    template <typename Sample>
+    void arrange(const Sample* decoded, Sample* out, size_t frameCount) const;
     template <typename Sample>
     void measure(const Sample* samples, size_t frameCount, float fullScale);
-    template <typename Sample>
-    void arrange(const std::vector<Sample>& decoded, Sample* out, size_t frameCount) const;
 
     AudioInput& mReader;
     const Handover& mHandover;

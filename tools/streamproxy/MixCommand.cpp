@@ -256,6 +256,7 @@ ExitCode MixCommand::mix(const Library& library) {
                        {.rateHz = mRateHz,
                         .bits = mBits,
                         .isRealTime = mIsRealTime,
+                        .isHeardLive = mIsRealTime || mIsPlaying,
                         .preRollFrames = mPreRollFrames});
     MixReport report(session, ordered, output,
                      {.path = mOutputPath,

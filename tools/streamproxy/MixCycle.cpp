@@ -81,6 +81,7 @@ void MixCycle::deliver(const void* buffer, int64_t frameCount) {
         mBoard.end(FeedBoard::State::FINISHED);
         return;
     }
+    feedInputs();
     waitForInputs();
     pace();
 }
@@ -205,6 +206,15 @@ int64_t MixCycle::nextDemand(Voice& voice) const {
     voice.pulledFrames +=
         handover.deliversShort() ? mBlockFrames : std::clamp<int64_t>(room, 0, mBlockFrames);
     return voice.pulledFrames + handover.marginFrames;
+}
+
+void MixCycle::feedInputs() {
+    for (size_t index = 0; index < mVoices.size(); ++index) {
+        const Voice& voice = mVoices[index];
+        if (voice.feeder && voice.endFrame < 0) {
+            voice.feeder->fill(mBoard.input(index).demandFrames);
+        }
+    }
 }
 
 void MixCycle::waitForInputs() {

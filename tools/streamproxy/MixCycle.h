@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tools/streamproxy/FeedBoard.h"
+#include "tools/streamproxy/Feeder.h"
 #include "tools/streamproxy/Library.h"
 #include "tools/streamproxy/MixInput.h"
 #include "tools/streamproxy/MixOutput.h"
@@ -35,6 +36,9 @@ public:
 
     /** Sets the gains at the start and demands the first block. */
     void start();
+    /** From now on the mixer thread feeds input `index` between two blocks, itself: no thread has to
+     *  be woken for a block. */
+    void feed(size_t index, Feeder& feeder) { mVoices[index].feeder = &feeder; }
     /** The output callback; the cookie is this object. */
     static int onBlock(void* cookie, void* buffer, size_t byteCount);
     /** For want of a block: what a staged input has taken is an estimate, and if it is too low the
@@ -54,6 +58,7 @@ public:
 private:
     struct Voice {
         MixInput* input = nullptr;
+        Feeder* feeder = nullptr;  // null: it has a thread of its own
         size_t nextGainChange = 0;
         int64_t pulledFrames = 0;  // of a staged input: what its first stage has taken, at most
         std::atomic<int64_t> endFrame{-1};      // of the mix, where it was paused
@@ -69,6 +74,7 @@ private:
     bool pause(size_t index);
     void pauseAll();
     int64_t nextDemand(Voice& voice) const;
+    void feedInputs();
     void waitForInputs();
     void pace();
 

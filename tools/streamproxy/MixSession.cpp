@@ -52,8 +52,15 @@ void MixSession::start() {
             Feeder::Target{.index = index, .name = input.spec.path, .stream = input.stream}));
         mFeeders.back()->fill(mBoard.input(index).demandFrames);
     }
-    for (auto& feeder : mFeeders) {
-        feeder->start();
+    for (size_t index = 0; index < mInputs.size(); ++index) {
+        // Where someone listens, a slow disk must not hold the mix up. A write to a staged input may
+        // have to wait for the next block, which the mixer thread can't.
+        const MixInput& input = *mInputs[index];
+        if (mConfig.isHeardLive || input.source.mayWait() || input.handover.isStaged()) {
+            mFeeders[index]->start();
+        } else {
+            mCycle.feed(index, *mFeeders[index]);
+        }
     }
     registerOutput();
 }

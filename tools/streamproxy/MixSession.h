@@ -23,7 +23,8 @@ public:
     struct Config {
         uint32_t rateHz;
         uint32_t bits;
-        bool isRealTime;
+        bool isRealTime;   // paced by the clock
+        bool isHeardLive;  // by the clock or a device
         int64_t preRollFrames;
     };
 
