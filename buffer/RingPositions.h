@@ -70,14 +70,8 @@ public:
     }
 
     /** The same for the side itself, which knows its index without a division. */
-    Spans producerSpans(size_t frameCount) {
-        const Snapshot at = snapshot();
-        return spans(mWrite.index(at.write, *this), std::min(frameCount, free(at)));
-    }
-    Spans consumerSpans(size_t frameCount) {
-        const Snapshot at = snapshot();
-        return spans(mRead.index(at.read, *this), std::min(frameCount, held(at)));
-    }
+    Spans producerSpans(size_t frameCount) { return producerSpans(snapshot(), frameCount); }
+    Spans consumerSpans(size_t frameCount) { return consumerSpans(snapshot(), frameCount); }
 
     size_t availableToWrite() const { return free(snapshot()); }
     size_t availableToRead() const { return held(snapshot()); }
@@ -85,16 +79,18 @@ public:
     /** `copy(spans)` moves up to `frameCount` frames in or out; the frames moved. */
     template <typename Copy>
     size_t write(size_t frameCount, Copy copy) {
-        const Spans spans = producerSpans(frameCount);
+        const Snapshot at = snapshot();
+        const Spans spans = producerSpans(at, frameCount);
         copy(spans);
-        advanceWrite(spans.total());
+        mWrite.moveOn(at.write, spans, mFrameCount);
         return spans.total();
     }
     template <typename Copy>
     size_t read(size_t frameCount, Copy copy) {
-        const Spans spans = consumerSpans(frameCount);
+        const Snapshot at = snapshot();
+        const Spans spans = consumerSpans(at, frameCount);
         copy(spans);
-        advanceRead(spans.total());
+        mRead.moveOn(at.read, spans, mFrameCount);
         return spans.total();
     }
 
@@ -134,17 +130,32 @@ public:
     }
 
 private:
+    Spans producerSpans(const Snapshot& at, size_t frameCount) {
+        return spans(mWrite.index(at.write, *this), std::min(frameCount, free(at)));
+    }
+    Spans consumerSpans(const Snapshot& at, size_t frameCount) {
+        return spans(mRead.index(at.read, *this), std::min(frameCount, held(at)));
+    }
+
     /** A position, and where in the storage it lies. */
     struct Side {
         Side(uint64_t first, size_t index)
             : position(first), knownPosition(first), knownIndex(index) {}
 
         size_t index(uint64_t at, const RingPositions& ring) {
-            if (knownPosition != at) {  // after a flush, a reset, a step beyond the ring
+            if (knownPosition != at)
+                [[unlikely]] {  // after a flush, a reset, a step beyond the ring
                 knownIndex = ring.indexOf(at);
                 knownPosition = at;
             }
             return knownIndex;
+        }
+        /** Over spans that begin at the position `from`. */
+        void moveOn(uint64_t from, const Spans& over, size_t capacity) {
+            knownPosition = from + over.total();
+            knownIndex = over.second > 0 ? over.second : over.index + over.first;
+            knownIndex -= knownIndex >= capacity ? capacity : 0;
+            position.store(knownPosition, std::memory_order_release);
         }
         void advance(size_t step, size_t capacity) {
             const uint64_t from = position.load(std::memory_order_relaxed);
@@ -164,19 +175,21 @@ private:
         char apart[64] = {};        // no cache line holds both sides
     };
 
-    // Positions that updates have brought further apart than the ring is long, or past each other,
-    // are told by their indices.
     size_t held(const Snapshot& at) const {
         const uint64_t count = at.write - at.read;
-        return isEmpty(at)            ? 0
-               : count <= mFrameCount ? count
-                                      : distance(indexOf(at.read), indexOf(at.write));
+        return count <= mFrameCount ? count : heldOutOfOrder(at);
     }
     size_t free(const Snapshot& at) const {
         const uint64_t count = at.write - at.read;
-        return isFull(at)            ? 0
-               : count < mFrameCount ? mFrameCount - count
-                                     : distance(indexOf(at.write), indexOf(at.read));
+        return count <= mFrameCount ? mFrameCount - count : freeOutOfOrder(at);
+    }
+    // Positions that updates have brought further apart than the ring is long, or past each other,
+    // are told by their indices. Apart, so that the way of every other call is short.
+    [[gnu::noinline, gnu::cold]] size_t heldOutOfOrder(Snapshot at) const {
+        return isEmpty(at) ? 0 : distance(indexOf(at.read), indexOf(at.write));
+    }
+    [[gnu::noinline, gnu::cold]] size_t freeOutOfOrder(Snapshot at) const {
+        return isFull(at) ? 0 : distance(indexOf(at.write), indexOf(at.read));
     }
     size_t distance(size_t from, size_t to) const {
         return to > from ? to - from : mFrameCount - from + to;

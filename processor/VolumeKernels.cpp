@@ -26,17 +26,24 @@ constexpr int wrappingMultiply(int a, int b) {
     return static_cast<int>(static_cast<unsigned>(a) * static_cast<unsigned>(b));
 }
 
+/** A value of either channel. By value, so that no sample that is written may be seen to change it. */
+struct Stereo {
+    int operator[](size_t channel) const { return channel == 0 ? left : right; }
+
+    int left;
+    int right;
+};
+
 /** Whether the gain stays from 0 to unity all through a pass: then a 16-bit product needs no
  *  saturation, and the vector kernels hold. Gains out of setVolume() always do; a ramp that runs
  *  past its target may not. */
-bool isAttenuation(size_t frameCount, bool ramp, const int* prevVolume, const int* volumeInc,
-                   const short* volume) {
+bool isAttenuation(size_t frameCount, bool ramp, Stereo position, Stereo increment, Stereo volume) {
     const auto fits = [](int64_t gain) { return gain >= 0 && gain <= kUnityGain; };
-    for (int i = 0; i < 2; ++i) {
+    for (size_t i = 0; i < 2; ++i) {
         // The gain of a ramp is an affine function of the frame number: its ends bound it.
-        const int64_t first = prevVolume[i];
+        const int64_t first = position[i];
         const int64_t frames = static_cast<int64_t>(std::min(frameCount, size_t{1} << 31)) - 1;
-        const int64_t last = first + frames * volumeInc[i];
+        const int64_t last = first + frames * increment[i];
         if (ramp ? !fits(first >> kRampShift) || !fits(last >> kRampShift) : !fits(volume[i])) {
             return false;
         }
@@ -52,10 +59,10 @@ bool isAttenuation(size_t frameCount, bool ramp, const int* prevVolume, const in
 //   scale(Words samples, Words gains)   samples * gains >> 12, for gains from 0 to 4096
 //   scale(Ints a, Ints b, Ints gainsA, Ints gainsB)
 //                                       the same of Q4.27 samples, saturated to 16 bits
+//   products(const short* in, Ints gains)
+//                                       kInts samples by their gains, which fit 16 bits
 //   gainsAt(Ints a, Ints b)             16-bit gains of ramp positions, `a` and `b` taken by turns
 //                                       of four lanes
-
-#if defined(__x86_64__)
 
 namespace baseline {
 #define KERNEL_TARGET
@@ -63,6 +70,8 @@ using Words [[gnu::vector_size(16)]] = int16_t;
 using Ints [[gnu::vector_size(16)]] = int32_t;
 using UnsignedWords [[gnu::vector_size(16)]] = uint16_t;  // wrap around
 using Unsigned [[gnu::vector_size(16)]] = uint32_t;
+
+#if defined(__x86_64__)
 
 inline Words scale(Words samples, Words gains) {
     // The high half of samples * (gains << 4). From a gain of 2048 on that factor comes out 65536
@@ -86,14 +95,48 @@ inline Words scale(Ints a, Ints b, Ints gainsA, Ints gainsB) {
     return (Words)_mm_packs_epi32((__m128i)product(a, gainsA), (__m128i)product(b, gainsB));
 }
 
+inline Unsigned products(const short* in, Ints gains) {
+    __m128i samples = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(in));
+    samples = _mm_unpacklo_epi16(samples, _mm_setzero_si128());
+    return (Unsigned)_mm_madd_epi16(samples, (__m128i)gains);  // upper halves are multiplied by 0
+}
+
 inline Words gainsAt(Ints a, Ints b) {
     return (Words)_mm_packs_epi32((__m128i)(a >> kRampShift), (__m128i)(b >> kRampShift));
 }
+
+#elif defined(__ARM_NEON)
+
+inline Words scale(Words samples, Words gains) {
+    const auto s = (int16x8_t)samples;
+    const auto g = (int16x8_t)gains;
+    return (Words)vcombine_s16(vshrn_n_s32(vmull_s16(vget_low_s16(s), vget_low_s16(g)), 12),
+                               vshrn_n_s32(vmull_s16(vget_high_s16(s), vget_high_s16(g)), 12));
+}
+
+inline Words scale(Ints a, Ints b, Ints gainsA, Ints gainsB) {
+    return (Words)vcombine_s16(vqshrn_n_s32((int32x4_t)((a >> 12) * gainsA), 12),
+                               vqshrn_n_s32((int32x4_t)((b >> 12) * gainsB), 12));
+}
+
+inline Unsigned products(const short* in, Ints gains) {
+    return (Unsigned)vmull_s16(vld1_s16(in), vmovn_s32((int32x4_t)gains));
+}
+
+inline Words gainsAt(Ints a, Ints b) {
+    return (Words)vcombine_s16(vshrn_n_s32((int32x4_t)a, kRampShift),
+                               vshrn_n_s32((int32x4_t)b, kRampShift));
+}
+
+#else
+#error "name the vector operations of this processor"
+#endif
 
 #include "processor/VolumeKernels.inc"
 #undef KERNEL_TARGET
 }  // namespace baseline
 
+#if defined(__x86_64__)
 namespace avx2 {
 #define KERNEL_TARGET [[gnu::target("avx2")]]
 using Words [[gnu::vector_size(32)]] = int16_t;
@@ -114,6 +157,12 @@ KERNEL_TARGET inline Words scale(Ints a, Ints b, Ints gainsA, Ints gainsB) {
     return (Words)_mm256_permute4x64_epi64(_mm256_packs_epi32(productA, productB), 0b11011000);
 }
 
+KERNEL_TARGET inline Unsigned products(const short* in, Ints gains) {
+    const __m256i samples =
+        _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(in)));
+    return (Unsigned)_mm256_madd_epi16(samples, (__m256i)gains);  // as above
+}
+
 KERNEL_TARGET inline Words gainsAt(Ints a, Ints b) {
     return (Words)_mm256_packs_epi32((__m256i)(a >> kRampShift), (__m256i)(b >> kRampShift));
 }
@@ -121,39 +170,6 @@ KERNEL_TARGET inline Words gainsAt(Ints a, Ints b) {
 #include "processor/VolumeKernels.inc"
 #undef KERNEL_TARGET
 }  // namespace avx2
-
-#elif defined(__ARM_NEON)
-
-namespace baseline {
-#define KERNEL_TARGET
-using Words [[gnu::vector_size(16)]] = int16_t;
-using Ints [[gnu::vector_size(16)]] = int32_t;
-using UnsignedWords [[gnu::vector_size(16)]] = uint16_t;  // wrap around
-using Unsigned [[gnu::vector_size(16)]] = uint32_t;
-
-inline Words scale(Words samples, Words gains) {
-    const auto s = (int16x8_t)samples;
-    const auto g = (int16x8_t)gains;
-    return (Words)vcombine_s16(vshrn_n_s32(vmull_s16(vget_low_s16(s), vget_low_s16(g)), 12),
-                               vshrn_n_s32(vmull_s16(vget_high_s16(s), vget_high_s16(g)), 12));
-}
-
-inline Words scale(Ints a, Ints b, Ints gainsA, Ints gainsB) {
-    return (Words)vcombine_s16(vqshrn_n_s32((int32x4_t)((a >> 12) * gainsA), 12),
-                               vqshrn_n_s32((int32x4_t)((b >> 12) * gainsB), 12));
-}
-
-inline Words gainsAt(Ints a, Ints b) {
-    return (Words)vcombine_s16(vshrn_n_s32((int32x4_t)a, kRampShift),
-                               vshrn_n_s32((int32x4_t)b, kRampShift));
-}
-
-#include "processor/VolumeKernels.inc"
-#undef KERNEL_TARGET
-}  // namespace baseline
-
-#else
-#error "name the vector operations of this processor"
 #endif
 
 template <int MixType, typename TO, typename TI>

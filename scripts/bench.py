@@ -35,10 +35,13 @@ ROWS = [
      (1.05, 1.05)),
     ("16→16 mixing, no ramp", "kernels", "kernel/16to16/none/900", ["sdl2"], (0.03, 0.07)),
     ("16→16 mixing, ramp", "kernels", "kernel/16to16/ramp/900", ["sdl2"], (0.03, 0.07)),
-    ("ring, copying, one thread", "rings", "ring/copy/(441|960)", ["boost", "jack"], (1.03, 1.03)),
+    ("the same", "kernels", "kernel/16to16/ramp/900", ["floor"], (None, None)),
+    *[(f"ring, copying {frames} frames, one thread", "rings", f"ring/copy/{frames}",
+       ["boost", "jack"], (1.03, 1.03)) for frames in (960, 441)],
     ("ring, copying, two threads", "rings", "ring/two_threads/(441|960)", ["boost", "jack"],
      (1.05, 1.05)),
-    ("ring, read in place", "rings", "ring/in_place/(441|960)", ["boost", "jack"], (0.60, 0.60)),
+    *[(f"ring, {frames} frames read in place", "rings", f"ring/in_place/{frames}",
+       ["boost", "jack"], (0.60, 0.60)) for frames in (960, 441)],
     ("last stage from the ring, 8 streams", "final_stage", "final_stage/8/900", ["textbook"],
      (1.10, 1.90)),
 ]
@@ -59,7 +62,8 @@ def worst_ratio(report, pattern, peers):
     """Of each benchmark the ratio to the best peer, that is the highest; of these the worst."""
     ratios = [max(run[f"ratio {peer}"] for peer in peers)
               for run in (report or {}).get("benchmarks", [])
-              if re.fullmatch(pattern, run["name"].split("/iterations")[0])]
+              if all(f"ratio {peer}" in run for peer in peers) and
+              re.fullmatch(pattern, run["name"].split("/iterations")[0])]
     return max(ratios) if ratios else None
 
 
@@ -82,6 +86,8 @@ def table(folder):
 def cell(ratio, reach):
     if ratio is None:
         return "–"
+    if reach is None:
+        return f"{ratio:.2f}"
     return f"{ratio:.2f} of {reach:.2f}" + ("" if ratio <= reach else " ✗")
 
 
@@ -138,7 +144,7 @@ def main():
     if mode == "check":
         measured = [(what, *cells[0]) for what, _, cells in rows if cells[0][0] is not None]
         slow = [f"{what}: {ratio:.2f}, wanted {reach}" for what, ratio, reach in measured
-                if ratio > CHECK_FACTOR * reach]
+                if reach and ratio > CHECK_FACTOR * reach]
         if slow or not measured:
             sys.exit("bench.py: far from reach:\n" + "\n".join(slow or ["nothing measured"]))
     return 0

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <boost/align/aligned_allocator.hpp>
 #include <boost/lockfree/spsc_queue.hpp>
 #include <cstring>
 #include <memory>
@@ -20,15 +21,16 @@ namespace {
 
 using android::FrameBuffer;
 using android::sp;
-using Frames = std::vector<uint32_t>;
+// At the start of a cache line, for each contender alike.
+using Frames = std::vector<uint32_t, boost::alignment::aligned_allocator<uint32_t, 64>>;
 
-// About four blocks of 20 ms at 48 kHz, and what a ring of JACK's of 16 KiB holds: they are powers of
-// two less one byte, so that all have the same room.
-constexpr size_t kCapacity = 4095;
+// About four blocks of 20 ms at 48 kHz. All have 16 KiB of storage, so that they wrap alike and the
+// copies begin at like offsets in a cache line; the other two leave a piece of it empty.
+constexpr size_t kFrames = 4096;
 
 struct FrameBufferRing {
     const sp<FrameBuffer> buffer{
-        new FrameBuffer(AUDIO_FORMAT_PCM_16_BIT, AUDIO_CHANNEL_OUT_STEREO, kCapacity, false, 0, 0)};
+        new FrameBuffer(AUDIO_FORMAT_PCM_16_BIT, AUDIO_CHANNEL_OUT_STEREO, kFrames, false, 0, 0)};
 
     size_t write(const uint32_t* frames, size_t count) {
         return static_cast<size_t>(buffer->write(frames, count));
@@ -39,7 +41,7 @@ struct FrameBufferRing {
 };
 
 struct BoostRing {
-    boost::lockfree::spsc_queue<uint32_t> queue{kCapacity};
+    boost::lockfree::spsc_queue<uint32_t> queue{kFrames - 1};
 
     size_t write(const uint32_t* frames, size_t count) { return queue.push(frames, count); }
     size_t read(uint32_t* frames, size_t count) { return queue.pop(frames, count); }
@@ -50,7 +52,7 @@ struct JackRing {
         void operator()(jack_ringbuffer_t* ring) const { jack_ringbuffer_free(ring); }
     };
     const std::unique_ptr<jack_ringbuffer_t, Free> ring{
-        jack_ringbuffer_create(kCapacity * sizeof(uint32_t))};
+        jack_ringbuffer_create(kFrames * sizeof(uint32_t))};
 
     // It counts bytes, and would take a part of a frame.
     size_t write(const uint32_t* frames, size_t count) {

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <boost/align/aligned_allocator.hpp>
 #include <cstring>
 #include <limits>
 #include <memory>
@@ -35,9 +36,14 @@ struct Pass {
         increment = {-70'000, 60'000};
     }
 
+    // At the start of a cache line, as the library's own blocks are: where a vector lies across two
+    // lines decides more than what is computed.
+    template <typename T>
+    using Samples = std::vector<T, boost::alignment::aligned_allocator<T, 64>>;
+
     size_t frames;
-    std::vector<TI> in;
-    std::vector<TO> out;
+    Samples<TI> in;
+    Samples<TO> out;
     std::array<short, 2> volume{3000, 1500};
     std::array<int, 2> position{};
     std::array<int, 2> increment{};
@@ -89,6 +95,15 @@ void addMixerOfMediaLibrary(Duel& duel, size_t frames) {
     });
 }
 
+void addRampFloor(Duel& duel, size_t frames) {
+    const auto pass = std::make_shared<Pass<int16_t, int16_t>>(frames);
+    pass->restartRamp();
+    duel.add("floor", static_cast<double>(frames), [pass] {
+        rampFloorAvx2(pass->out.data(), 2 * pass->frames, pass->in.data(), pass->position.data(),
+                      pass->increment.data());
+    });
+}
+
 void addMemcpy(Duel& duel, size_t frames) {
     const auto pass = std::make_shared<Pass<int16_t, int16_t>>(frames);
     duel.add("memcpy", static_cast<double>(frames),
@@ -106,6 +121,9 @@ void registerKernels() {
                 addTextbook(duel, frames);
                 addMixerOfMediaLibrary(duel, frames);
                 addMemcpy(duel, frames);
+                if (ramp && wide) {
+                    addRampFloor(duel, frames);
+                }
             });
             registerDuel("kernel/32to16" + name, [=](Duel& duel) {
                 addPlain<short, int>(duel, frames, ramp, "plain", plain32to16Avx2);

@@ -15,6 +15,11 @@ extern "C" {
 /** One gain (U4.12), sums that wrap around. */
 void textbookMix16(int16_t* out, size_t sampleCount, const int16_t* in, int gain);
 
+/** What no 16-bit ramp goes without: samples and mix in and out, the gain of every frame, one product
+ *  and one sum. Less than the kernel: its result is wrong, for the product lacks its lowest bits. */
+void rampFloorAvx2(int16_t* out, size_t sampleCount, const int16_t* in, const int* position,
+                   const int* increment);
+
 #define TEXTBOOK_KERNELS(SET)                                                                  \
     void plain16to16##SET(int16_t* out, size_t frames, const int16_t* in, int ramp, int* prev, \
                           const int* inc, const short* volume);                                \

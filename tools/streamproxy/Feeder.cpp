@@ -83,8 +83,8 @@ int64_t Feeder::writeSome(int64_t maxFrames) {
 
 bool Feeder::decode() {
     mFramesUsed = 0;
-    mChunkFrames = static_cast<int64_t>(
-        mSource.next(mChunk.data(), mChunk.size() / mHandover.frameBytes()));
+    mChunkFrames =
+        static_cast<int64_t>(mSource.next(mChunk.data(), mChunk.size() / mHandover.frameBytes()));
     if (mChunkFrames > 0) {
         return true;
     }
