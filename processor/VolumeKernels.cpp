@@ -59,8 +59,8 @@ bool isAttenuation(size_t frameCount, bool ramp, Stereo position, Stereo increme
 //   scale(Words samples, Words gains)   samples * gains >> 12, for gains from 0 to 4096
 //   scale(Ints a, Ints b, Ints gainsA, Ints gainsB)
 //                                       the same of Q4.27 samples, saturated to 16 bits
-//   products(const short* in, Ints gains)
-//                                       kInts samples by their gains, which fit 16 bits
+//   products(const short* in, Ints gainsA, Ints gainsB, Unsigned& a, Unsigned& b)
+//                                       kWords samples by their gains, which fit 16 bits
 //   gainsAt(Ints a, Ints b)             16-bit gains of ramp positions, `a` and `b` taken by turns
 //                                       of four lanes
 
@@ -95,10 +95,12 @@ inline Words scale(Ints a, Ints b, Ints gainsA, Ints gainsB) {
     return (Words)_mm_packs_epi32((__m128i)product(a, gainsA), (__m128i)product(b, gainsB));
 }
 
-inline Unsigned products(const short* in, Ints gains) {
-    __m128i samples = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(in));
-    samples = _mm_unpacklo_epi16(samples, _mm_setzero_si128());
-    return (Unsigned)_mm_madd_epi16(samples, (__m128i)gains);  // upper halves are multiplied by 0
+inline void products(const short* in, Ints gainsA, Ints gainsB, Unsigned& a, Unsigned& b) {
+    const __m128i samples = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
+    const __m128i zero = _mm_setzero_si128();
+    // Upper halves of gains are multiplied by 0.
+    a = (Unsigned)_mm_madd_epi16(_mm_unpacklo_epi16(samples, zero), (__m128i)gainsA);
+    b = (Unsigned)_mm_madd_epi16(_mm_unpackhi_epi16(samples, zero), (__m128i)gainsB);
 }
 
 inline Words gainsAt(Ints a, Ints b) {
@@ -119,8 +121,10 @@ inline Words scale(Ints a, Ints b, Ints gainsA, Ints gainsB) {
                                vqshrn_n_s32((int32x4_t)((b >> 12) * gainsB), 12));
 }
 
-inline Unsigned products(const short* in, Ints gains) {
-    return (Unsigned)vmull_s16(vld1_s16(in), vmovn_s32((int32x4_t)gains));
+inline void products(const short* in, Ints gainsA, Ints gainsB, Unsigned& a, Unsigned& b) {
+    const int16x8_t samples = vld1q_s16(in);
+    a = (Unsigned)vmull_s16(vget_low_s16(samples), vmovn_s32((int32x4_t)gainsA));
+    b = (Unsigned)vmull_s16(vget_high_s16(samples), vmovn_s32((int32x4_t)gainsB));
 }
 
 inline Words gainsAt(Ints a, Ints b) {
@@ -157,10 +161,13 @@ KERNEL_TARGET inline Words scale(Ints a, Ints b, Ints gainsA, Ints gainsB) {
     return (Words)_mm256_permute4x64_epi64(_mm256_packs_epi32(productA, productB), 0b11011000);
 }
 
-KERNEL_TARGET inline Unsigned products(const short* in, Ints gains) {
-    const __m256i samples =
-        _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(in)));
-    return (Unsigned)_mm256_madd_epi16(samples, (__m256i)gains);  // as above
+KERNEL_TARGET inline void products(const short* in, Ints gainsA, Ints gainsB, Unsigned& a,
+                                   Unsigned& b) {
+    const auto* const halves = reinterpret_cast<const __m128i*>(in);
+    const __m256i first = _mm256_cvtepu16_epi32(_mm_loadu_si128(halves));
+    const __m256i second = _mm256_cvtepu16_epi32(_mm_loadu_si128(halves + 1));
+    a = (Unsigned)_mm256_madd_epi16(first, (__m256i)gainsA);  // as above
+    b = (Unsigned)_mm256_madd_epi16(second, (__m256i)gainsB);
 }
 
 KERNEL_TARGET inline Words gainsAt(Ints a, Ints b) {

@@ -95,12 +95,13 @@ void addMixerOfMediaLibrary(Duel& duel, size_t frames) {
     });
 }
 
-void addRampFloor(Duel& duel, size_t frames) {
+void addRampFloor(Duel& duel, size_t frames, bool wide) {
     const auto pass = std::make_shared<Pass<int16_t, int16_t>>(frames);
     pass->restartRamp();
-    duel.add("floor", static_cast<double>(frames), [pass] {
-        rampFloorAvx2(pass->out.data(), 2 * pass->frames, pass->in.data(), pass->position.data(),
-                      pass->increment.data());
+    duel.add("floor", static_cast<double>(frames), [pass, wide] {
+        (wide ? rampFloorAvx2 : rampFloorBaseline)(pass->out.data(), 2 * pass->frames,
+                                                   pass->in.data(), pass->position.data(),
+                                                   pass->increment.data());
     });
 }
 
@@ -121,8 +122,8 @@ void registerKernels() {
                 addTextbook(duel, frames);
                 addMixerOfMediaLibrary(duel, frames);
                 addMemcpy(duel, frames);
-                if (ramp && wide) {
-                    addRampFloor(duel, frames);
+                if (ramp) {
+                    addRampFloor(duel, frames, wide);
                 }
             });
             registerDuel("kernel/32to16" + name, [=](Duel& duel) {

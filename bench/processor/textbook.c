@@ -1,6 +1,8 @@
 // Compiled twice, see CMakeLists.txt: SET names the instruction set.
 #include "bench/processor/textbook.h"
 
+#include <immintrin.h>
+
 #define JOIN2(a, b) a##b
 #define JOIN(a, b) JOIN2(a, b)
 
@@ -41,31 +43,41 @@ KERNEL(plain32to16, int16_t, int32_t, 12, saturated)
 KERNEL(plain16to32, int32_t, int16_t, 0, plain)
 KERNEL(plain32to32, int32_t, int32_t, 12, plain)
 
-#ifdef TEXTBOOK_MIX
-#include <immintrin.h>
+#ifdef __AVX2__
+#define VECTOR(name) _mm256_##name
+#define BITS(name) _mm256_##name##_si256
+typedef __m256i Vector;
+#else
+#define VECTOR(name) _mm_##name
+#define BITS(name) _mm_##name##_si128
+typedef __m128i Vector;
+#endif
 
-void rampFloorAvx2(int16_t* out, size_t sampleCount, const int16_t* in, const int* position,
-                   const int* increment) {
-    int first[16];
-    for (int i = 0; i < 16; ++i) {
+void JOIN(rampFloor, SET)(int16_t* out, size_t sampleCount, const int16_t* in, const int* position,
+                          const int* increment) {
+    enum { kWords = sizeof(Vector) / sizeof(int16_t) };
+    int first[kWords];
+    int steps[kWords / 2];
+    for (int i = 0; i < kWords; ++i) {
         first[i] = position[i % 2] + increment[i % 2] * (i / 2);
+        steps[i / 2] = increment[i / 2 % 2] * (kWords / 2);
     }
-    __m256i a = _mm256_loadu_si256((const __m256i*)first);
-    __m256i b = _mm256_loadu_si256((const __m256i*)(first + 8));
-    const __m256i step = _mm256_set1_epi64x(
-        (long long)((uint64_t)(uint32_t)(8 * increment[1]) << 32 | (uint32_t)(8 * increment[0])));
-    for (size_t at = 0; at + 16 <= sampleCount; at += 16) {
-        const __m256i gains =
-            _mm256_packs_epi32(_mm256_srai_epi32(a, 16), _mm256_srai_epi32(b, 16));
-        const __m256i samples = _mm256_loadu_si256((const __m256i*)(in + at));
-        __m256i* const mix = (__m256i*)(out + at);
-        const __m256i gained = _mm256_mulhi_epi16(samples, gains);
-        _mm256_storeu_si256(mix, _mm256_add_epi16(_mm256_loadu_si256(mix), gained));
-        a = _mm256_add_epi32(a, step);
-        b = _mm256_add_epi32(b, step);
+    Vector a = BITS(loadu)((const Vector*)first);
+    Vector b = BITS(loadu)((const Vector*)(first + kWords / 2));
+    const Vector step = BITS(loadu)((const Vector*)steps);
+    for (size_t at = 0; at + kWords <= sampleCount; at += kWords) {
+        const Vector gains =
+            VECTOR(packs_epi32)(VECTOR(srai_epi32)(a, 16), VECTOR(srai_epi32)(b, 16));
+        const Vector samples = BITS(loadu)((const Vector*)(in + at));
+        Vector* const mix = (Vector*)(out + at);
+        const Vector gained = VECTOR(mulhi_epi16)(samples, gains);
+        BITS(storeu)(mix, VECTOR(add_epi16)(BITS(loadu)(mix), gained));
+        a = VECTOR(add_epi32)(a, step);
+        b = VECTOR(add_epi32)(b, step);
     }
 }
 
+#ifdef TEXTBOOK_MIX
 void textbookMix16(int16_t* out, size_t sampleCount, const int16_t* in, int gain) {
     for (size_t i = 0; i < sampleCount; ++i) {
         out[i] = (int16_t)(out[i] + ((in[i] * gain) >> 12));
