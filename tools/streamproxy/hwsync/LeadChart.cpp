@@ -211,7 +211,7 @@ void LeadChart::drawLead() {
     std::string path;
     const auto endColumn = [&] {
         if (isPen && high > low) {
-            path += "V" + number("%.2f", low) + "V" + number("%.2f", high);
+            path.append("V").append(number("%.2f", low)).append("V").append(number("%.2f", high));
         }
     };
     for (const SyncDecision& decision : mTrack.decisions()) {
@@ -227,7 +227,8 @@ void LeadChart::drawLead() {
             continue;
         }
         endColumn();
-        path += (isPen ? "L" : "M") + number("%.2f", x) + " " + number("%.2f", y);
+        path.append(isPen ? "L" : "M").append(number("%.2f", x)).append(" ");
+        path.append(number("%.2f", y));
         isPen = true;
         column = x;
         low = y;
