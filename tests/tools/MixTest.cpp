@@ -7,6 +7,7 @@
 #include <complex>
 #include <csignal>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <thread>
 
 #include "tests/tools/ToolRun.h"
@@ -72,6 +73,56 @@ TEST(Mix, SixteenBitSumsAreExactFromTheFirstFrame) {
         }
     }
     EXPECT_TRUE(result.says("wraps around")) << result.messages;
+}
+
+TEST(Mix, JsonHasTheFiguresOfTheFiles) {
+    const ScratchFolder folder;
+    const Audio first = noise(44100, 2, 30011, 1);
+    const Audio silent{.rateHz = 44100, .channelCount = 1, .samples = std::vector<int32_t>(4410)};
+    writeAudio(folder / "first.wav", kWav16, first);
+    writeAudio(folder / "silent.wav", kWav16, silent);
+    const auto result = ToolRun::mixWell({folder / "first.wav@gain=0.5,start=250ms",
+                                          folder / "silent.wav@volume=10ms:0.25", "-o",
+                                          folder / "mix.wav", "--json"});
+    EXPECT_EQ("", result.messages) << "no summary beside it, no progress rewritten in place";
+
+    const Audio mix = readAudio(folder / "mix.wav");
+    double peak = 0;
+    double squares = 0;
+    for (const int32_t sample : mix.samples) {
+        peak = std::max(peak, std::abs(sample / kFullScale));
+        squares += sample / kFullScale * (sample / kFullScale);
+    }
+    const auto json = nlohmann::json::parse(result.output);
+    const auto& output = json.at("output");
+    EXPECT_EQ(folder / "mix.wav", output.at("file"));
+    EXPECT_TRUE(output.at("device").is_null());
+    EXPECT_EQ(mix.rateHz, output.at("rate_hz"));
+    EXPECT_EQ(mix.channelCount, output.at("channels"));
+    EXPECT_EQ(16, output.at("bits"));
+    const auto& summary = json.at("summary");
+    EXPECT_EQ(mix.frameCount(), summary.at("frames"));
+    EXPECT_EQ(std::llround(1e9 * static_cast<double>(mix.frameCount()) / mix.rateHz),
+              summary.at("duration_ns"));
+    EXPECT_NEAR(20 * std::log10(peak), summary.at("peak_dbfs").get<double>(), 1e-6);
+    const double rms = std::sqrt(squares / static_cast<double>(mix.samples.size()));
+    EXPECT_NEAR(20 * std::log10(rms), summary.at("rms_dbfs").get<double>(), 1e-6);
+    EXPECT_EQ(0, summary.at("short_blocks"));
+    EXPECT_GE(summary.at("blocks").get<int64_t>(), mix.frameCount() / 882);
+    EXPECT_NEAR(summary.at("duration_ns").get<double>() / summary.at("elapsed_ns").get<double>(),
+                summary.at("speed").get<double>(), 1e-3);
+    ASSERT_EQ(2u, json.at("inputs").size());
+    const auto& loud = json.at("inputs")[0];
+    EXPECT_EQ(folder / "first.wav", loud.at("file"));
+    EXPECT_EQ(first.frameCount(), loud.at("written_frames"));
+    EXPECT_EQ(first.frameCount(), loud.at("heard_frames"));
+    EXPECT_EQ(0.5, loud.at("gain"));
+    EXPECT_EQ(250'000'000, loud.at("start_ns"));
+    EXPECT_NEAR(0.0, loud.at("peak_dbfs").get<double>(), 0.01) << "of the file, without its gain";
+    const auto& quiet = json.at("inputs")[1];
+    EXPECT_EQ(1, quiet.at("channels"));
+    EXPECT_EQ(10'000'000, quiet.at("gain_changes").at(0).at("time_ns"));
+    EXPECT_TRUE(quiet.at("peak_dbfs").is_null()) << "silence has no decibels";
 }
 
 TEST(Mix, AVolumeChangeWalksFromItsBlockOn) {

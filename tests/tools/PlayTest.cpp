@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <thread>
 
 #include "tests/tools/ToolRun.h"
@@ -59,6 +60,12 @@ TEST_F(Play, TheDeviceGetsExactlyTheFramesOfTheFile) {
     EXPECT_TRUE(result.says("played, 0 underruns")) << result.messages;
     EXPECT_FALSE(result.says("buffer [")) << "meters, and no terminal: " << result.messages;
     EXPECT_EQ(readAudio(folder / "mix.wav").samples, playedSamples<int16_t>());
+
+    const auto told = ToolRun(withInputs({"--device", "null", "--json"}), "play").wait();
+    const auto json = nlohmann::json::parse(told.output);
+    EXPECT_TRUE(json.at("output").at("file").is_null()) << told.output;
+    EXPECT_EQ("null", json.at("output").at("device"));
+    EXPECT_EQ(readAudio(folder / "mix.wav").frameCount(), json.at("summary").at("frames"));
 
     // Beside a file, in 32 bits, beyond full scale at times.
     ToolRun::mixWell(

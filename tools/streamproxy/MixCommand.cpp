@@ -11,6 +11,7 @@
 #include "tools/streamproxy/AudioReader.h"
 #include "tools/streamproxy/Interrupt.h"
 #include "tools/streamproxy/LogSink.h"
+#include "tools/streamproxy/MixJson.h"
 #include "tools/streamproxy/MixReport.h"
 #include "tools/streamproxy/PipeReader.h"
 #include "tools/streamproxy/Properties.h"
@@ -49,11 +50,12 @@ constexpr const char* kSettingsHelp =
 constexpr const char* kMixExamples =
     "  streamproxy mix music.ogg@gain=-6dB voice.wav@start=3 -o out.wav\n"
     "  streamproxy mix music.flac@volume=3s:0.2,volume=8s:1 voice.wav@start=3 --rate 44100 -o "
-    "o.flac\n";
+    "o.flac\n"
+    "  streamproxy mix music.ogg voice.wav -o out.wav --json\n";
 
 constexpr const char* kPlayExamples =
     "  streamproxy play music.ogg@gain=-6dB voice.wav@start=3\n"
-    "  sox song.mp3 -t raw -e signed -b 16 -r 48000 -c 2 - | streamproxy play - "
+    "  sox song.flac -t raw -e signed -b 16 -r 48000 -c 2 - | streamproxy play - "
     "voice.wav@start=3\n";
 
 constexpr const char* kExitCodes =
@@ -76,9 +78,11 @@ MixCommand::MixCommand(CLI::App& program, Kind kind)
 }
 
 void MixCommand::addInputOptions() {
-    mCommand->add_option("INPUT", mInputTexts, kInputHelp);
+    mCommand->add_option("INPUT", mInputTexts, kInputHelp)->type_name("");
     // A word that begins with '-' is an option to the parser: this one.
-    mCommand->add_option("-@", mPipeSettings, kPipeHelp)->allow_extra_args(false);
+    mCommand->add_option("-@", mPipeSettings, kPipeHelp)
+        ->type_name("SETTINGS")
+        ->allow_extra_args(false);
     mCommand->add_option("--loop", mLoopCount, "Play every input this many times")
         ->check(CLI::Range(1, 1000000))
         ->capture_default_str();
@@ -91,13 +95,15 @@ void MixCommand::addInputOptions() {
 }
 
 void MixCommand::addOutputOptions(Kind kind) {
-    mCommand->add_option("-o,--output", mOutputPath, "The mix: .wav, .flac, .aiff or .caf");
+    mCommand->add_option("-o,--output", mOutputPath, "The mix: .wav, .flac, .aiff or .caf")
+        ->type_name("FILE");
     CLI::Option* play = nullptr;
     if (kind == Kind::MIX) {
         play = mCommand->add_flag("--play", mIsPlaying, "Play the mix, with or without -o");
     }
     CLI::Option* device =
         mCommand->add_option("--device", mDeviceName, "ALSA device to play on, as in 'aplay -L'")
+            ->type_name("NAME")
             ->capture_default_str();
     CLI::Option* buffer =
         mCommand->add_option("--device-buffer", mDeviceBufferMs, "What the device buffers, in ms")
@@ -119,12 +125,17 @@ void MixCommand::addOutputOptions(Kind kind) {
 }
 
 void MixCommand::addRunOptions() {
-    mCommand->add_option("--properties", mPropertiesPath, "File of key=value lines to set first");
-    mCommand->add_option("--library", mLibraryPath, "The library to load");
+    mCommand->add_option("--properties", mPropertiesPath, "File of key=value lines to set first")
+        ->type_name("FILE");
+    mCommand->add_option("--library", mLibraryPath, "The library to load")->type_name("FILE");
     mCommand->add_option("--log", mLogLevel, "The library's messages to show, from this level on")
+        ->type_name("LEVEL")
         ->check(CLI::IsMember(logLevels()))
         ->capture_default_str();
-    mCommand->add_flag("--dump", mIsDumping, "Print the library's state once it mixes");
+    CLI::Option* dump =
+        mCommand->add_flag("--dump", mIsDumping, "Print the library's state once it mixes");
+    mCommand->add_flag("--json", mIsJson, "The summary as one JSON document on standard output")
+        ->excludes(dump);
     mCommand->add_flag("--quiet", mIsQuiet, "No progress and no summary");
 }
 
@@ -264,8 +275,9 @@ ExitCode MixCommand::mix(const Library& library) {
                       .rateHz = mRateHz,
                       .bits = mBits,
                       .preRollFrames = mPreRollFrames},
-                     mIsQuiet);
+                     mIsQuiet, mIsJson);
     Interrupt::install();
+    const auto begin = std::chrono::steady_clock::now();
     try {
         session.start();
         if (mIsDumping) {
@@ -283,8 +295,17 @@ ExitCode MixCommand::mix(const Library& library) {
         report.clearLine();
         throw;
     }
+    const auto elapsed = std::chrono::steady_clock::now() - begin;
     report.summary();
     report.warnings();
+    if (mIsJson) {
+        MixJson(session, ordered, output,
+                {.path = mOutputPath,
+                 .device = mIsPlaying ? mDeviceName : std::string(),
+                 .rateHz = mRateHz,
+                 .bits = mBits})
+            .print(elapsed);
+    }
     const int signalNumber = Interrupt::signalNumber();
     return signalNumber == 0        ? EXIT_OK
            : signalNumber == SIGINT ? EXIT_INTERRUPTED

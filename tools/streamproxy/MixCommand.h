@@ -58,6 +58,7 @@ private:
     bool mIsRealTime = false;
     bool mIsDumping = false;
     bool mIsQuiet = false;
+    bool mIsJson = false;
     bool mAllowTruncated = false;
     // What they lead to.
     std::vector<InputSpec> mSpecs;

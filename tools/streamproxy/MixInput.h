@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -24,6 +25,17 @@ struct MixInput {
 
     /** Frames of silence in front and audio, if the source knows its length. */
     int64_t promisedFrames() const { return source.silentFrames() + source.audioFrames(); }
+
+    /** How much of the audio lies in the first `writtenFrames` that the stream took. */
+    int64_t audioFramesOf(int64_t writtenFrames) const {
+        return std::clamp<int64_t>(writtenFrames - source.silentFrames(), 0,
+                                   source.audioFramesRead());
+    }
+    /** The largest sample handed out; 1.0 is full scale. */
+    double peak() const {
+        const auto& peaks = source.peaks();
+        return peaks.empty() ? 0.0 : double{*std::max_element(peaks.begin(), peaks.end())};
+    }
 
     const InputSpec spec;
     const std::unique_ptr<AudioInput> reader;

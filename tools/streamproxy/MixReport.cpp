@@ -26,12 +26,13 @@ double secondsSince(Clock::time_point start) {
 }  // namespace
 
 MixReport::MixReport(MixSession& session, const std::vector<MixInput*>& inputs, MixOutput& mix,
-                     const Output& output, bool isQuiet)
+                     const Output& output, bool isQuiet, bool isJson)
     : mSession(session),
       mInputs(inputs),
       mMix(mix),
       mOutput(output),
       mIsQuiet(isQuiet),
+      mIsJson(isJson),
       mIsTerminal(isatty(STDERR_FILENO) != 0) {
     if (!mIsTerminal) {
         mNextLine = mStart + kLineInterval;
@@ -96,7 +97,7 @@ void MixReport::clearLine() const {
 
 void MixReport::summary() const {
     clearLine();
-    if (mIsQuiet) {
+    if (mIsQuiet || mIsJson) {
         return;
     }
     for (size_t index = 0; index < mInputs.size(); ++index) {
@@ -128,16 +129,13 @@ void MixReport::outputLines() const {
 void MixReport::inputLine(size_t index) const {
     const MixInput& input = *mInputs[index];
     const FeedBoard::Input state = mSession.board().input(index);
-    const int64_t written = std::clamp<int64_t>(state.writtenFrames - input.source.silentFrames(),
-                                                0, input.source.audioFramesRead());
     fprintf(stderr, "%s: %s\n", input.spec.path.c_str(), input.reader->describe().c_str());
-    const auto& peaks = input.source.peaks();
-    const float peak = peaks.empty() ? 0.0f : *std::max_element(peaks.begin(), peaks.end());
     const MixCycle& cycle = mSession.cycle();
     fprintf(stderr,
             "  %" PRId64 " frames written, %" PRId64 " heard%s, %" PRId64 " short writes, peak %s",
-            written, cycle.heardFrames(index), cycle.maxLostFrames(index) > 0 ? " at least" : "",
-            state.shortWriteCount, decibelText(double{peak}).c_str());
+            input.audioFramesOf(state.writtenFrames), cycle.heardFrames(index),
+            cycle.maxLostFrames(index) > 0 ? " at least" : "", state.shortWriteCount,
+            decibelText(input.peak()).c_str());
     if (input.source.clippedCount() > 0) {
         fprintf(stderr, ", %" PRId64 " samples clipped", input.source.clippedCount());
     }

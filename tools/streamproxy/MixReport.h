@@ -28,7 +28,7 @@ public:
     };
 
     MixReport(MixSession& session, const std::vector<MixInput*>& inputs, MixOutput& mix,
-              const Output& output, bool isQuiet);
+              const Output& output, bool isQuiet, bool isJson);
 
     /**
      * To be called often. A mix that is played has meters on a terminal; otherwise a terminal's
@@ -52,6 +52,7 @@ private:
     MixOutput& mMix;
     const Output mOutput;
     const bool mIsQuiet;
+    const bool mIsJson;  // the summary is for programs, on standard output
     const bool mIsTerminal;
     double mTotalSec = 0.0;  // infinite: nobody knows
     std::optional<MeterDisplay> mMeters;
