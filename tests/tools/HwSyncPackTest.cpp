@@ -28,7 +28,9 @@ protected:
     HwSyncPack() { writeAudio(folder / "in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, audio); }
 
     std::string pack(std::vector<std::string> options) {
-        options.insert(options.begin(), {"pack", folder / "in.wav", "-o", folder / "s.hws"});
+        options.insert(options.begin(), "pack");
+        // Behind the options: one that may be given often must not take it for its own.
+        options.insert(options.end(), {folder / "in.wav", "-o", folder / "s.hws"});
         const auto result = ToolRun::hwsync(options);
         EXPECT_EQ(0, result.exitCode) << result.messages;
         return folder / "s.hws";

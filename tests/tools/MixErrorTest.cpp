@@ -66,6 +66,29 @@ TEST_F(MixErrors, NameTheSettingOrOption) {
     expectFailure({good}, 2, "", "mix.mp4");
 }
 
+TEST_F(MixErrors, NameTheHelpThatHasWhatIsMeant) {
+    const auto expectUsage = [](const std::string& command,
+                                const std::vector<std::string>& arguments, const std::string& words,
+                                const std::string& help) {
+        const auto result = ToolRun(arguments, command).wait();
+        EXPECT_EQ(2, result.exitCode) << result.messages;
+        EXPECT_TRUE(result.says("streamproxy: " + words) && result.says("see '" + help + "'"))
+            << result.messages;
+    };
+    expectUsage("mux", {good}, "'mux' is not known", "streamproxy --help");
+    expectUsage("mix", {good, "--fromat", "16"}, "'--fromat'", "streamproxy mix --help");
+    expectUsage("play", {good, "--device-buffer", "9"}, "--device-buffer",
+                "streamproxy play --help");
+    expectUsage("hwsync", {"pak"}, "'pak' is not known", "streamproxy hwsync --help");
+    expectUsage("hwsync", {"pack", good}, "--output is required", "streamproxy hwsync pack --help");
+    expectUsage("mix", {good, "--json", "--dump"}, "--", "streamproxy mix --help");
+
+    const auto versions = ToolRun({}, "--version").wait();
+    EXPECT_EQ(0, versions.exitCode);
+    const std::string program = versions.output.substr(0, versions.output.find('\n'));
+    EXPECT_EQ(0, versions.output.find(program + "\nlib" + program + ", /")) << versions.output;
+}
+
 TEST_F(MixErrors, TruncatedAndCorruptedFilesAreRefusedUnlessAskedFor) {
     std::filesystem::resize_file(good, 100044);
     expectFailure({good}, 1, "good.wav: is truncated");

@@ -40,6 +40,22 @@ Library::~Library() {
     dlclose(mHandle);
 }
 
+std::string Library::file() const {
+    Dl_info info{};
+    if (dladdr(reinterpret_cast<void*>(createPipeline), &info) == 0 || info.dli_fname == nullptr) {
+        return mPath;
+    }
+    std::error_code error;
+    const auto file = std::filesystem::canonical(info.dli_fname, error);
+    return error ? info.dli_fname : file.string();
+}
+
+std::string Library::version() const {
+    const std::string name = std::filesystem::path(file()).filename().string();
+    const std::string versioned = std::string(kFileName) + ".";
+    return name.rfind(versioned, 0) == 0 ? name.substr(versioned.size()) : "unknown";
+}
+
 void* Library::symbol(const char* name) const {
     void* address = dlsym(mHandle, name);
     if (!address) {

@@ -19,6 +19,11 @@ public:
     Library(const Library&) = delete;
     Library& operator=(const Library&) = delete;
 
+    /** The file that the loader took, links resolved. */
+    std::string file() const;
+    /** As that file's name ends: "0.1.0"; "unknown" where it has none. */
+    std::string version() const;
+
 private:
     template <typename Function>
     Function* find(const char* name) const {

@@ -18,6 +18,15 @@ public:
           mInspect(*mCommand),
           mReplay(*mCommand) {
         mCommand->require_subcommand(1);
+        mCommand->footer(
+            "Examples:\n"
+            "  streamproxy hwsync pack music.ogg -o stream.hws\n"
+            "  streamproxy hwsync inspect stream.hws --rate 44100 --summary\n"
+            "  streamproxy hwsync replay stream.hws --rate 44100 --event 5s:jump=+400ms -o "
+            "out.wav\n"
+            "\n"
+            "Exit codes: 0 done; 1 a file, the library or the disk failed; 2 wrong usage;\n"
+            "130 Ctrl-C and 143 SIGTERM.");
     }
 
     bool isChosen() const { return mCommand->parsed(); }

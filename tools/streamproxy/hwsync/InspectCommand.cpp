@@ -22,20 +22,21 @@ constexpr const char* kFooter =
     "Examples:\n"
     "  streamproxy hwsync inspect stream.hws\n"
     "  streamproxy hwsync inspect stream.hws --rate 44100 --summary\n"
-    "  streamproxy hwsync inspect stream.hws --json\n"
+    "  streamproxy hwsync inspect stream.hws --summary --json\n"
     "\n"
     "Exit codes: 0 done, however irregular the stream; 1 the file can't be read or holds no\n"
-    "burst; 2 wrong usage.";
+    "burst; 2 wrong usage; 130 Ctrl-C and 143 SIGTERM.";
 
 }  // namespace
 
 InspectCommand::InspectCommand(CLI::App& parent)
     : mCommand(parent.add_subcommand("inspect", "List what a burst stream holds")) {
-    mCommand->add_option("FILE", mPath, "The burst stream")->required();
+    mCommand->add_option("FILE", mPath, "The burst stream")->type_name("")->required();
     mFormat.addOptions(*mCommand);
     mCommand
         ->add_option("--tolerance", mTolerance,
                      "How far a timestamp's step may be off the payload's duration")
+        ->type_name("TIME")
         ->capture_default_str();
     mCommand->add_flag("--summary", mIsSummaryOnly, "The counts alone");
     CLI::Option* json = mCommand->add_flag("--json", mIsJson, "One JSON document");

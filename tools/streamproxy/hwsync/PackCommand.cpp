@@ -34,7 +34,8 @@ constexpr const char* kFooter =
     "  streamproxy hwsync pack music.ogg -o stream.hws --jitter 3ms --gap 2s:500ms --fault "
     "garbage=3\n"
     "\n"
-    "Exit codes: 0 done; 1 a file or the disk failed; 2 wrong usage.";
+    "Exit codes: 0 done; 1 a file or the disk failed; 2 wrong usage; 130 Ctrl-C and 143 SIGTERM,\n"
+    "with what was packed until then in a valid file.";
 
 std::vector<TimeSpan> parseGaps(const std::vector<std::string>& texts) {
     std::vector<TimeSpan> spans;
@@ -69,27 +70,35 @@ int64_t framesOf(int64_t timeNs, int64_t rateHz) {
 
 PackCommand::PackCommand(CLI::App& parent)
     : mCommand(parent.add_subcommand("pack", "Make a burst stream from an audio file")) {
-    mCommand->add_option("AUDIO", mAudioPath, "The audio file")->required();
-    mCommand->add_option("-o,--output", mOutputPath, "The burst stream")->required();
-    CLI::Option* burst =
-        mCommand->add_option("--burst", mBurst, "Length of a burst's payload, as time")
-            ->capture_default_str();
+    mCommand->add_option("AUDIO", mAudioPath, "The audio file")->type_name("")->required();
+    mCommand->add_option("-o,--output", mOutputPath, "The burst stream")
+        ->type_name("FILE")
+        ->required();
+    CLI::Option* burst = mCommand->add_option("--burst", mBurst, "Length of a burst's payload")
+                             ->type_name("TIME")
+                             ->capture_default_str();
     mCommand->add_option("--burst-frames", mBurstFrameCount, "The same in frames")
         ->check(CLI::Range(int64_t{1}, kMaxBurstFrameCount))
         ->excludes(burst);
-    mCommand->add_option("--first-pts", mFirstPts, "The first timestamp, as time")
+    mCommand->add_option("--first-pts", mFirstPts, "The first timestamp")
+        ->type_name("TIME")
         ->capture_default_str();
     mCommand->add_option("--jitter", mJitter, "Put timestamps off by up to this, either way")
+        ->type_name("TIME")
         ->capture_default_str();
-    mCommand->add_option("--length", mLength, "End after this much audio");
-    mCommand->add_option("--gap", mGaps,
-                         "AT:LENGTH, audio that is missing while timestamps go on; repeatable");
-    mCommand->add_option("--free-run", mFreeRuns,
-                         "FROM:TO, bursts that ask for free run; repeatable");
+    mCommand->add_option("--length", mLength, "End after this much audio")->type_name("TIME");
+    mCommand->add_option("--gap", mGaps, "Audio that is missing while timestamps go on; repeatable")
+        ->type_name("AT:LENGTH")
+        ->allow_extra_args(false);
+    mCommand->add_option("--free-run", mFreeRuns, "Bursts that ask for free run; repeatable")
+        ->type_name("FROM:TO")
+        ->allow_extra_args(false);
     mCommand->add_option("--extension", mExtensionByteCount, "Bytes to extend every header by")
         ->check(CLI::Range(0, 65000))
         ->capture_default_str();
-    mCommand->add_option("--fault", mFaults, "KIND[=COUNT], see below; repeatable");
+    mCommand->add_option("--fault", mFaults, "What to strew, see below; repeatable")
+        ->type_name("KIND[=COUNT]")
+        ->allow_extra_args(false);
     mCommand->add_option("--seed", mSeed, "For jitter and faults")->capture_default_str();
     mCommand->add_flag("--allow-truncated", mAllowTruncated, "Take what a damaged file still has");
     mCommand->add_flag("--quiet", mIsQuiet, "No summary");

@@ -63,7 +63,7 @@ constexpr const char* kFooter =
 
 ReplayCommand::ReplayCommand(CLI::App& parent)
     : mCommand(parent.add_subcommand("replay", "Play a burst stream against the software clock")) {
-    mCommand->add_option("FILE", mPath, "The burst stream")->required();
+    mCommand->add_option("FILE", mPath, "The burst stream")->type_name("")->required();
     mFormat.addOptions(*mCommand);
     addClockOptions();
     addOutputOptions();
@@ -71,19 +71,25 @@ ReplayCommand::ReplayCommand(CLI::App& parent)
 }
 
 void ReplayCommand::addClockOptions() {
-    mCommand->add_option("--offset", mOffset,
-                         "Put the clock ahead of the audio by this, once it is anchored");
-    mCommand->add_option("--drift", mDrift, "How much too fast the clock runs, in ppm");
-    mCommand->add_option("--event", mEvents, "AT:WHAT, see below; repeatable");
-    mCommand->add_option("--script", mScriptPath, "File of events, one a line");
-    mCommand->add_option("--latency", mLatency, "Latency behind the output");
-    mCommand->add_option("--latency-offset", mLatencyOffset, "Added to it, may be below 0");
+    mCommand
+        ->add_option("--offset", mOffset,
+                     "Put the clock ahead of the audio by this, once it is anchored")
+        ->type_name("TIME");
+    mCommand->add_option("--drift", mDrift, "How much too fast the clock runs, in ppm")
+        ->type_name("PPM");
+    mCommand->add_option("--event", mEvents, "What the clock does, see below; repeatable")
+        ->type_name("AT:WHAT")
+        ->allow_extra_args(false);
+    mCommand->add_option("--script", mScriptPath, "File of events, one a line")->type_name("FILE");
+    mCommand->add_option("--latency", mLatency, "Latency behind the output")->type_name("TIME");
+    mCommand->add_option("--latency-offset", mLatencyOffset, "Added to it, may be below 0")
+        ->type_name("TIME");
     mCommand->add_option("--clock", mClockId, "Id of the clock")->capture_default_str();
     size_t index = 0;
     for (const PolicyProperty& property : kPolicyProperties) {
-        mCommand->add_option(property.option, mPolicy[index++], property.help);
+        mCommand->add_option(property.option, mPolicy[index++], property.help)->type_name("MS");
     }
-    mCommand->add_option("--duration", mDuration, "End after this time");
+    mCommand->add_option("--duration", mDuration, "End after this time")->type_name("TIME");
 }
 
 void ReplayCommand::addOutputOptions() {
@@ -93,17 +99,24 @@ void ReplayCommand::addOutputOptions() {
             return gain >= 0 && gain <= 1 ? "" : text + " is no gain from 0 to 1";
         })
         ->capture_default_str();
-    mCommand->add_option("--beside", mBesides,
-                         "Audio file to play in a plain stream of the same mix, with settings as "
-                         "'streamproxy mix' takes them; repeatable");
-    mCommand->add_option("-o,--output", mOutputPath, "The mix: .wav, .flac, .aiff or .caf");
-    mCommand->add_option("--svg", mSvgPath, "A picture of the audio lead over time");
+    mCommand
+        ->add_option("--beside", mBesides,
+                     "Audio file to play in a plain stream of the same mix, with settings as "
+                     "'streamproxy mix' takes them; repeatable")
+        ->type_name("FILE[@SETTINGS]")
+        ->allow_extra_args(false);
+    mCommand->add_option("-o,--output", mOutputPath, "The mix: .wav, .flac, .aiff or .caf")
+        ->type_name("FILE");
+    mCommand->add_option("--svg", mSvgPath, "A picture of the audio lead over time")
+        ->type_name("FILE");
     mCommand->add_flag("--summary", mIsSummaryOnly, "No row for each decision");
     CLI::Option* json = mCommand->add_flag("--json", mIsJson, "One JSON document");
     mCommand->add_flag("--csv", mIsCsv, "The decisions as comma-separated rows")->excludes(json);
-    mCommand->add_option("--properties", mPropertiesPath, "File of key=value lines to set first");
-    mCommand->add_option("--library", mLibraryPath, "The library to load");
+    mCommand->add_option("--properties", mPropertiesPath, "File of key=value lines to set first")
+        ->type_name("FILE");
+    mCommand->add_option("--library", mLibraryPath, "The library to load")->type_name("FILE");
     mCommand->add_option("--log", mLogLevel, "The library's messages to show, from this level on")
+        ->type_name("LEVEL")
         ->check(CLI::IsMember(logLevels()))
         ->capture_default_str();
     mCommand->add_flag("--quiet", mIsQuiet, "No progress");
