@@ -47,7 +47,7 @@ verb_check() {
     need clang clang-format clang-tidy libclang-rt-14-dev libc++-dev libc++abi-dev shellcheck
     check_format
     say "shell scripts"
-    shellcheck -x dev .ci/run scripts/*.sh
+    shellcheck -x dev .ci/run scripts/*.sh tests/tools/*.sh tools/completion/*.bash
     check_header
     CC=gcc CXX=g++ STDLIB='' build release -DSTREAMPROXY_BUILD_TESTS=ON
     check_exports

@@ -94,7 +94,9 @@ check_package() {
     dpkg-deb -x "$1" "$root"
     ! find "$root" -type d -empty | grep . >&2 || die "$1: has empty folders"
     check_installation "$root" "usr/lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH)" ""
-    for field in bin/streamproxy include/streamproxy.h share/doc/streamproxy/README.md; do
+    for field in bin/streamproxy include/streamproxy.h share/doc/streamproxy/README.md \
+        share/man/man1/streamproxy{,-mix,-play,-hwsync}.1 \
+        share/bash-completion/completions/streamproxy; do
         [ -e "$root/usr/$field" ] || die "$1: has no /usr/$field"
     done
     ! readelf -d "$root/usr/bin/streamproxy" | grep RUNPATH || die "$1: the tool has a runpath"
