@@ -246,14 +246,22 @@ TEST(Mix, CtrlCLeavesAValidFile) {
     const ScratchFolder folder;
     writeAudio(folder / "in.wav", kWav16, tone(48000, 2, 440, 0.2, 2));
     ToolRun run({folder / "in.wav@loop=1000", "-o", folder / "mix.wav", "--realtime"});
+    ToolRun other(
+        {folder / "in.wav@loop=1000", "-o", folder / "other.wav", "--realtime", "--json"});
     std::this_thread::sleep_for(std::chrono::seconds(1));
     run.signal(SIGINT);
+    other.signal(SIGTERM);
     const auto result = run.wait();
     EXPECT_EQ(130, result.exitCode) << result.messages;
     const Audio mix = readAudio(folder / "mix.wav");
     EXPECT_GT(mix.frameCount(), 0);
     EXPECT_LT(mix.frameCount(), 48000 * 60);
     EXPECT_TRUE(result.says(std::to_string(mix.frameCount()) + " frames"));
+
+    const auto told = other.wait();
+    EXPECT_EQ(143, told.exitCode) << told.messages;
+    EXPECT_EQ(readAudio(folder / "other.wav").frameCount(),
+              nlohmann::json::parse(told.output).at("summary").at("frames"));
 }
 
 }  // namespace

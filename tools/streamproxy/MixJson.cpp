@@ -1,5 +1,6 @@
 #include "tools/streamproxy/MixJson.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <nlohmann/json.hpp>
