@@ -88,11 +88,17 @@ def keys_of(value):
 
 
 def check_json():
-    samples = SCRATCH / "samples"
-    output = subprocess.run([TOOL, "mix", f"{samples}/voice.wav@volume=1:0.5", "-o",
-                             SCRATCH / "mix.wav", "--json"], check=True, text=True,
-                            stdout=subprocess.PIPE).stdout
+    """Every field of every document."""
+    samples, output = SCRATCH / "samples", SCRATCH / "mix.wav"
     text = (TREE / "docs/tools.md").read_text()
-    for key in sorted(keys_of(json.loads(output))):
-        if f"`{key}`" not in text:
-            fail("docs/tools.md", f"does not tell what {key} of mix --json is")
+    for arguments in (
+        ["mix", f"{samples}/voice.wav@volume=1:0.5", "-o", output],
+        ["hwsync", "inspect", f"{samples}/stream.hws"],
+        ["hwsync", "replay", f"{samples}/stream.hws", "--rate", "44100", "--duration", "1s",
+         "--event", "0.5s:jump=+400ms"],
+    ):
+        document = subprocess.run([TOOL, *arguments, "--json"], check=True, text=True,
+                                  stdout=subprocess.PIPE).stdout
+        for key in sorted(keys_of(json.loads(document))):
+            if f"`{key}`" not in text:
+                fail("docs/tools.md", f"does not tell what {key} is in the JSON of {arguments[:2]}")
