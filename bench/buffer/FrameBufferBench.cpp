@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/support/Benchmarks.h"
 #include "bench/support/Duel.h"
 
 namespace {
@@ -176,7 +177,9 @@ void addMemcpy(Duel& duel, size_t count) {
     });
 }
 
-void registerRings() {
+}  // namespace
+
+void registerBenchmarks() {
     for (const size_t count : {1U, 31U, 128U, 441U, 960U, 1023U}) {
         const std::string size = "/" + std::to_string(count);
         registerDuel("ring/copy" + size, [count](Duel& duel) {
@@ -198,13 +201,4 @@ void registerRings() {
             addTwoThreads<JackRing>(duel, "jack", count);
         });
     }
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    registerRings();
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
 }

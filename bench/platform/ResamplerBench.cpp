@@ -16,6 +16,7 @@ extern "C" {
 #include <memory>
 #include <vector>
 
+#include "bench/support/Benchmarks.h"
 #include "bench/support/Duel.h"
 #include "tests/platform/ResamplerFixture.h"
 
@@ -220,7 +221,9 @@ void measureQuality(benchmark::State& state, RatePair rates) {
     }
 }
 
-void registerConverters() {
+}  // namespace
+
+void registerBenchmarks() {
     for (const RatePair rates : {RatePair{48000, 44100}, RatePair{44100, 48000},
                                  RatePair{96000, 48000}, RatePair{32000, 48000}}) {
         registerDuel("resampler/" + pairName(rates), [rates](Duel& duel) {
@@ -234,13 +237,4 @@ void registerConverters() {
         benchmark::RegisterBenchmark(("quality/" + pairName(rates)).c_str(), measureQuality, rates)
             ->Iterations(1);
     }
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    registerConverters();
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
 }

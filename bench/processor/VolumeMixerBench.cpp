@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "bench/processor/textbook.h"
+#include "bench/support/Benchmarks.h"
 #include "bench/support/Duel.h"
 #include "processor/VolumeKernels.h"
 
@@ -111,7 +112,9 @@ void addMemcpy(Duel& duel, size_t frames) {
              [pass] { memcpy(pass->out.data(), pass->in.data(), 4 * pass->frames); });
 }
 
-void registerKernels() {
+}  // namespace
+
+void registerBenchmarks() {
     const bool wide = android::widestInstructionSet() == InstructionSet::kAvx2;
     for (const size_t frames : {64U, 441U, 900U, 960U, 4096U}) {
         const std::string size = "/" + std::to_string(frames);
@@ -139,13 +142,4 @@ void registerKernels() {
             });
         }
     }
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    registerKernels();
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
 }

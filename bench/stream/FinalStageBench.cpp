@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "bench/processor/textbook.h"
+#include "bench/support/Benchmarks.h"
 #include "bench/support/Duel.h"
 #include "processor/VolumeMixer.h"
 
@@ -53,7 +54,9 @@ private:
     std::vector<sp<VolumeMixer>> mStages;
 };
 
-void registerStages() {
+}  // namespace
+
+void registerBenchmarks() {
     for (const size_t streamCount : {1U, 8U, 64U}) {
         for (const size_t frames : {441U, 900U, 960U}) {
             const std::string name = std::to_string(streamCount) + "/" + std::to_string(frames);
@@ -76,13 +79,4 @@ void registerStages() {
             });
         }
     }
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    registerStages();
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
 }

@@ -1,8 +1,10 @@
 #include "bench/support/Duel.h"
 
-#include <algorithm>
 #include <chrono>
+#include <stdexcept>
 #include <utility>
+
+#include "bench/support/Distribution.h"
 
 namespace {
 
@@ -25,12 +27,6 @@ double Duel::sliceNs(const Contender& contender) {
         .count();
 }
 
-double Duel::median(std::vector<double> values) {
-    const auto middle = values.begin() + static_cast<ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
-}
-
 void Duel::measure(benchmark::State& state) {
     for (Contender& contender : mContenders) {
         while (sliceNs(contender) < kSliceNs / 2) {
@@ -47,25 +43,43 @@ void Duel::measure(benchmark::State& state) {
         }
     }
     for (const Contender& contender : mContenders) {
-        state.counters[contender.name] = median(contender.nsAUnit);
-        if (&contender == mContenders.data()) {
-            continue;
+        state.counters[contender.name] = Distribution(contender.nsAUnit).median();
+        if (&contender != mContenders.data()) {
+            state.counters["ratio " + contender.name] = ratio(contender);
         }
-        std::vector<double> ratios;
-        for (size_t round = 0; round < contender.nsAUnit.size(); ++round) {
-            ratios.push_back(mContenders.front().nsAUnit[round] / contender.nsAUnit[round]);
-        }
-        state.counters["ratio " + contender.name] = median(std::move(ratios));
     }
 }
 
-void registerDuel(const std::string& name, std::function<void(Duel&)> setUp) {
-    benchmark::RegisterBenchmark(name.c_str(),
-                                 [setUp = std::move(setUp)](benchmark::State& state) {
-                                     Duel duel;
-                                     setUp(duel);
-                                     duel.measure(state);
-                                 })
+double Duel::ratio(const Contender& contender) const {
+    Distribution ratios;
+    for (size_t round = 0; round < contender.nsAUnit.size(); ++round) {
+        ratios.add(mContenders.front().nsAUnit[round] / contender.nsAUnit[round]);
+    }
+    return ratios.median();
+}
+
+double Duel::ratio(const std::string& name) const {
+    for (const Contender& contender : mContenders) {
+        if (contender.name == name) {
+            return ratio(contender);
+        }
+    }
+    throw std::out_of_range("nobody is called " + name);
+}
+
+void registerDuel(const std::string& name, std::function<void(Duel&)> setUp,
+                  std::function<void(const Duel&, Bounds&)> check) {
+    benchmark::RegisterBenchmark(
+        name.c_str(),
+        [name, setUp = std::move(setUp), check = std::move(check)](benchmark::State& state) {
+            Duel duel;
+            setUp(duel);
+            duel.measure(state);
+            if (check != nullptr) {
+                Bounds bounds(state, name);
+                check(duel, bounds);
+            }
+        })
         ->Iterations(Duel::kRounds)
         ->UseManualTime();
 }

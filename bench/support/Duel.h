@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "bench/support/Bounds.h"
+
 /**
  * Contenders on the same work, measured by turns: what disturbs the machine disturbs them all. One
  * iteration of the benchmark is one round, in which each contender runs for a slice of time; the
@@ -23,6 +25,9 @@ public:
 
     void measure(benchmark::State& state);
 
+    /** After that: the first contender's time over that of `name`. */
+    double ratio(const std::string& name) const;
+
 private:
     struct Contender {
         std::string name;
@@ -33,10 +38,11 @@ private:
     };
 
     static double sliceNs(const Contender& contender);
-    static double median(std::vector<double> values);
+    double ratio(const Contender& contender) const;
 
     std::vector<Contender> mContenders;
 };
 
-/** Registers a duel: `setUp(duel)` adds the contenders. */
-void registerDuel(const std::string& name, std::function<void(Duel&)> setUp);
+/** Registers a duel: `setUp(duel)` adds the contenders, `check` tells what may come of it. */
+void registerDuel(const std::string& name, std::function<void(Duel&)> setUp,
+                  std::function<void(const Duel&, Bounds&)> check = nullptr);

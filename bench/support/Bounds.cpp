@@ -1,0 +1,40 @@
+#include "bench/support/Bounds.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+double slack() {
+    const char* const text = getenv("STREAMPROXY_BENCH_SLACK");
+    return text != nullptr ? strtod(text, nullptr) : 1;
+}
+
+}  // namespace
+
+bool Bounds::sBroken = false;
+
+// Written so that a figure that is no number breaks its bound.
+void Bounds::atMost(const std::string& name, double value, double bound) {
+    mState.counters[name] = value;
+    if (!(value <= bound)) {
+        report(name, value, "above", bound);
+    }
+}
+
+void Bounds::atLeast(const std::string& name, double value, double bound) {
+    mState.counters[name] = value;
+    if (!(value >= bound)) {
+        report(name, value, "below", bound);
+    }
+}
+
+void Bounds::timeAtMost(const std::string& name, double value, double bound) {
+    atMost(name, value, bound * slack());
+}
+
+void Bounds::report(const std::string& name, double value, const char* relation, double bound) {
+    sBroken = true;
+    fprintf(stderr, "%s: %s is %g, %s its bound of %g\n", mBenchmark.c_str(), name.c_str(), value,
+            relation, bound);
+}
