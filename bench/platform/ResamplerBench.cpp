@@ -19,6 +19,7 @@ extern "C" {
 #include "bench/support/Benchmarks.h"
 #include "bench/support/Duel.h"
 #include "tests/platform/ResamplerFixture.h"
+#include "tests/platform/Spectrum.h"
 
 namespace {
 
@@ -26,6 +27,7 @@ using android::Pcm;
 using android::RatePair;
 
 constexpr int kSpeexQuality = 4;
+constexpr double kRounding = 1e-3;  // of a latency in ns to input frames
 
 /** Each converts interleaved stereo; the output frames made. */
 class Ours {
@@ -194,30 +196,51 @@ android::Tone measurePair(RatePair rates, double frequencyHz, Convert convert) {
     return android::measureTone(convert(in), frequencyHz, rates.out, settled);
 }
 
-/** The quality gate's figures, ours and speexdsp's, as counters. */
+/** What one converter of one channel does to tones. */
+struct Quality {
+    template <typename Convert>
+    Quality(RatePair rates, Convert convert)
+        : speech(measurePair(rates, 997, convert)),
+          high(measurePair(rates, 0.4 * rates.lower(), convert)),
+          edge(measurePair(rates, 0.45 * rates.lower(), convert)),
+          spurs(android::worstSpurs(rates, convert)) {}
+
+    android::Tone speech;
+    android::Tone high;  // at 0.8 of the lower Nyquist frequency
+    android::Tone edge;  // at 0.9
+    android::Spurs spurs;
+};
+
+/** Ours within its bounds, and beside speexdsp; the figures of both as counters. */
 void measureQuality(benchmark::State& state, RatePair rates) {
-    const auto ours = [rates](const Pcm& in) {
-        return android::TestConverter(rates).convertAll(in);
-    };
-    const auto speex = [rates](Pcm in) {
-        Pcm out(in.size() * rates.out / rates.in + 16);
-        out.resize(Speex(rates, 1).convert(in, out, 1));
-        return out;
-    };
-    const double nyquistHz = rates.lower() / 2.0;
     for ([[maybe_unused]] auto _ : state) {
-        state.counters["snr 997 Hz"] = measurePair(rates, 997, ours).snrDb;
-        state.counters["snr 0.8"] = measurePair(rates, 0.8 * nyquistHz, ours).snrDb;
-        state.counters["level 0.8"] = measurePair(rates, 0.8 * nyquistHz, ours).levelDb;
-        state.counters["level 0.9"] = measurePair(rates, 0.9 * nyquistHz, ours).levelDb;
-        state.counters["speex snr 997 Hz"] = measurePair(rates, 997, speex).snrDb;
-        state.counters["speex snr 0.8"] = measurePair(rates, 0.8 * nyquistHz, speex).snrDb;
-        state.counters["speex level 0.8"] = measurePair(rates, 0.8 * nyquistHz, speex).levelDb;
-        state.counters["speex level 0.9"] = measurePair(rates, 0.9 * nyquistHz, speex).levelDb;
+        const Quality ours(
+            rates, [rates](const Pcm& in) { return android::TestConverter(rates).convertAll(in); });
+        const Quality speex(rates, [rates](Pcm in) {
+            Pcm out(in.size() * rates.out / rates.in + 16);
+            out.resize(Speex(rates, 1).convert(in, out, 1));
+            return out;
+        });
         android::TestConverter converter(rates);
-        state.counters["latency"] =
-            1e-9 * converter.handle()->delay_ns(converter.handle()) * rates.in;
-        state.counters["speex latency"] = Speex(rates, 1).inputLatency();
+        const double latency = 1e-9 * converter.handle()->delay_ns(converter.handle()) * rates.in;
+        const double speexLatency = Speex(rates, 1).inputLatency();
+        // Where no tone lies above the band both have the same aliases, none.
+        Bounds bounds(state, "quality/" + pairName(rates));
+        bounds.atLeast("snr 997 Hz", ours.speech.snrDb, 93);
+        bounds.atLeast("snr 0.8", ours.high.snrDb, 90);
+        bounds.atMost("level error 0.8", std::abs(ours.high.levelDb), 0.02);
+        bounds.atLeast("level 0.9", ours.edge.levelDb, speex.edge.levelDb - 0.1);
+        bounds.atMost("images", ours.spurs.keptDb, std::min(-80.0, speex.spurs.keptDb + 2));
+        bounds.atMost("aliases", ours.spurs.foldedDb, std::min(-80.0, speex.spurs.foldedDb + 2));
+        bounds.atMost("latency", latency, speexLatency + 4 + kRounding);
+        state.counters["level 0.8"] = ours.high.levelDb;
+        state.counters["speex snr 997 Hz"] = speex.speech.snrDb;
+        state.counters["speex snr 0.8"] = speex.high.snrDb;
+        state.counters["speex level 0.8"] = speex.high.levelDb;
+        state.counters["speex level 0.9"] = speex.edge.levelDb;
+        state.counters["speex images"] = speex.spurs.keptDb;
+        state.counters["speex aliases"] = speex.spurs.foldedDb;
+        state.counters["speex latency"] = speexLatency;
     }
 }
 

@@ -1,5 +1,4 @@
 // The converter as a listener hears it: level, noise, aliases and images, latency.
-#include <fftw3.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -7,6 +6,7 @@
 #include <string>
 
 #include "ResamplerFixture.h"
+#include "Spectrum.h"
 
 namespace android {
 namespace {
@@ -20,35 +20,6 @@ Tone measurePair(RatePair rates, double frequencyHz) {
     const Pcm tone = makeTone(frequencyHz, rates.in, rates.in / 2);
     const size_t settled = 100 * (static_cast<size_t>(rates.out) / rates.lower() + 1);
     return measureTone(TestConverter(rates).convertAll(tone), frequencyHz, rates.out, settled);
-}
-
-// The highest line of the end of a signal, in dB of makeTone's level, the tone's own left out.
-double highestLine(const Pcm& signal, double toneHz, uint32_t rateHz) {
-    constexpr int kFrames = 8192;
-    static std::vector<double> sSamples(kFrames);
-    static std::vector<fftw_complex> sLines(kFrames / 2 + 1);
-    static const fftw_plan sPlan =
-        fftw_plan_dft_r2c_1d(kFrames, sSamples.data(), sLines.data(), FFTW_ESTIMATE);
-    for (size_t i = 0; i < kFrames; ++i) {  // Blackman-Harris: side lobes at -92 dB
-        const double x = 2 * std::numbers::pi * static_cast<double>(i) / kFrames;
-        const double window =
-            0.35875 - 0.48829 * cos(x) + 0.14128 * cos(2 * x) - 0.01168 * cos(3 * x);
-        sSamples[i] = window * signal[signal.size() - kFrames + i];
-    }
-    fftw_execute(sPlan);
-    double highest = 1e-3;
-    for (size_t bin = 0; bin < sLines.size(); ++bin) {
-        if (std::abs(static_cast<double>(bin) - toneHz * kFrames / rateHz) > 5) {
-            highest = std::max(highest, std::hypot(sLines[bin][0], sLines[bin][1]));
-        }
-    }
-    return 20 * std::log10(highest / (kToneAmplitude * 0.35875 * kFrames / 2));
-}
-
-double measureSpur(RatePair rates, double frequencyHz, bool isToneKept) {
-    const size_t frames = size_t{8192 + 400} * rates.in / rates.out + 400;
-    const Pcm out = TestConverter(rates).convertAll(makeTone(frequencyHz, rates.in, frames));
-    return highestLine(out, isToneKept ? frequencyHz : -rates.out, rates.out);
 }
 
 class ResamplerQuality : public testing::TestWithParam<RatePair> {};
@@ -89,19 +60,12 @@ INSTANTIATE_TEST_SUITE_P(Interpolated, ResamplerQuality,
 
 TEST(ResamplerFilter, SuppressesImagesAndAliasesBeyondTheTransitionBand) {
     for (const RatePair rates : kCommonPairs) {
-        const double nyquistHz = rates.lower() / 2.0;
-        double worstKept = -300;
-        for (double relative = 0.02; relative < 0.975; relative += 0.019) {
-            worstKept = std::max(worstKept, measureSpur(rates, relative * nyquistHz, true));
-        }
-        double worstFolded = -300;  // stays so where no tone above the band exists
-        for (double hz = 1.01 * nyquistHz; hz < rates.in / 2.0; hz += 0.0123 * nyquistHz) {
-            worstFolded = std::max(worstFolded, measureSpur(rates, hz, false));
-        }
+        const Spurs worst = worstSpurs(
+            rates, [rates](const Pcm& in) { return TestConverter(rates).convertAll(in); });
         std::printf("%-14s highest line beside a kept tone %.1f dB, of one above the band %.1f\n",
-                    pairName(rates).c_str(), worstKept, worstFolded);
-        EXPECT_LE(worstKept, -80) << pairName(rates);
-        EXPECT_LE(worstFolded, -80) << pairName(rates);
+                    pairName(rates).c_str(), worst.keptDb, worst.foldedDb);
+        EXPECT_LE(worst.keptDb, -80) << pairName(rates);
+        EXPECT_LE(worst.foldedDb, -80) << pairName(rates);
     }
 }
 
