@@ -1,5 +1,6 @@
 # shellcheck shell=bash
-# ./dev arm64 : the tests and the demo's mix as AArch64 code, under user-mode emulation.
+# ./dev arm64 [--update]: the tests, the demo's mix and the instructions a frame takes, as AArch64
+# code under user-mode emulation; --update: only keep those instructions as the table to compare with.
 
 # Fills build/arm64-root with the target's libraries, out of packages of that architecture. They are
 # unpacked there, not installed: the machine's own packages stay as they are.
@@ -58,8 +59,17 @@ verb_arm64() {
     need_build
     need g++-aarch64-linux-gnu qemu-user googletest python3 sndfile-programs abigail-tools
     fill_arm64_root
-    forget arm64 arm64-vectors arm64-mix-0 arm64-mix-1
     export QEMU_LD_PREFIX=$PWD/build/arm64-root
+    case "${1:-}" in
+    '') ;;
+    --update)
+        CC='' CXX='' STDLIB='' TARGET=bench_instructions build arm64
+        python3 scripts/instructions.py update build/arm64/bin/bench_instructions
+        return
+        ;;
+    *) die "arm64: '$1' is not --update" ;;
+    esac
+    forget arm64 arm64-vectors arm64-instructions arm64-mix-0 arm64-mix-1
     CC='' CXX='' STDLIB='' build arm64 -DSTREAMPROXY_BUILD_TESTS=ON
 
     say "vector code of the kernels and the resampler"
@@ -73,6 +83,12 @@ verb_arm64() {
         '^android::PolyphaseFilter::runPairBaseline' 1 3
     record arm64-vectors "$(awk '{ loops += $1 } END { printf "%d functions, %d vector loops", NR, loops }' \
         <<<"${VECTORISED%$'\n'}")"
+
+    say "instructions a frame"
+    local instructions
+    instructions=$(python3 scripts/instructions.py check build/arm64/bin/bench_instructions) ||
+        die "a frame takes more instructions; ./dev arm64 --update keeps what it takes now"
+    record arm64-instructions "$instructions"
 
     # shellcheck source=scripts/hardening.sh
     . scripts/hardening.sh

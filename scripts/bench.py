@@ -1,9 +1,10 @@
-"""Ratios to the peers out of Google Benchmark's files, beside what they are to reach.
+"""The tables of docs/performance.md out of Google Benchmark's files: ratios to the peers beside what
+they are to reach, and the figures of the library by itself.
 
     bench.py print|check|update FOLDER
 
-FOLDER holds bench/ and bench-baseline/, see scripts/bench.sh. `update` writes the table into
-docs/performance.md; `check` fails where a ratio is far above its reach.
+FOLDER holds bench/ and bench-baseline/, see scripts/bench.sh. `update` writes the tables into
+the page; `check` fails where a ratio is far above its reach, or was not measured.
 """
 
 import json
@@ -13,6 +14,8 @@ import re
 import subprocess
 import sys
 from datetime import date
+
+import page
 
 SETS = ("bench", "bench-baseline")
 CHECK_FACTOR = 2.5  # beyond any disturbance seen, below what lost vectors cost
@@ -92,10 +95,8 @@ def cell(ratio, reach):
 
 
 def markdown(rows):
-    lines = ["| what | against | AVX2 | baseline |", "| --- | --- | --- | --- |"]
-    lines += [f"| {what} | {against} | " + " | ".join(cell(*c) for c in cells) + " |"
-              for what, against, cells in rows]
-    return "\n".join(lines)
+    return page.table(["what", "against", "AVX2", "baseline"],
+                      [[what, against, *[cell(*c) for c in cells]] for what, against, cells in rows])
 
 
 def machine():
@@ -106,47 +107,103 @@ def machine():
             f"{compiler.stdout.splitlines()[0]}, {date.today().isoformat()}")
 
 
-def update(rows, folder):
-    path = "docs/performance.md"
-    with open(path, encoding="utf-8") as page:
-        text = page.read()
-    parts = {"ratios": f"{machine()}\n\n{markdown(rows)}", "quality": quality(folder)}
-    for name, content in parts.items():
-        text = re.sub(rf"(<!-- {name} -->\n).*?(<!-- end -->)",
-                      lambda mark, content=content: f"{mark[1]}{content}\n{mark[2]}", text,
-                      flags=re.S)
-    with open(path, "w", encoding="utf-8") as page:
-        page.write(text)
+def runs(folder, program, prefix):
+    """The benchmarks of a name, as (the rest of the name, the figures)."""
+    for run in (load(f"{folder}/bench", program + ".json") or {"benchmarks": []})["benchmarks"]:
+        name = run["name"].split("/iterations")[0]
+        if name.startswith(prefix):
+            yield name.removeprefix(prefix), run
 
 
 def quality(folder):
-    report = load(f"{folder}/bench", "resampler.json") or {"benchmarks": []}
-    lines = ["| rates | | SNR 997 Hz | SNR 0.8 Nyquist | level 0.8 | level 0.9 | latency, input "
-             "frames |", "| --- | --- | --- | --- | --- | --- | --- |"]
-    for run in report["benchmarks"]:
-        if not run["name"].startswith("quality/"):
-            continue
-        pair = run["name"].split("/")[1].replace("to", "→")
+    rows = []
+    for pair, run in runs(folder, "resampler", "quality/"):
         for who, prefix in (("this library", ""), ("speexdsp 4", "speex ")):
-            lines.append(
-                f"| {pair} | {who} | {run[prefix + 'snr 997 Hz']:.1f} dB | "
-                f"{run[prefix + 'snr 0.8']:.1f} dB | {run[prefix + 'level 0.8']:+.3f} dB | "
-                f"{run[prefix + 'level 0.9']:+.2f} dB | {run[prefix + 'latency']:.0f} |")
-    return "\n".join(lines)
+            def figure(name, digits, run=run, prefix=prefix):
+                value = run[prefix + name]
+                return "none" if value <= -300 else f"{value:.{digits}f} dB"
+            rows.append([pair.replace("to", "→"), who, figure("snr 997 Hz", 1),
+                         figure("snr 0.8", 1), figure("level 0.8", 3), figure("level 0.9", 2),
+                         figure("images", 1), figure("aliases", 1), f"{run[prefix + 'latency']:.0f}"])
+    return page.table(["rates", "", "SNR 997 Hz", "SNR 0.8 Nyquist", "level 0.8", "level 0.9",
+                       "highest image", "highest alias", "latency, input frames"], rows)
+
+
+def growth(folder):
+    counts = [1, 2, 4, 8, 16, 32, 64]
+    frames = [[kind, *[f"{run[f'{count} streams']:.2f}" for count in counts],
+               f"{run['highest to 1 stream']:.2f}"]
+              for kind, run in runs(folder, "growth", "growth/frame/")]
+    changes = [[kind, f"{run['beside 1'] / 1000:.1f}", f"{run['beside 500'] / 1000:.1f}",
+                f"{run['500 to 1']:.2f}"] for kind, run in runs(folder, "growth", "growth/change/")]
+    memory = [[kind, *[f"{run[name]:.0f}" for name in ("buffer bytes", "bytes beside buffers",
+                                                       "resident bytes", "bytes grown")]]
+              for kind, run in runs(folder, "growth", "growth/memory/")]
+    return "\n\n".join([
+        page.table(["ns a frame of a stream, by streams", *map(str, counts),
+                    "highest of 2 to 64 to 1"], frames),
+        page.table(["making and dropping a stream, µs", "beside 1", "beside 500", "ratio"], changes),
+        page.table(["bytes a stream, of 500", "buffers", "beside them", "resident",
+                    "grown while playing"], memory)])
+
+
+def latency(folder):
+    rows = []
+    for kind, run in runs(folder, "latency", "latency/"):
+        for part, text in (("all", "all"), ("asleep", "the worker's idle sleep"),
+                           ("rest", "the rest")):
+            rows.append([kind, text, *[f"{run[f'{part} {spread}']:.2f}"
+                                       for spread in ("p50", "p90", "p99", "max")]])
+    return page.table(["stream", "ms", "p50", "p90", "p99", "max"], rows)
+
+
+def control(folder):
+    calls, cycles = [], []
+    for kind, run in runs(folder, "control", "control/"):
+        names = [name.removesuffix("p50 us") for name in run
+                 if name.endswith("p50 us") and "cycle" not in name]
+        for name in names:
+            calls.append([kind if name == "" else f"{kind}: {name.strip()}",
+                          f"{run[name + 'calls']:.0f}",
+                          *[f"{run[name + spread]:.1f}" for spread in ("p50 us", "p99 us", "max us")],
+                          *[f"{run[name + spread]:.0f}"
+                            for spread in ("p90 cycles", "p99 cycles", "max cycles")]])
+        cycles.append([kind, f"{run['own us']:.1f}",
+                       *[f"{run[f'{which}cycle {spread} us']:.0f}"
+                         for which in ("", "called ") for spread in ("p50", "p99", "max")]])
+    return "\n\n".join([
+        page.table(["call", "calls", "µs p50", "p99", "max", "cycles begun p90", "p99", "max"], calls),
+        page.table(["calls", "µs while nothing is mixed", "a cycle's µs without them p50", "p99",
+                    "max", "with them p50", "p99", "max"], cycles)])
+
+
+def update(rows, folder):
+    page.replace({"ratios": f"{machine()}\n\n{markdown(rows)}", "quality": quality(folder),
+                  "growth": growth(folder), "latency": latency(folder),
+                  "control": control(folder)})
+
+
+def check(rows):
+    # Two threads' ring and the whole job are not for a machine that does other things too.
+    wanted = [(what, *cells[0]) for what, _, cells in rows
+              if "two threads" not in what and "whole job" not in what]
+    faults = [f"{what}: {'not measured' if ratio is None else f'{ratio:.2f}'}, wanted {reach}"
+              for what, ratio, reach in wanted if ratio is None or ratio > CHECK_FACTOR * reach]
+    if faults:
+        sys.exit("bench.py: far from reach:\n" + "\n".join(faults))
 
 
 def main():
     mode, folder = sys.argv[1:]
     rows = table(folder)
     print(markdown(rows))
-    if mode == "update":
+    if mode == "print":
+        for part in (quality, growth, latency, control):
+            print(f"\n{part(folder)}")
+    elif mode == "update":
         update(rows, folder)
-    if mode == "check":
-        measured = [(what, *cells[0]) for what, _, cells in rows if cells[0][0] is not None]
-        slow = [f"{what}: {ratio:.2f}, wanted {reach}" for what, ratio, reach in measured
-                if reach and ratio > CHECK_FACTOR * reach]
-        if slow or not measured:
-            sys.exit("bench.py: far from reach:\n" + "\n".join(slow or ["nothing measured"]))
+    elif mode == "check":
+        check(rows)
     return 0
 
 
