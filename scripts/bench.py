@@ -39,6 +39,7 @@ ROWS = [
     ("16→16 mixing, no ramp", "kernels", "kernel/16to16/none/900", ["sdl2"], (0.03, 0.07)),
     ("16→16 mixing, ramp", "kernels", "kernel/16to16/ramp/900", ["sdl2"], (0.03, 0.07)),
     ("the same", "kernels", "kernel/16to16/ramp/900", ["floor"], (None, None)),
+    ("channels from 1 and 6 to 2", "channels", "channels/.*/960", ["plain"], (1.10, 1.10)),
     *[(f"ring, copying {frames} frames, one thread", "rings", f"ring/copy/{frames}",
        ["boost", "jack"], (1.03, 1.03)) for frames in (960, 441)],
     ("ring, copying, two threads", "rings", "ring/two_threads/(441|960)", ["boost", "jack"],

@@ -3,7 +3,7 @@
 # for the baseline instruction set.
 
 # Beside peers, so on both instruction sets; and the library by itself.
-BENCH_DUELS=(kernels rings final_stage resampler)
+BENCH_DUELS=(kernels channels rings final_stage resampler)
 BENCH_PIPELINE=(growth latency control)
 
 bench_needs() {
@@ -48,7 +48,7 @@ bench_check() {
     bench_needs
     rm -rf out/bench/bench
     CC='' CXX='' STDLIB='' TARGET=benchmarks build bench
-    bench_run bench '^(kernel/.*/900|ring/(copy|in_place)/960|final_stage/8/900|resampler/|quality/)' \
+    bench_run bench '^(kernel/.*/900|channels/.*/960|ring/(copy|in_place)/960|final_stage/8/900|resampler/|quality/)' \
         "${BENCH_DUELS[@]}"
     STREAMPROXY_BENCH_SLACK=2.5 bench_run bench '^(growth/|control/(volume|pipeline dump)/)' \
         growth control

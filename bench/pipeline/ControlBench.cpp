@@ -14,6 +14,7 @@
 #include "bench/support/Benchmarks.h"
 #include "bench/support/Bounds.h"
 #include "bench/support/Distribution.h"
+#include "bench/support/QuietLog.h"
 
 namespace {
 
@@ -127,6 +128,7 @@ void makeCalls(PacedMix& mix, const std::vector<Call>& made, std::vector<Calls>&
 
 void measureControl(benchmark::State& state, const std::string& name,
                     const std::vector<Call>& made) {
+    const QuietLog quiet;
     double ownUs = 0;
     for (const Call& call : made) {
         ownUs += ownWork(call);

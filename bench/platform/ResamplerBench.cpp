@@ -166,8 +166,8 @@ private:
     SwrContext* mState = nullptr;
 };
 
-Pcm stereoTone(RatePair rates) {
-    const Pcm mono = android::makeTone(997, rates.in, rates.in / 50);
+Pcm stereoTone(RatePair rates, size_t frames) {
+    const Pcm mono = android::makeTone(997, rates.in, frames);
     Pcm stereo;
     for (const int16_t sample : mono) {
         stereo.insert(stereo.end(), {sample, sample});
@@ -175,12 +175,13 @@ Pcm stereoTone(RatePair rates) {
     return stereo;
 }
 
+/** In blocks of so many input frames. */
 template <typename Converter>
-void addConverter(Duel& duel, const std::string& name, RatePair rates) {
+void addConverter(Duel& duel, const std::string& name, RatePair rates, size_t frames) {
     const auto converter = std::make_shared<Converter>(rates);
-    const auto in = std::make_shared<Pcm>(stereoTone(rates));
-    const auto out = std::make_shared<Pcm>(2 * (rates.out / 50 + 64));
-    duel.add(name, rates.out / 50.0,
+    const auto in = std::make_shared<Pcm>(stereoTone(rates, frames));
+    const auto out = std::make_shared<Pcm>(2 * (frames * rates.out / rates.in + 64));
+    duel.add(name, static_cast<double>(frames) * rates.out / rates.in,
              [converter, in, out] { benchmark::DoNotOptimize(converter->convert(*in, *out)); });
 }
 
@@ -250,13 +251,20 @@ void registerBenchmarks() {
     for (const RatePair rates : {RatePair{48000, 44100}, RatePair{44100, 48000},
                                  RatePair{96000, 48000}, RatePair{32000, 48000}}) {
         registerDuel("resampler/" + pairName(rates), [rates](Duel& duel) {
-            addConverter<Ours>(duel, "resampler", rates);
-            addConverter<Speex>(duel, "speexdsp", rates);
-            addConverter<Soxr>(duel, "soxr", rates);
-            addConverter<SampleRate>(duel, "libsamplerate", rates);
-            addConverter<Zita>(duel, "zita", rates);
-            addConverter<SwResample>(duel, "swresample", rates);
+            addConverter<Ours>(duel, "resampler", rates, rates.in / 50);
+            addConverter<Speex>(duel, "speexdsp", rates, rates.in / 50);
+            addConverter<Soxr>(duel, "soxr", rates, rates.in / 50);
+            addConverter<SampleRate>(duel, "libsamplerate", rates, rates.in / 50);
+            addConverter<Zita>(duel, "zita", rates, rates.in / 50);
+            addConverter<SwResample>(duel, "swresample", rates, rates.in / 50);
         });
+        for (const size_t frames : {31U, 441U}) {
+            const auto setUp = [rates, frames](Duel& duel) {
+                addConverter<Ours>(duel, "resampler", rates, frames);
+                addConverter<Speex>(duel, "speexdsp", rates, frames);
+            };
+            registerDuel("resampler/" + pairName(rates) + "/" + std::to_string(frames), setUp);
+        }
         benchmark::RegisterBenchmark(("quality/" + pairName(rates)).c_str(), measureQuality, rates)
             ->Iterations(1);
     }

@@ -116,7 +116,7 @@ void addMemcpy(Duel& duel, size_t frames) {
 
 void registerBenchmarks() {
     const bool wide = android::widestInstructionSet() == InstructionSet::kAvx2;
-    for (const size_t frames : {64U, 441U, 900U, 960U, 4096U}) {
+    for (const size_t frames : {1U, 63U, 441U, 900U, 960U, 4096U}) {
         const std::string size = "/" + std::to_string(frames);
         for (const bool ramp : {false, true}) {
             const std::string name = ramp ? "/ramp" + size : "/none" + size;
