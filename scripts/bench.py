@@ -55,11 +55,16 @@ JOB_ROWS = [("whole job, wall clock", "wall s", ("sox", "ffmpeg"), (0.35, 0.60))
 
 
 def load(folder, name):
+    """What a program wrote; None where it wrote nothing, or was ended while it did. Benchmarks that
+    failed have no figures."""
     try:
         with open(os.path.join(folder, name), encoding="utf-8") as file:
-            return json.load(file)
-    except FileNotFoundError:
+            report = json.load(file)
+    except (FileNotFoundError, json.JSONDecodeError):
         return None
+    if "benchmarks" in report:
+        report["benchmarks"] = [run for run in report["benchmarks"] if "error_occurred" not in run]
+    return report
 
 
 def worst_ratio(report, pattern, peers):

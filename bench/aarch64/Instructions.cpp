@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <exception>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -114,7 +115,7 @@ void measureRing() {
 
 }  // namespace
 
-int main() {
+int main() try {
     measureKernels<0>("adding");
     measureKernels<2>("overwriting");
     measureChannels("1 to 2, 16 bits", 1, AUDIO_FORMAT_PCM_16_BIT);
@@ -126,4 +127,7 @@ int main() {
     measureConverter(96000, 48000);
     measureConverter(32000, 48000);
     measureRing();
+} catch (const std::exception& fault) {
+    fprintf(stderr, "%s\n", fault.what());
+    return 1;
 }

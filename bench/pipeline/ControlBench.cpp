@@ -178,11 +178,13 @@ void measureControl(benchmark::State& state, const std::string& name,
 }  // namespace
 
 void registerBenchmarks() {
+    const auto add = [](const std::string& name, const std::vector<Call>& calls) {
+        registerMeasurement("control/" + name, [=](benchmark::State& state) {
+            measureControl(state, "control/" + name, calls);
+        })->Iterations(1);
+    };
     for (const Call& call : kCalls) {
-        const std::string name = "control/" + call.name;
-        benchmark::RegisterBenchmark(name.c_str(), measureControl, name, std::vector<Call>{call})
-            ->Iterations(1);
+        add(call.name, {call});
     }
-    const std::string name = "control/all at once";
-    benchmark::RegisterBenchmark(name.c_str(), measureControl, name, kCalls)->Iterations(1);
+    add("all at once", kCalls);
 }

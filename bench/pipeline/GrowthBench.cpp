@@ -181,7 +181,9 @@ void registerBenchmarks() {
     // Memory first: what others gave back would be taken for resident already.
     for (const uint32_t rate : {kMixRate, kOtherRate}) {
         const std::string name = "growth/memory/" + rateName(rate);
-        benchmark::RegisterBenchmark(name.c_str(), measureMemory, name, rate)->Iterations(1);
+        registerMeasurement(name, [=](benchmark::State& state) {
+            measureMemory(state, name, rate);
+        })->Iterations(1);
     }
     for (const uint32_t rate : {kMixRate, kOtherRate}) {
         registerCost(rate);

@@ -148,7 +148,8 @@ void measureLatency(benchmark::State& state, const std::string& name, bool isPau
 void registerBenchmarks() {
     for (const bool isPausedBetween : {false, true}) {
         const std::string name = isPausedBetween ? "latency/paused" : "latency/open";
-        benchmark::RegisterBenchmark(name.c_str(), measureLatency, name, isPausedBetween)
-            ->Iterations(1);
+        registerMeasurement(name, [=](benchmark::State& state) {
+            measureLatency(state, name, isPausedBetween);
+        })->Iterations(1);
     }
 }

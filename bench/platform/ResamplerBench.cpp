@@ -265,7 +265,8 @@ void registerBenchmarks() {
             };
             registerDuel("resampler/" + pairName(rates) + "/" + std::to_string(frames), setUp);
         }
-        benchmark::RegisterBenchmark(("quality/" + pairName(rates)).c_str(), measureQuality, rates)
-            ->Iterations(1);
+        registerMeasurement("quality/" + pairName(rates), [rates](benchmark::State& state) {
+            measureQuality(state, rates);
+        })->Iterations(1);
     }
 }

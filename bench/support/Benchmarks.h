@@ -1,4 +1,14 @@
 #pragma once
 
+#include <benchmark/benchmark.h>
+
+#include <functional>
+#include <string>
+
 /** Each program defines this: main() calls it once, then runs what it registered. */
 void registerBenchmarks();
+
+/** Registers a benchmark. What it throws is its failure, and makes the program fail; the others
+ *  run. */
+benchmark::internal::Benchmark* registerMeasurement(const std::string& name,
+                                                    std::function<void(benchmark::State&)> measure);

@@ -33,8 +33,12 @@ void Bounds::timeAtMost(const std::string& name, double value, double bound) {
     atMost(name, value, bound * slack());
 }
 
-void Bounds::report(const std::string& name, double value, const char* relation, double bound) {
+void Bounds::breakOne(const std::string& what) {
     sBroken = true;
-    fprintf(stderr, "%s: %s is %g, %s its bound of %g\n", mBenchmark.c_str(), name.c_str(), value,
-            relation, bound);
+    fprintf(stderr, "%s\n", what.c_str());
+}
+
+void Bounds::report(const std::string& name, double value, const char* relation, double bound) {
+    breakOne(mBenchmark + ": " + name + " is " + std::to_string(value) + ", " + relation +
+             " its bound of " + std::to_string(bound));
 }

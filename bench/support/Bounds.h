@@ -22,6 +22,8 @@ public:
     void atLeast(const std::string& name, double value, double bound);
     void timeAtMost(const std::string& name, double value, double bound);
 
+    /** For a fault that is no figure. */
+    static void breakOne(const std::string& what);
     static bool areBroken() { return sBroken; }
 
 private:

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "bench/support/Benchmarks.h"
 #include "bench/support/Distribution.h"
 
 namespace {
@@ -69,8 +70,8 @@ double Duel::ratio(const std::string& name) const {
 
 void registerDuel(const std::string& name, std::function<void(Duel&)> setUp,
                   std::function<void(const Duel&, Bounds&)> check) {
-    benchmark::RegisterBenchmark(
-        name.c_str(),
+    registerMeasurement(
+        name,
         [name, setUp = std::move(setUp), check = std::move(check)](benchmark::State& state) {
             Duel duel;
             setUp(duel);

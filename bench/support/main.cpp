@@ -1,7 +1,21 @@
-#include <benchmark/benchmark.h>
+#include <exception>
+#include <utility>
 
 #include "bench/support/Benchmarks.h"
 #include "bench/support/Bounds.h"
+
+benchmark::internal::Benchmark* registerMeasurement(
+    const std::string& name, std::function<void(benchmark::State&)> measure) {
+    return benchmark::RegisterBenchmark(
+        name.c_str(), [name, measure = std::move(measure)](benchmark::State& state) {
+            try {
+                measure(state);
+            } catch (const std::exception& fault) {
+                state.SkipWithError(fault.what());
+                Bounds::breakOne(name + ": " + fault.what());
+            }
+        });
+}
 
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
