@@ -46,8 +46,9 @@ void registerCost(uint32_t streamRate) {
         counts.insert(counts.end(), others.begin(), others.end());
         for (const size_t count : counts) {
             const auto mix = std::make_shared<SelfFedMix>(count, streamRate);
-            duel.add(streamsName(count), static_cast<double>(kStreamCycles * SelfFedMix::kFrames),
-                     [mix, count] { mix->run(kStreamCycles / count); });
+            duel.addTimed(streamsName(count),
+                          static_cast<double>(kStreamCycles * SelfFedMix::kFrames),
+                          [mix, count] { return mix->run(kStreamCycles / count); });
         }
     };
     const auto check = [=](const Duel& duel, Bounds& bounds) {

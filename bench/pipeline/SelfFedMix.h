@@ -24,9 +24,9 @@ public:
     SelfFedMix(const SelfFedMix&) = delete;
     SelfFedMix& operator=(const SelfFedMix&) = delete;
 
-    /** Lets the worker make so many blocks; it waits in the callback before and afterwards. Throws
-     *  if one was not whole, or the last one not the sum. */
-    void run(size_t cycleCount);
+    /** Lets the worker make so many blocks; it waits in the callback before and afterwards. The
+     *  processor's ns it took. Throws if a block was not whole, or the last one not the sum. */
+    double run(size_t cycleCount);
 
 private:
     class Output : public android::AudioOutput {
@@ -46,6 +46,8 @@ private:
     const android::sp<Output> mOutput;
     const android::sp<android::AudioPipeline> mPipeline;
     size_t mCyclesLeft = 0;  // the worker's while it runs
+    double mBeginNs = 0;     // of the worker's processor time
+    double mTakenNs = 0;
     bool mSound = true;
 
     std::mutex mLock;

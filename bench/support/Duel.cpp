@@ -15,28 +15,37 @@ constexpr double kSliceNs = 300'000;
 }  // namespace
 
 void Duel::add(const std::string& name, double units, std::function<void()> run) {
-    mContenders.push_back({name, units, std::move(run)});
+    mContenders.push_back({name, units, [run = std::move(run)](int runs) {
+                               const auto begin = std::chrono::steady_clock::now();
+                               for (int i = 0; i < runs; ++i) {
+                                   run();
+                                   benchmark::ClobberMemory();
+                               }
+                               return std::chrono::duration<double, std::nano>(
+                                          std::chrono::steady_clock::now() - begin)
+                                   .count();
+                           }});
 }
 
-double Duel::sliceNs(const Contender& contender) {
-    const auto begin = std::chrono::steady_clock::now();
-    for (int i = 0; i < contender.runsASlice; ++i) {
-        contender.run();
-        benchmark::ClobberMemory();
-    }
-    return std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - begin)
-        .count();
+void Duel::addTimed(const std::string& name, double units, std::function<double()> run) {
+    mContenders.push_back({name, units, [run = std::move(run)](int runs) {
+                               double ns = 0;
+                               for (int i = 0; i < runs; ++i) {
+                                   ns += run();
+                               }
+                               return ns;
+                           }});
 }
 
 void Duel::measure(benchmark::State& state) {
     for (Contender& contender : mContenders) {
-        while (sliceNs(contender) < kSliceNs / 2) {
+        while (contender.runNs(contender.runsASlice) < kSliceNs / 2) {
             contender.runsASlice *= 2;
         }
     }
     for ([[maybe_unused]] auto _ : state) {
         for (Contender& contender : mContenders) {
-            const double ns = sliceNs(contender);
+            const double ns = contender.runNs(contender.runsASlice);
             contender.nsAUnit.push_back(ns / contender.runsASlice / contender.units);
             if (&contender == mContenders.data()) {
                 state.SetIterationTime(ns * 1e-9);

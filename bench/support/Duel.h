@@ -22,6 +22,8 @@ public:
 
     /** `run` does `units` units of work. */
     void add(const std::string& name, double units, std::function<void()> run);
+    /** The same where `run` itself knows the ns that count. */
+    void addTimed(const std::string& name, double units, std::function<double()> run);
 
     void measure(benchmark::State& state);
 
@@ -32,12 +34,11 @@ private:
     struct Contender {
         std::string name;
         double units;
-        std::function<void()> run;
+        std::function<double(int runs)> runNs;
         int runsASlice = 1;
         std::vector<double> nsAUnit = {};
     };
 
-    static double sliceNs(const Contender& contender);
     double ratio(const Contender& contender) const;
 
     std::vector<Contender> mContenders;
