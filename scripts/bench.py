@@ -125,12 +125,12 @@ def quality(folder):
     rows = []
     for pair, run in runs(folder, "resampler", "quality/"):
         for who, prefix in (("this library", ""), ("speexdsp 4", "speex ")):
-            def figure(name, digits, run=run, prefix=prefix):
+            def figure(name, form, run=run, prefix=prefix):
                 value = run[prefix + name]
-                return "none" if value <= -300 else f"{value:.{digits}f} dB"
-            rows.append([pair.replace("to", "→"), who, figure("snr 997 Hz", 1),
-                         figure("snr 0.8", 1), figure("level 0.8", 3), figure("level 0.9", 2),
-                         figure("images", 1), figure("aliases", 1), f"{run[prefix + 'latency']:.0f}"])
+                return "none" if value <= -300 else f"{value:{form}} dB"
+            rows.append([pair.replace("to", "→"), who, figure("snr 997 Hz", ".1f"),
+                         figure("snr 0.8", ".1f"), figure("level 0.8", "+.3f"), figure("level 0.9", "+.2f"),
+                         figure("images", ".1f"), figure("aliases", ".1f"), f"{run[prefix + 'latency']:.0f}"])
     return page.table(["rates", "", "SNR 997 Hz", "SNR 0.8 Nyquist", "level 0.8", "level 0.9",
                        "highest image", "highest alias", "latency, input frames"], rows)
 
