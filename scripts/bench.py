@@ -129,8 +129,9 @@ def quality(folder):
                 value = run[prefix + name]
                 return "none" if value <= -300 else f"{value:{form}} dB"
             rows.append([pair.replace("to", "→"), who, figure("snr 997 Hz", ".1f"),
-                         figure("snr 0.8", ".1f"), figure("level 0.8", "+.3f"), figure("level 0.9", "+.2f"),
-                         figure("images", ".1f"), figure("aliases", ".1f"), f"{run[prefix + 'latency']:.0f}"])
+                         figure("snr 0.8", ".1f"), figure("level 0.8", "+.3f"),
+                         figure("level 0.9", "+.2f"), figure("images", ".1f"),
+                         figure("aliases", ".1f"), f"{run[prefix + 'latency']:.0f}"])
     return page.table(["rates", "", "SNR 997 Hz", "SNR 0.8 Nyquist", "level 0.8", "level 0.9",
                        "highest image", "highest alias", "latency, input frames"], rows)
 
