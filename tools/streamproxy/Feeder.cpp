@@ -78,6 +78,9 @@ int64_t Feeder::writeSome(int64_t maxFrames) {
     const uint8_t* audio =
         mChunk.data() + static_cast<size_t>(mFramesUsed) * mHandover.frameBytes();
     mFramesUsed += frames;
+    if (mTarget.track != nullptr) {
+        mTarget.track->handOver(audio, frames);
+    }
     return write(audio, frames);
 }
 
@@ -104,8 +107,12 @@ int64_t Feeder::write(const uint8_t* audio, int64_t frameCount) {
     int64_t done = 0;
     while (done < frameCount && mBoard.beginWrite(mTarget.index)) {
         const size_t bytes = static_cast<size_t>(frameCount - done) * frameBytes;
-        const int written = mLibrary.writeStream(
-            mTarget.stream, audio + static_cast<size_t>(done) * frameBytes, bytes);
+        int written = 0;
+        {
+            const InputTrack::Write span(mTarget.track);
+            written = mLibrary.writeStream(
+                mTarget.stream, audio + static_cast<size_t>(done) * frameBytes, bytes);
+        }
         const int64_t frames = std::max(written, 0) / static_cast<int64_t>(frameBytes);
         const bool isShort = frames < frameCount - done;
         mBoard.endWrite(mTarget.index, frames, isShort);

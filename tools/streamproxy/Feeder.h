@@ -8,6 +8,7 @@
 #include "tools/streamproxy/FeedBoard.h"
 #include "tools/streamproxy/FrameSource.h"
 #include "tools/streamproxy/Library.h"
+#include "tools/streamproxy/report/InputTrack.h"
 
 namespace android {
 
@@ -22,6 +23,7 @@ public:
         size_t index;  // on the board
         std::string name;
         audio_proxy_stream_t* stream;
+        InputTrack* track = nullptr;  // for the report
     };
 
     Feeder(const Library& library, FeedBoard& board, FrameSource& source, const Handover& handover,

@@ -7,6 +7,7 @@
 #include <csignal>
 #include <filesystem>
 #include <functional>
+#include <optional>
 
 #include "tools/streamproxy/AudioReader.h"
 #include "tools/streamproxy/Interrupt.h"
@@ -15,6 +16,8 @@
 #include "tools/streamproxy/MixReport.h"
 #include "tools/streamproxy/PipeReader.h"
 #include "tools/streamproxy/Properties.h"
+#include "tools/streamproxy/report/MixPage.h"
+#include "tools/streamproxy/report/ReportFile.h"
 
 namespace android {
 
@@ -97,6 +100,10 @@ void MixCommand::addInputOptions() {
 void MixCommand::addOutputOptions(Kind kind) {
     mCommand->add_option("-o,--output", mOutputPath, "The mix: .wav, .flac, .aiff or .caf")
         ->type_name("FILE");
+    mCommand
+        ->add_option("--report", mReportPath,
+                     "An HTML page that shows the course of the mix and of each input")
+        ->type_name("FILE");
     CLI::Option* play = nullptr;
     if (kind == Kind::MIX) {
         play = mCommand->add_flag("--play", mIsPlaying, "Play the mix, with or without -o");
@@ -146,6 +153,7 @@ ExitCode MixCommand::run() {
     openInputs();
     chooseRate();
     checkOutput();
+    checkReport();
     if (!mPropertiesPath.empty()) {
         loadProperties(mPropertiesPath);
     }
@@ -210,6 +218,22 @@ void MixCommand::checkOutput() const {
     }
 }
 
+void MixCommand::checkReport() const {
+    std::vector<std::string> others = {mOutputPath};
+    for (const InputSpec& spec : mSpecs) {
+        others.push_back(spec.isPipe() ? std::string() : spec.path);
+    }
+    for (const std::string& other : others) {
+        std::error_code error;
+        if (!mReportPath.empty() && !other.empty() &&
+            (mReportPath == other || std::filesystem::equivalent(other, mReportPath, error))) {
+            throw ToolError(
+                mReportPath + ": is also an input or the mix; give the report another name",
+                EXIT_USAGE);
+        }
+    }
+}
+
 void MixCommand::makeInputs() {
     std::vector<Handover> handovers;
     for (const auto& reader : mReaders) {
@@ -253,6 +277,10 @@ ExitCode MixCommand::mix(const Library& library) {
     }
     // A device that can't be had leaves no file behind, and does not empty one.
     std::unique_ptr<PlayDevice> device = openDevice();
+    std::optional<ReportFile> page;
+    if (!mReportPath.empty()) {
+        page.emplace(mReportPath);
+    }
     std::unique_ptr<AudioWriter> file;
     if (!mOutputPath.empty()) {
         file = std::make_unique<AudioWriter>(mOutputPath, mRateHz, mBits);
@@ -263,12 +291,19 @@ ExitCode MixCommand::mix(const Library& library) {
     std::vector<MixInput*> ordered = inputs;
     std::stable_partition(ordered.begin(), ordered.end(),
                           [](const MixInput* input) { return input->handover.deliversShort(); });
+    std::optional<MixRecorder> recorder;
+    if (page) {
+        recorder.emplace(
+            ordered,
+            MixRecorder::Config{.rateHz = mRateHz, .bits = mBits, .preRollFrames = mPreRollFrames});
+    }
     MixSession session(library, ordered, output,
                        {.rateHz = mRateHz,
                         .bits = mBits,
                         .isRealTime = mIsRealTime,
                         .isHeardLive = mIsRealTime || mIsPlaying,
-                        .preRollFrames = mPreRollFrames});
+                        .preRollFrames = mPreRollFrames,
+                        .recorder = recorder ? &*recorder : nullptr});
     MixReport report(session, ordered, output,
                      {.path = mOutputPath,
                       .device = mIsPlaying ? mDeviceName : std::string(),
@@ -305,6 +340,12 @@ ExitCode MixCommand::mix(const Library& library) {
                  .rateHz = mRateHz,
                  .bits = mBits})
             .print(elapsed);
+    }
+    if (page) {
+        const std::string name = mOutputPath.empty()
+                                     ? "played on " + mDeviceName
+                                     : std::filesystem::path(mOutputPath).filename().string();
+        page->write(MixPage(session, ordered, *recorder, output, name, mRateHz).page().html());
     }
     const int signalNumber = Interrupt::signalNumber();
     return signalNumber == 0        ? EXIT_OK

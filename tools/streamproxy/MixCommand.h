@@ -34,6 +34,7 @@ private:
     void openInputs();
     void chooseRate();
     void checkOutput() const;
+    void checkReport() const;
     void makeInputs();
     ExitCode mix(const Library& library);
     std::unique_ptr<PlayDevice> openDevice() const;
@@ -44,6 +45,7 @@ private:
     std::vector<std::string> mInputTexts;
     std::vector<std::string> mPipeSettings;
     std::string mOutputPath;
+    std::string mReportPath;
     std::string mDeviceName = "default";
     uint32_t mDeviceBufferMs = 200;
     std::string mLibraryPath;

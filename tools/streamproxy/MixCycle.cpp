@@ -44,6 +44,9 @@ int MixCycle::onBlock(void* cookie, void* buffer, size_t byteCount) {
     } catch (const std::exception& error) {
         self->mBoard.end(FeedBoard::State::FAILED, error.what());
     }
+    if (self->mConfig.recorder != nullptr) {
+        self->mConfig.recorder->endBlock();
+    }
     if (!self->mBoard.isRunning()) {
         self->pauseAll();
     }
@@ -63,6 +66,9 @@ void MixCycle::deliver(const void* buffer, int64_t frameCount) {
     }
     // Counted before a device plays it: the inputs fill up meanwhile, and someone may be looking.
     const int64_t blockStart = mMixedFrames.fetch_add(frameCount);
+    if (mConfig.recorder != nullptr) {
+        mConfig.recorder->beginBlock(blockStart, frameCount);
+    }
     write(buffer, frameCount, blockStart);
     if (!mBoard.isRunning()) {
         return;
@@ -73,6 +79,9 @@ void MixCycle::deliver(const void* buffer, int64_t frameCount) {
         Voice& voice = mVoices[index];
         if (voice.endFrame < 0 && !pauseIfOver(index)) {
             applyGains(voice);
+            if (InputTrack* track = trackOf(voice)) {
+                track->addFill(mConfig.recorder->secondsOf(mMixedFrames), bufferFill(index));
+            }
             mBoard.demand(index, nextDemand(voice));
             isOver = false;
         }
@@ -82,7 +91,10 @@ void MixCycle::deliver(const void* buffer, int64_t frameCount) {
         return;
     }
     feedInputs();
-    waitForInputs();
+    {
+        const MixRecorder::Wait wait(mConfig.recorder, mBoard, mMixedFrames);
+        waitForInputs();
+    }
     pace();
 }
 
@@ -119,8 +131,11 @@ void MixCycle::write(const void* buffer, int64_t frameCount, int64_t blockStart)
     const int64_t to = std::clamp<int64_t>(endFrame - blockStart, 0, frameCount);
     if (to > from) {
         const int64_t frameBytes = mConfig.bits == 16 ? 4 : 8;
-        const bool isWanted = mOutput.write(static_cast<const uint8_t*>(buffer) + from * frameBytes,
-                                            static_cast<size_t>(to - from));
+        const uint8_t* frames = static_cast<const uint8_t*>(buffer) + from * frameBytes;
+        if (mConfig.recorder != nullptr) {
+            mConfig.recorder->heard(frames, to - from);
+        }
+        const bool isWanted = mOutput.write(frames, static_cast<size_t>(to - from));
         // Without a device that holds it back, the mix would run far ahead before anyone else looks.
         if (!isWanted) {
             mBoard.end(FeedBoard::State::STOPPED);
@@ -142,7 +157,19 @@ void MixCycle::applyGains(Voice& voice) {
 
 void MixCycle::setGain(const Voice& voice, float gain) {
     const InputSpec& spec = voice.input->spec;
+    if (InputTrack* track = trackOf(voice)) {
+        track->addGain({.timeSec = mConfig.recorder->secondsOf(mMixedFrames),
+                        .left = spec.leftGain(gain),
+                        .right = spec.rightGain(gain)});
+    }
     mLibrary.setStreamVolume(voice.input->stream, spec.leftGain(gain), spec.rightGain(gain));
+}
+
+/** Where it is written down; null without a report. */
+InputTrack* MixCycle::trackOf(const Voice& voice) const {
+    return mConfig.recorder == nullptr
+               ? nullptr
+               : &mConfig.recorder->input(static_cast<size_t>(&voice - mVoices.data()));
 }
 
 /** Pauses an input that was heard to its end; its feeder is not writing then. */
@@ -162,6 +189,9 @@ bool MixCycle::pause(size_t index) {
     }
     mLibrary.pauseStream(mVoices[index].input->stream);
     mVoices[index].endFrame = mMixedFrames.load();
+    if (InputTrack* track = trackOf(mVoices[index])) {
+        track->setPause(mConfig.recorder->secondsOf(mMixedFrames));
+    }
     return true;
 }
 

@@ -10,6 +10,7 @@
 #include "tools/streamproxy/Library.h"
 #include "tools/streamproxy/MixInput.h"
 #include "tools/streamproxy/MixOutput.h"
+#include "tools/streamproxy/report/MixRecorder.h"
 
 namespace android {
 
@@ -29,6 +30,7 @@ public:
         uint32_t bits;
         bool isRealTime;
         int64_t preRollFrames;  // mixed in front and not written: gains reach their start values
+        MixRecorder* recorder = nullptr;  // for the report
     };
 
     MixCycle(const Library& library, FeedBoard& board, std::vector<MixInput*> inputs,
@@ -70,6 +72,7 @@ private:
     void write(const void* buffer, int64_t frameCount, int64_t blockStart);
     void applyGains(Voice& voice);
     void setGain(const Voice& voice, float gain);
+    InputTrack* trackOf(const Voice& voice) const;
     bool pauseIfOver(size_t index);
     bool pause(size_t index);
     void pauseAll();

@@ -30,6 +30,7 @@ public:
     void abandon();
 
     LevelMeter& meter() { return mMeter; }
+    const LevelMeter& meter() const { return mMeter; }
     int64_t underrunCount() const { return mDevice ? mDevice->underrunCount() : 0; }
 
 private:

@@ -25,7 +25,8 @@ MixSession::MixSession(const Library& library, const std::vector<MixInput*>& inp
              {.rateHz = config.rateHz,
               .bits = config.bits,
               .isRealTime = config.isRealTime,
-              .preRollFrames = config.preRollFrames}) {
+              .preRollFrames = config.preRollFrames,
+              .recorder = config.recorder}) {
     mMixConfig.sample_rate = config.rateHz;
     mMixConfig.format = config.bits == 16 ? 1 : 3;
     mMixConfig.channel_mask = kStereo;
@@ -49,7 +50,11 @@ void MixSession::start() {
         MixInput& input = *mInputs[index];
         mFeeders.push_back(std::make_unique<Feeder>(
             mLibrary, mBoard, input.source, input.handover,
-            Feeder::Target{.index = index, .name = input.spec.path, .stream = input.stream}));
+            Feeder::Target{
+                .index = index,
+                .name = input.spec.path,
+                .stream = input.stream,
+                .track = mConfig.recorder != nullptr ? &mConfig.recorder->input(index) : nullptr}));
         mFeeders.back()->fill(mBoard.input(index).demandFrames);
     }
     for (size_t index = 0; index < mInputs.size(); ++index) {

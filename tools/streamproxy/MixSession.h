@@ -26,6 +26,7 @@ public:
         bool isRealTime;   // paced by the clock
         bool isHeardLive;  // by the clock or a device
         int64_t preRollFrames;
+        MixRecorder* recorder = nullptr;  // for the report
     };
 
     MixSession(const Library& library, const std::vector<MixInput*>& inputs, MixOutput& output,

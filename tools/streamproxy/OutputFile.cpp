@@ -11,11 +11,11 @@
 
 namespace android {
 
-OutputFile::OutputFile(const std::string& path)
+OutputFile::OutputFile(const std::string& path, const char* option)
     : mPath(path), mFd(open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) {
     if (mFd < 0) {
         throw ToolError(path + ": can't be written: " + strerror(errno) +
-                        "; choose another place with -o");
+                        "; choose another place with " + option);
     }
     struct stat status {};
     mIsRegular = fstat(mFd, &status) == 0 && S_ISREG(status.st_mode);

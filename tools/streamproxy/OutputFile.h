@@ -14,8 +14,8 @@ namespace android {
  */
 class OutputFile {
 public:
-    /** Creates or empties `path`; throws ToolError naming it. */
-    explicit OutputFile(const std::string& path);
+    /** Creates or empties `path`; throws ToolError naming it and the option that chose it. */
+    explicit OutputFile(const std::string& path, const char* option = "-o");
     ~OutputFile();  // closes
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;

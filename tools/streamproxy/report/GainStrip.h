@@ -1,0 +1,27 @@
+#pragma once
+
+#include <vector>
+
+#include "tools/streamproxy/report/InputTrack.h"
+#include "tools/streamproxy/report/Strip.h"
+
+namespace android {
+
+/** The gains that an input was given, and how the library walks from one to the next. */
+class GainStrip {
+public:
+    /** `rampSec` is the length of the stream's buffer: a walk takes as long, in a straight line. */
+    GainStrip(const TimeAxis& axis, const std::vector<InputTrack::GainStep>& steps, double rampSec);
+
+    std::string html() const { return mStrip.html(); }
+
+private:
+    void drawChannel(const char* style, const std::vector<InputTrack::GainStep>& steps,
+                     float InputTrack::GainStep::*gain, const char* name);
+
+    const TimeAxis& mAxis;
+    const double mRampSec;
+    Strip mStrip;
+};
+
+}  // namespace android

@@ -1,0 +1,127 @@
+#pragma once
+
+namespace android {
+
+/** How a report looks, in light and in dark. */
+constexpr const char* kReportStyle = R"css(
+:root{color-scheme:light dark;--page:#fff;--card:#f7f8fa;--ink:#1d2430;--soft:#505a69;
+--grid:#d7dce3;--edge:#b4bcc8;--wave:#3d68b0;--rms:#7f9fd3;--peak:#1d3f7d;--cycle:#7d3cb5;
+--callback:#a0690a;--mixing:#1f7a4d;--left:#1f7a4d;--right:#a0690a;--bad:#c8351f;--good:#dff0df;
+--maybe:#fbf0c9;--poor:#fae0da;--fill:#dde8fb;--lead:#1d2430;--silent:#cfd6e0;--playing:#4f86cf;
+--padded:#9fb4d3;--paused:#e6e9ee;--free:#a79fb8;--anchor:#7d3cb5;--silence:#2563c9}
+@media (prefers-color-scheme:dark){:root{--page:#15181d;--card:#1b2027;--ink:#e2e6ec;
+--soft:#a9b3c0;--grid:#2f363f;--edge:#4d5763;--wave:#7fa6ee;--rms:#3f5f96;--peak:#a9c4f5;
+--cycle:#c58af0;--callback:#e0a63c;--mixing:#63c795;--left:#63c795;--right:#e0a63c;--bad:#ff7a63;
+--good:#1d3324;--maybe:#3d3615;--poor:#43231d;--fill:#1c2b45;--lead:#f0f2f5;--silent:#3a4350;
+--playing:#4c7fc8;--padded:#33486a;--paused:#262c34;--free:#6a6280;--anchor:#c58af0;
+--silence:#6ea3ff}}
+*{box-sizing:border-box}
+body{margin:0 auto;padding:24px 28px 64px;max-width:1320px;background:var(--page);color:var(--ink);
+font:15px/1.5 system-ui,"Segoe UI","DejaVu Sans",sans-serif}
+h1{font-size:24px;line-height:1.25;margin:0 0 4px;overflow-wrap:anywhere}
+h2{font-size:18px;margin:0;overflow-wrap:anywhere}
+p{margin:4px 0}.detail{color:var(--soft);overflow-wrap:anywhere}
+section{margin:20px 0;padding:14px 16px 10px;background:var(--card);border:1px solid var(--grid);
+border-radius:8px}
+.scroll{overflow-x:auto}
+table{border-collapse:collapse;width:100%;font-variant-numeric:tabular-nums}
+caption{text-align:left;font-weight:600;font-size:18px;padding-bottom:6px}
+th{font-weight:600;font-size:13px;color:var(--soft);text-align:right;vertical-align:bottom;
+padding:4px 10px;border-bottom:1px solid var(--edge)}
+td{text-align:right;padding:4px 10px;border-bottom:1px solid var(--grid);white-space:nowrap}
+th:first-child,td:first-child{text-align:left;padding-left:0;white-space:normal;
+overflow-wrap:anywhere;min-width:9em}
+tr:last-child td{border-bottom:0}
+dl{display:flex;flex-wrap:wrap;gap:10px 28px;margin:8px 0 4px;font-variant-numeric:tabular-nums}
+dt{font-size:13px;color:var(--soft)}dd{margin:0;font-size:16px}
+figure{margin:12px 0 0}
+figcaption{font-size:13px;font-weight:600;padding-left:52px;margin-bottom:3px}
+.plot{position:relative;margin-left:52px}
+.plot svg{position:absolute;width:100%;height:100%;background:var(--page);
+outline:1px solid var(--edge);overflow:hidden}
+.ticks span{position:absolute;right:100%;margin-right:6px;transform:translateY(-50%);
+font-size:12px;line-height:1;color:var(--soft);white-space:nowrap}
+.over{position:absolute;inset:0;pointer-events:none}
+.over .mark{position:absolute;margin:-5px 0 0 -5px;pointer-events:auto}
+.bandname{position:absolute;right:6px;font-size:12px;line-height:1.4;color:var(--ink)}
+.axis{position:relative;height:20px;margin:4px 0 0 52px;font-size:12px;color:var(--soft)}
+.axis span{position:absolute;transform:translateX(-50%);white-space:nowrap}
+.timename{font-size:12px;color:var(--soft);text-align:center;margin-left:52px}
+.key{padding-left:52px;font-size:13px;color:var(--soft)}
+.key span{display:inline-block;margin-right:14px}
+.swatch,.key .mark{display:inline-block;width:12px;height:12px;margin-right:6px;border-radius:2px;
+vertical-align:-1px}
+.mark{display:block;width:10px;height:10px}
+svg *{vector-effect:non-scaling-stroke}
+svg .grid{stroke:var(--grid);fill:none}
+svg .zero{stroke:var(--edge);fill:none}
+svg .bound{stroke:var(--soft);stroke-dasharray:6 4;fill:none}
+svg .wave{fill:var(--wave);stroke:var(--wave);stroke-width:1}
+svg .rms{fill:var(--rms)}
+svg .peak{fill:none;stroke:var(--peak);stroke-width:1}
+svg .walk{fill:none;stroke-width:2}
+svg .target{fill:none;stroke-width:1;stroke-dasharray:4 3}
+svg .left{stroke:var(--left)}svg .right{stroke:var(--right)}
+svg .room{fill:var(--rms);stroke:var(--rms);stroke-width:1}
+svg .blocks{fill:var(--wave);stroke:var(--wave);stroke-width:1.5}
+svg .cycle{fill:var(--cycle);stroke:var(--cycle);stroke-width:1.5}
+svg .callback{fill:var(--callback);stroke:var(--callback);stroke-width:1.5}
+svg .mixing{fill:var(--mixing);stroke:var(--mixing);stroke-width:1.5}
+svg .lead{fill:var(--lead);stroke:var(--lead);stroke-width:1.6}
+svg .event{stroke:var(--callback);stroke-width:1.5;stroke-dasharray:5 3;fill:none}
+.swatch.blocks{background:var(--wave)}.swatch.cycle{background:var(--cycle)}
+.swatch.callback{background:var(--callback)}.swatch.mixing{background:var(--mixing)}
+.swatch.left{background:var(--left)}.swatch.right{background:var(--right)}
+.swatch.lead{background:var(--lead)}.swatch.event{background:var(--callback)}
+.good{fill:var(--good)}.maybe{fill:var(--maybe)}.poor{fill:var(--poor)}.fill{fill:var(--fill)}
+.swatch.good{background:var(--good)}.swatch.maybe{background:var(--maybe)}
+.swatch.poor{background:var(--poor)}.swatch.fill{background:var(--fill)}
+.silent{fill:var(--silent);background:var(--silent)}
+.playing{fill:var(--playing);background:var(--playing)}
+.padded{fill:var(--padded);background:var(--padded)}
+.paused{fill:var(--paused);background:var(--paused)}
+.late{fill:var(--bad);background:var(--bad)}
+.freerun{fill:var(--free);background:var(--free)}
+.filling{fill:var(--silence);background:var(--silence)}
+.dropping{fill:var(--bad);background:var(--bad)}
+.swatch{outline:1px solid var(--edge)}
+.mark.short{background:var(--bad);clip-path:polygon(50% 0,100% 100%,0 100%)}
+.mark.set{background:var(--left);border-radius:50%;transform:scale(.7)}
+.mark.anchor{background:var(--anchor);clip-path:polygon(50% 0,100% 50%,50% 100%,0 50%)}
+.mark.silence{background:var(--silence);clip-path:polygon(50% 0,100% 100%,0 100%)}
+.mark.drop{background:var(--bad);clip-path:polygon(0 0,100% 0,50% 100%)}
+.hair{position:absolute;top:0;bottom:0;width:1px;background:var(--bad);pointer-events:none}
+#now{position:fixed;right:16px;bottom:12px;padding:3px 10px;border-radius:6px;background:var(--ink);
+color:var(--page);font-size:13px;font-variant-numeric:tabular-nums}
+#now:empty{display:none}
+@media (max-width:700px){body{padding:14px 10px 64px}section{padding:10px 8px}
+.minor{display:none}figcaption,.key{padding-left:0}.plot,.axis,.timename{margin-left:40px}}
+)css";
+
+/** A hair line through all strips, and the time under the pointer. The page works without it. */
+constexpr const char* kReportScript = R"js(
+'use strict';
+const now = document.getElementById('now');
+const plots = Array.from(document.querySelectorAll('.plot'));
+const hairs = plots.map(function (plot) {
+  const hair = document.createElement('div');
+  hair.className = 'hair';
+  hair.hidden = true;
+  plot.append(hair);
+  return hair;
+});
+plots.forEach(function (plot) {
+  plot.addEventListener('pointermove', function (event) {
+    const box = plot.getBoundingClientRect();
+    const share = Math.min(Math.max((event.clientX - box.left) / box.width, 0), 1);
+    hairs.forEach(function (hair) { hair.hidden = false; hair.style.left = 100 * share + '%'; });
+    now.textContent = (share * Number(document.body.dataset.seconds)).toFixed(3) + ' s';
+  });
+  plot.addEventListener('pointerleave', function () {
+    hairs.forEach(function (hair) { hair.hidden = true; });
+    now.textContent = '';
+  });
+});
+)js";
+
+}  // namespace android

@@ -1,0 +1,144 @@
+#include "tools/streamproxy/report/Strip.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+#include <utility>
+
+#include "tools/streamproxy/report/PageText.h"
+
+namespace android {
+
+namespace {
+
+constexpr double kHeight = 1000;
+
+std::string titleOf(const std::string& tip) {
+    return tip.empty() ? std::string() : "<title>" + pageText(tip) + "</title>";
+}
+
+}  // namespace
+
+void Strip::Range::include(double least, double most) {
+    low = isEmpty ? least : std::min(low, least);
+    high = isEmpty ? most : std::max(high, most);
+    isEmpty = false;
+}
+
+Strip::Strip(const TimeAxis& axis, Look look) : mAxis(axis), mLook(std::move(look)) {}
+
+Strip::Ranges Strip::rangesOf(const TimeAxis& axis, const Course& course) {
+    Ranges ranges(static_cast<size_t>(axis.columnCount()));
+    for (const Course::Column& column : course.columns()) {
+        const double end = axis.x(column.endSec);
+        auto index = static_cast<size_t>(axis.x(column.beginSec));
+        do {
+            ranges[std::min(index, ranges.size() - 1)].include(column.low, column.high);
+        } while (static_cast<double>(++index) < end);
+    }
+    return ranges;
+}
+
+double Strip::y(double value) const {
+    const Scale& scale = mLook.scale;
+    const double held = std::clamp(value, scale.low, scale.high);
+    const double share = scale.isLogarithmic
+                             ? std::log(held / scale.low) / std::log(scale.high / scale.low)
+                             : (held - scale.low) / (scale.high - scale.low);
+    return kHeight * (1 - share);
+}
+
+void Strip::band(const char* style, double low, double high, const std::string& label) {
+    const double top = y(high);
+    const double height = y(low) - top;
+    if (height <= 0) {
+        return;
+    }
+    add("<rect class=\"%s\" x=\"0\" y=\"%.0f\" width=\"%d\" height=\"%.0f\"/>", style, top,
+        mAxis.columnCount(), height);
+    if (!label.empty() && height * mLook.heightPx / kHeight > 18) {
+        mMarks += "<span class=\"bandname\" style=\"top:" + pageNumber("%.1f", top / 10) + "%\">" +
+                  pageText(label) + "</span>";
+    }
+}
+
+void Strip::span(const char* style, double fromSec, double toSec, const std::string& tip) {
+    const double left = mAxis.x(fromSec);
+    add("<rect class=\"%s\" x=\"%.2f\" y=\"0\" width=\"%.2f\" height=\"%.0f\">", style, left,
+        std::max(mAxis.x(toSec) - left, 0.5), kHeight);
+    mShapes += titleOf(tip) + "</rect>";
+}
+
+void Strip::rule(const char* style, double value) {
+    add("<path class=\"%s\" d=\"M0 %.0fH%d\"/>", style, y(value), mAxis.columnCount());
+}
+
+void Strip::tick(double value, const std::string& label) {
+    rule("grid", value);
+    mTicks += "<span style=\"top:" + pageNumber("%.1f", y(value) / 10) + "%\">" + pageText(label) +
+              "</span>";
+}
+
+void Strip::ranges(const char* style, const Ranges& ranges) {
+    add("<path class=\"%s\" d=\"", style);
+    for (size_t begin = 0; begin < ranges.size(); ++begin) {
+        if (ranges[begin].isEmpty) {
+            continue;
+        }
+        size_t end = begin;
+        add("M%zu %.0f", begin, y(ranges[begin].high));
+        for (; end < ranges.size() && !ranges[end].isEmpty; ++end) {
+            add("V%.0fh1", y(ranges[end].high));
+        }
+        for (size_t i = end; i-- > begin;) {
+            add("V%.0fh-1", y(ranges[i].low));
+        }
+        mShapes += 'z';
+        begin = end;
+    }
+    mShapes += "\"/>";
+}
+
+void Strip::line(const char* style, const std::vector<Point>& points, const std::string& tip) {
+    add("<path class=\"%s\" d=\"", style);
+    char command = 'M';
+    for (const Point& point : points) {
+        add("%c%.2f %.1f", command, mAxis.x(point.timeSec), y(point.value));
+        command = 'L';
+    }
+    mShapes += "\">" + titleOf(tip) + "</path>";
+}
+
+void Strip::mark(const char* style, const Point& at, const std::string& tip) {
+    const std::string words = pageText(tip);
+    mMarks += std::string("<i class=\"mark ") + style + "\" style=\"left:" +
+              pageNumber("%.2f", 100 * mAxis.x(at.timeSec) / mAxis.columnCount()) +
+              "%;top:" + pageNumber("%.1f", y(at.value) / 10) + "%\" title=\"" + words + "\"></i>";
+}
+
+std::string Strip::html() const {
+    std::string grid;
+    for (const TimeAxis::Tick& tick : mAxis.ticks()) {
+        grid += "M" + pageNumber("%.2f", mAxis.x(tick.timeSec)) + " 0v1000";
+    }
+    const std::string title = pageText(mLook.title);
+    return std::string("<figure data-kind=\"") + mLook.kind + "\"><figcaption>" + title +
+           "</figcaption><div class=\"plot\" style=\"height:" + std::to_string(mLook.heightPx) +
+           "px\"><div class=\"ticks\">" + mTicks + "</div><svg viewBox=\"0 0 " +
+           std::to_string(mAxis.columnCount()) +
+           " 1000\" preserveAspectRatio=\"none\" role=\"img\" aria-label=\"" + title + "\">" +
+           "<path class=\"grid\" d=\"" + grid + "\"/>" + mShapes + "</svg><div class=\"over\">" +
+           mMarks + "</div></div></figure>\n";
+}
+
+void Strip::add(const char* format, ...) {
+    char piece[256];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(piece, sizeof(piece), format, arguments);
+    va_end(arguments);
+    mShapes += piece;
+}
+
+}  // namespace android
