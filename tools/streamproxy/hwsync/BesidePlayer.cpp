@@ -35,7 +35,7 @@ BesidePlayer::~BesidePlayer() {
     stop();
 }
 
-void BesidePlayer::create(const Library& library) {
+void BesidePlayer::create(const Library& library, ReplayRecorder* recorder) {
     const int64_t formerFrames = bufferFramesProperty();
     setProperty(kBufferFramesProperty, std::to_string(mHandover.bufferFrames));
     mStream = library.createStream(&mHandover.config);
@@ -45,7 +45,15 @@ void BesidePlayer::create(const Library& library) {
                         "; see its log with --log debug");
     }
     mLibrary = &library;
-    library.setStreamVolume(mStream, mSpec.leftGain(mSpec.gain), mSpec.rightGain(mSpec.gain));
+    if (recorder != nullptr) {
+        mTrack =
+            recorder->addBeside(mSpec.path,
+                                {.rateHz = mHandover.config.sample_rate,
+                                 .channelCount = mHandover.channelCount,
+                                 .bits = mHandover.sampleBytes() * 8},
+                                static_cast<double>(mHandover.bufferFrames) / mHandover.mixRateHz);
+    }
+    setGain(mSpec.gain, 0.0);
 }
 
 void BesidePlayer::start() {
@@ -76,6 +84,9 @@ size_t BesidePlayer::next() {
     const size_t frameBytes = mHandover.frameBytes();
     size_t frameCount =
         mHasAudio ? mSource.next(mChunk.data(), mChunk.size() / frameBytes) : size_t{0};
+    if (frameCount > 0 && mTrack != nullptr) {
+        mTrack->handOver(mChunk.data(), static_cast<int64_t>(frameCount));
+    }
     if (frameCount == 0) {
         mHasAudio = false;
         std::fill(mChunk.begin(), mChunk.end(), uint8_t{0});
@@ -90,8 +101,16 @@ void BesidePlayer::applyGains(int64_t writtenFrames) {
     const auto& changes = mSpec.gainChanges;
     for (; mNextGainChange < changes.size() && changes[mNextGainChange].timeSec <= nowSec;
          ++mNextGainChange) {
-        const float gain = changes[mNextGainChange].gain;
-        mLibrary->setStreamVolume(mStream, mSpec.leftGain(gain), mSpec.rightGain(gain));
+        setGain(changes[mNextGainChange].gain, nowSec);
+    }
+}
+
+void BesidePlayer::setGain(float gain, double timeSec) {
+    const float left = mSpec.leftGain(gain);
+    const float right = mSpec.rightGain(gain);
+    mLibrary->setStreamVolume(mStream, left, right);
+    if (mTrack != nullptr) {
+        mTrack->addGain({.timeSec = timeSec, .left = left, .right = right});
     }
 }
 

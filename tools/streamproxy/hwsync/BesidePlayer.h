@@ -11,6 +11,7 @@
 #include "tools/streamproxy/Handover.h"
 #include "tools/streamproxy/InputSpec.h"
 #include "tools/streamproxy/Library.h"
+#include "tools/streamproxy/report/ReplayRecorder.h"
 
 namespace android {
 
@@ -27,8 +28,8 @@ public:
     BesidePlayer(const BesidePlayer&) = delete;
     BesidePlayer& operator=(const BesidePlayer&) = delete;
 
-    /** Makes the stream; the mix has its configuration. Throws ToolError. */
-    void create(const Library& library);
+    /** Makes the stream; the mix has its configuration. `recorder` may be null. Throws ToolError. */
+    void create(const Library& library, ReplayRecorder* recorder);
     void start();
     /** Ends within one write, also when nothing is mixed any more, and destroys the stream. */
     void stop();
@@ -40,6 +41,7 @@ private:
     /** A write's worth of audio, or of silence. */
     size_t next();
     void applyGains(int64_t writtenFrames);
+    void setGain(float gain, double timeSec);
 
     const InputSpec mSpec;
     AudioReader mReader;
@@ -47,6 +49,7 @@ private:
     FrameSource mSource;
     const Library* mLibrary = nullptr;
     audio_proxy_stream_t* mStream = nullptr;
+    InputTrack* mTrack = nullptr;  // for the report
     size_t mNextGainChange = 0;
     bool mHasAudio = true;
     std::vector<uint8_t> mChunk;

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <optional>
 #include <thread>
 
 #include "tools/streamproxy/LogSink.h"
@@ -14,6 +15,8 @@
 #include "tools/streamproxy/hwsync/InterruptExit.h"
 #include "tools/streamproxy/hwsync/LeadChart.h"
 #include "tools/streamproxy/hwsync/TimeText.h"
+#include "tools/streamproxy/report/ReplayPage.h"
+#include "tools/streamproxy/report/ReportFile.h"
 
 namespace android {
 
@@ -109,6 +112,8 @@ void ReplayCommand::addOutputOptions() {
         ->type_name("FILE");
     mCommand->add_option("--svg", mSvgPath, "A picture of the audio lead over time")
         ->type_name("FILE");
+    mCommand->add_option("--report", mReportPath, "An HTML page that shows the course of the replay")
+        ->type_name("FILE");
     mCommand->add_flag("--summary", mIsSummaryOnly, "No row for each decision");
     CLI::Option* json = mCommand->add_flag("--json", mIsJson, "One JSON document");
     mCommand->add_flag("--csv", mIsCsv, "The decisions as comma-separated rows")->excludes(json);
@@ -177,11 +182,14 @@ void ReplayCommand::checkOutputs() const {
     if (!mOutputPath.empty()) {
         AudioWriter::check(mOutputPath, mFormat.rateHz, mFormat.bits);
     }
-    for (const std::string& path : {mOutputPath, mSvgPath}) {
+    for (const std::string& path : {mOutputPath, mSvgPath, mReportPath}) {
         if (path.empty()) {
             continue;
         }
         std::error_code error;
+        if (path == mReportPath && (path == mOutputPath || path == mSvgPath)) {
+            throw ToolError(path + ": is named twice; give the report another name", EXIT_USAGE);
+        }
         if (std::filesystem::equivalent(path, mPath, error)) {
             throw ToolError(path + ": is also the input; give the result another name", EXIT_USAGE);
         }
@@ -211,16 +219,26 @@ void ReplayCommand::checkBursts() const {
     }
 }
 
-ExitCode ReplayCommand::play(const ReplaySession::Config& config,
+ExitCode ReplayCommand::play(ReplaySession::Config config,
                              const std::vector<std::unique_ptr<BesidePlayer>>& besides) {
     const Library library(mLibraryPath);
     BurstFile file(mPath);
+    std::optional<ReportFile> page;
+    std::optional<ReplayRecorder> recorder;
+    if (!mReportPath.empty()) {
+        page.emplace(mReportPath);
+        recorder.emplace(ReplayRecorder::Config{.rateHz = mFormat.rateHz,
+                                                .bits = mFormat.bits,
+                                                .tunnelChannels = mFormat.channelCount,
+                                                .clockId = mClockId});
+        config.writer.recorder = &*recorder;
+    }
     std::unique_ptr<AudioWriter> writer;
     if (!mOutputPath.empty()) {
         writer = std::make_unique<AudioWriter>(mOutputPath, mFormat.rateHz, mFormat.bits);
     }
     SyncTrack track;
-    SoundCard card(mFormat.rateHz, mFormat.bits, writer.get());
+    SoundCard card(mFormat.rateHz, mFormat.bits, writer.get(), config.writer.recorder);
     ReplayReport::Figures figures{.path = mPath};
     try {
         ReplaySession session(library, file, card, besides, track, config);
@@ -253,6 +271,9 @@ ExitCode ReplayCommand::play(const ReplaySession::Config& config,
     if (!mSvgPath.empty()) {
         const std::string name = std::filesystem::path(mPath).filename().string();
         LeadChart(track, bounds, "Audio lead of " + name).write(mSvgPath);
+    }
+    if (page) {
+        page->write(ReplayPage(track, bounds, mFormat, figures, *recorder).page().html());
     }
     return exitCodeNow();
 }

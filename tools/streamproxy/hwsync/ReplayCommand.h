@@ -32,7 +32,7 @@ private:
     void checkOutputs() const;
     /** Throws ToolError when the file holds no burst. */
     void checkBursts() const;
-    ExitCode play(const ReplaySession::Config& config,
+    ExitCode play(ReplaySession::Config config,
                   const std::vector<std::unique_ptr<BesidePlayer>>& besides);
     void waitForEnd(const ReplaySession& session, const SoundCard& card,
                     const SyncTrack& track) const;
@@ -53,6 +53,7 @@ private:
     std::vector<std::string> mBesides;
     std::string mOutputPath;
     std::string mSvgPath;
+    std::string mReportPath;
     std::string mLibraryPath;
     std::string mPropertiesPath;
     std::string mLogLevel = "error";

@@ -47,7 +47,7 @@ void ReplaySession::start() {
     registerOutput();
     createTunnel();
     for (const auto& beside : mBesides) {
-        beside->create(mLibrary);
+        beside->create(mLibrary, mConfig.writer.recorder);
     }
     if (mConfig.driftPpm != 0) {
         ClockEvent drift;
@@ -58,6 +58,9 @@ void ReplaySession::start() {
     mWriter =
         std::make_unique<TunnelWriter>(mLibrary, mTunnel, mFile, mClock, mTrack, mConfig.writer);
     mStartNs = systemTime(SYSTEM_TIME_MONOTONIC);
+    if (mConfig.writer.recorder != nullptr) {
+        mConfig.writer.recorder->start(mStartNs);
+    }
     for (const auto& beside : mBesides) {
         beside->start();
     }

@@ -15,11 +15,12 @@ constexpr std::chrono::milliseconds kPatience{40};
 
 }  // namespace
 
-SoundCard::SoundCard(uint32_t rateHz, uint32_t bits, AudioWriter* writer)
+SoundCard::SoundCard(uint32_t rateHz, uint32_t bits, AudioWriter* writer, ReplayRecorder* recorder)
     : mRateHz(rateHz),
       mFrameBytes(bits == 16 ? 4 : 8),
       mBlockFrames(blockFrames(rateHz)),
-      mWriter(writer) {}
+      mWriter(writer),
+      mRecorder(recorder) {}
 
 int SoundCard::onBlock(void* cookie, void* buffer, size_t byteCount) {
     auto* self = static_cast<SoundCard*>(cookie);
@@ -28,12 +29,18 @@ int SoundCard::onBlock(void* cookie, void* buffer, size_t byteCount) {
 }
 
 void SoundCard::play(const void* buffer, int64_t frameCount) {
+    if (mRecorder != nullptr) {
+        mRecorder->beginBlock(buffer, frameCount);
+    }
     mFrameCount += frameCount;
     mShortBlockCount += frameCount < mBlockFrames ? 1 : 0;
     if (mWriter != nullptr) {
         write(buffer, frameCount);
     }
     pace(frameCount);
+    if (mRecorder != nullptr) {
+        mRecorder->endBlock();
+    }
 }
 
 void SoundCard::write(const void* buffer, int64_t frameCount) {

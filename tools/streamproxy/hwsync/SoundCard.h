@@ -7,6 +7,7 @@
 #include <string>
 
 #include "tools/streamproxy/AudioWriter.h"
+#include "tools/streamproxy/report/ReplayRecorder.h"
 
 namespace android {
 
@@ -18,8 +19,8 @@ namespace android {
  */
 class SoundCard {
 public:
-    /** `writer` may be null: the mix is heard by nobody. */
-    SoundCard(uint32_t rateHz, uint32_t bits, AudioWriter* writer);
+    /** `writer` may be null: the mix is heard by nobody. So may `recorder`: there is no report. */
+    SoundCard(uint32_t rateHz, uint32_t bits, AudioWriter* writer, ReplayRecorder* recorder);
 
     /** The output callback; the cookie is this object. */
     static int onBlock(void* cookie, void* buffer, size_t byteCount);
@@ -39,6 +40,7 @@ private:
     const int64_t mFrameBytes;
     const int64_t mBlockFrames;
     AudioWriter* const mWriter;
+    ReplayRecorder* const mRecorder;
     // The mixer thread's.
     std::chrono::steady_clock::time_point mStart{};
     int64_t mPlayedFrames = 0;  // since mStart

@@ -82,7 +82,15 @@ void TunnelWriter::writePiece(const uint8_t* bytes, size_t byteCount, TunnelLog&
             mTrack.addMissed(line.byteCount);
         }
     }
-    if (!mPending.empty() && mPending.front().headerEnd() <= mByteCount) {
+    const bool hasBurst = !mPending.empty() && mPending.front().headerEnd() <= mByteCount;
+    if (mConfig.recorder != nullptr) {
+        mConfig.recorder->noteWrite({.bytes = bytes,
+                                     .byteCount = byteCount,
+                                     .offset = mByteCount - byteCount,
+                                     .burst = hasBurst ? &mPending.front() : nullptr,
+                                     .lines = lines});
+    }
+    if (hasBurst) {
         note(mPending.front(), beginNs, lines);
         mPending.pop_front();
     }

@@ -15,6 +15,7 @@
 #include "tools/streamproxy/hwsync/PcmFormat.h"
 #include "tools/streamproxy/hwsync/SyncTrack.h"
 #include "tools/streamproxy/hwsync/TunnelLog.h"
+#include "tools/streamproxy/report/ReplayRecorder.h"
 
 namespace android {
 
@@ -32,8 +33,9 @@ class TunnelWriter : private BurstSink {
 public:
     struct Config {
         PcmFormat format;
-        int64_t offsetNs = 0;  // the clock's, applied behind the first anchor
-        int64_t maxNs = 0;     // end after this time; 0: at the end of the file
+        int64_t offsetNs = 0;                // the clock's, applied behind the first anchor
+        int64_t maxNs = 0;                   // end after this time; 0: at the end of the file
+        ReplayRecorder* recorder = nullptr;  // for the report
     };
 
     TunnelWriter(const Library& library, audio_proxy_stream_t* stream, BurstFile& file,

@@ -17,7 +17,7 @@ Strip::Scale scaleOf(const BlockTrack& blocks) {
         {blocks.cycles().highest(), blocks.callbacks().highest(), blocks.mixing().highest()});
     const double low = std::pow(10.0, std::floor(std::log10(std::max(least, 1e-3))));
     const double high = std::pow(10.0, std::ceil(std::log10(std::max(most, 1e-2))));
-    return {.low = low, .high = std::max(high, low * 10), .isLogarithmic = true};
+    return {.low = low, .high = std::max(high, low * 10), .kind = Strip::Scale::Kind::LOGARITHMIC};
 }
 
 }  // namespace

@@ -64,7 +64,7 @@ svg .target{fill:none;stroke-width:1;stroke-dasharray:4 3}
 svg .left{stroke:var(--left)}svg .right{stroke:var(--right)}
 svg .room{fill:var(--rms);stroke:var(--rms);stroke-width:1}
 svg .blocks{fill:var(--wave);stroke:var(--wave);stroke-width:1.5}
-svg .cycle{fill:var(--cycle);stroke:var(--cycle);stroke-width:1.5}
+svg .cycle{fill:var(--cycle);stroke:var(--cycle);stroke-width:4;stroke-opacity:.6}
 svg .callback{fill:var(--callback);stroke:var(--callback);stroke-width:1.5}
 svg .mixing{fill:var(--mixing);stroke:var(--mixing);stroke-width:1.5}
 svg .lead{fill:var(--lead);stroke:var(--lead);stroke-width:1.6}

@@ -40,13 +40,25 @@ Strip::Ranges Strip::rangesOf(const TimeAxis& axis, const Course& course) {
     return ranges;
 }
 
+double Strip::Scale::share(double value) const {
+    // What is tolerated and noticed in AV sync lies around this.
+    constexpr double kKnee = 100;
+    const double held = std::clamp(value, low, high);
+    switch (kind) {
+        case Kind::LOGARITHMIC:
+            return std::log(held / low) / std::log(high / low);
+        case Kind::SQUEEZED: {
+            const double bottom = std::asinh(low / kKnee);
+            return (std::asinh(held / kKnee) - bottom) / (std::asinh(high / kKnee) - bottom);
+        }
+        case Kind::LINEAR:
+            break;
+    }
+    return (held - low) / (high - low);
+}
+
 double Strip::y(double value) const {
-    const Scale& scale = mLook.scale;
-    const double held = std::clamp(value, scale.low, scale.high);
-    const double share = scale.isLogarithmic
-                             ? std::log(held / scale.low) / std::log(scale.high / scale.low)
-                             : (held - scale.low) / (scale.high - scale.low);
-    return kHeight * (1 - share);
+    return kHeight * (1 - mLook.scale.share(value));
 }
 
 void Strip::band(const char* style, double low, double high, const std::string& label) {
@@ -72,6 +84,17 @@ void Strip::span(const char* style, double fromSec, double toSec, const std::str
 
 void Strip::rule(const char* style, double value) {
     add("<path class=\"%s\" d=\"M0 %.0fH%d\"/>", style, y(value), mAxis.columnCount());
+}
+
+void Strip::bound(double value) {
+    if (value > mLook.scale.low && value < mLook.scale.high) {
+        rule("bound", value);
+    }
+}
+
+void Strip::event(double timeSec, const std::string& tip) {
+    add("<path class=\"event\" d=\"M%.2f 0V%.0f\">", mAxis.x(timeSec), kHeight);
+    mShapes += titleOf(tip) + "</path>";
 }
 
 void Strip::tick(double value, const std::string& label) {

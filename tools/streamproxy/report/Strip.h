@@ -16,9 +16,18 @@ namespace android {
 class Strip {
 public:
     struct Scale {
+        enum class Kind {
+            LINEAR,
+            LOGARITHMIC,
+            SQUEEZED,  // linear around 0, logarithmic far from it
+        };
+
         double low;
         double high;
-        bool isLogarithmic = false;
+        Kind kind = Kind::LINEAR;
+
+        /** 0 at the low end, 1 at the high one. */
+        double share(double value) const;
     };
 
     struct Look {
@@ -48,6 +57,10 @@ public:
     /** From one time to another, as high as the strip. */
     void span(const char* style, double fromSec, double toSec, const std::string& tip);
     void rule(const char* style, double value);
+    /** A rule that is left out where the value lies beyond the scale. */
+    void bound(double value);
+    /** Across the strip, from top to bottom. */
+    void event(double timeSec, const std::string& tip);
     /** Beside the strip. */
     void tick(double value, const std::string& label);
     void ranges(const char* style, const Ranges& ranges);
