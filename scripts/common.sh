@@ -47,7 +47,7 @@ need_build() {
     if [ "${STDLIB:-}" = libc++ ]; then need libc++-dev libc++abi-dev; fi
 }
 
-need_tests() { need libgtest-dev libfftw3-dev; }
+need_tests() { need libgtest-dev libfftw3-dev libexpat1-dev; }
 
 # Debian's GoogleTest speaks the other standard library; build its source with this one.
 build_gtest() {

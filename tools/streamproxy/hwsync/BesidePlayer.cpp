@@ -46,12 +46,16 @@ void BesidePlayer::create(const Library& library, ReplayRecorder* recorder) {
     }
     mLibrary = &library;
     if (recorder != nullptr) {
-        mTrack =
-            recorder->addBeside(mSpec.path,
-                                {.rateHz = mHandover.config.sample_rate,
-                                 .channelCount = mHandover.channelCount,
-                                 .bits = mHandover.sampleBytes() * 8},
-                                static_cast<double>(mHandover.bufferFrames) / mHandover.mixRateHz);
+        mRecorder = recorder;
+        mTrack = recorder->addBeside(
+            {.path = mSpec.path,
+             .startSec = mSpec.startSec,
+             .rampSec = static_cast<double>(mHandover.bufferFrames) / mHandover.mixRateHz,
+             .rateHz = mHandover.config.sample_rate,
+             .track = std::make_unique<InputTrack>(
+                 Envelope::Format{.rateHz = mHandover.config.sample_rate,
+                                  .channelCount = mHandover.channelCount,
+                                  .bits = mHandover.sampleBytes() * 8})});
     }
     setGain(mSpec.gain, 0.0);
 }
@@ -101,7 +105,7 @@ void BesidePlayer::applyGains(int64_t writtenFrames) {
     const auto& changes = mSpec.gainChanges;
     for (; mNextGainChange < changes.size() && changes[mNextGainChange].timeSec <= nowSec;
          ++mNextGainChange) {
-        setGain(changes[mNextGainChange].gain, nowSec);
+        setGain(changes[mNextGainChange].gain, mRecorder != nullptr ? mRecorder->nowSec() : 0.0);
     }
 }
 

@@ -49,7 +49,8 @@ private:
     FrameSource mSource;
     const Library* mLibrary = nullptr;
     audio_proxy_stream_t* mStream = nullptr;
-    InputTrack* mTrack = nullptr;  // for the report
+    ReplayRecorder* mRecorder = nullptr;  // for the report, with its track
+    InputTrack* mTrack = nullptr;
     size_t mNextGainChange = 0;
     bool mHasAudio = true;
     std::vector<uint8_t> mChunk;

@@ -230,7 +230,8 @@ ExitCode ReplayCommand::play(ReplaySession::Config config,
         recorder.emplace(ReplayRecorder::Config{.rateHz = mFormat.rateHz,
                                                 .bits = mFormat.bits,
                                                 .tunnelChannels = mFormat.channelCount,
-                                                .clockId = mClockId});
+                                                .clockId = mClockId,
+                                                .tunnelGain = mGain});
         config.writer.recorder = &*recorder;
     }
     std::unique_ptr<AudioWriter> writer;

@@ -46,14 +46,14 @@ GainStrip::GainStrip(const TimeAxis& axis, const std::vector<Step>& steps, doubl
                     .title = "Gain (linear): dashed what was set, solid the walk to it, " +
                              pageNumber("%.0f ms", rampSec * 1000),
                     .heightPx = 64,
-                    .scale = {.low = -0.05, .high = 1.05}}) {
+                    .scale = {.low = -0.05, .high = 1.05}}),
+      mIsBalanced(std::all_of(steps.begin(), steps.end(),
+                              [](const Step& step) { return step.left == step.right; })) {
     mStrip.tick(1.0, "1");
     mStrip.tick(0.5, "0.5");
     mStrip.tick(0.0, "0");
-    const bool isBalanced = std::all_of(steps.begin(), steps.end(),
-                                        [](const Step& step) { return step.left == step.right; });
-    drawChannel("left", steps, &Step::left, isBalanced ? "gain" : "left gain");
-    if (!isBalanced) {
+    drawChannel("left", steps, &Step::left, mIsBalanced ? "gain" : "left gain");
+    if (!mIsBalanced) {
         drawChannel("right", steps, &Step::right, "right gain");
     }
     // As many as anyone would hover over.
@@ -63,7 +63,7 @@ GainStrip::GainStrip(const TimeAxis& axis, const std::vector<Step>& steps, doubl
         if (step.timeSec >= 0.0 && i > 0) {
             std::string tip = pageNumber("gain set at %.3f s to ", step.timeSec);
             tip += pageNumber("%.3g", step.left);
-            if (!isBalanced) {
+            if (!mIsBalanced) {
                 tip += pageNumber(" left, %.3g right", step.right);
             }
             mStrip.mark("set", {.timeSec = step.timeSec, .value = step.left}, tip);
@@ -84,6 +84,13 @@ void GainStrip::drawChannel(const char* style, const std::vector<Step>& steps, f
     mStrip.line((std::string("target ") + style).c_str(), targets, std::string(name) + " set");
     mStrip.line((std::string("walk ") + style).c_str(), walk(steps, gain, mRampSec, mAxis.endSec()),
                 name);
+}
+
+std::string GainStrip::html() const {
+    return mStrip.html() + (mIsBalanced
+                                ? ""
+                                : "<p class=\"key\"><span><i class=\"swatch left\"></i>left</span> "
+                                  "<span><i class=\"swatch right\"></i>right</span></p>\n");
 }
 
 }  // namespace android

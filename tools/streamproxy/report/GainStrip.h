@@ -13,7 +13,7 @@ public:
     /** `rampSec` is the length of the stream's buffer: a walk takes as long, in a straight line. */
     GainStrip(const TimeAxis& axis, const std::vector<InputTrack::GainStep>& steps, double rampSec);
 
-    std::string html() const { return mStrip.html(); }
+    std::string html() const;
 
 private:
     void drawChannel(const char* style, const std::vector<InputTrack::GainStep>& steps,
@@ -22,6 +22,7 @@ private:
     const TimeAxis& mAxis;
     const double mRampSec;
     Strip mStrip;
+    bool mIsBalanced;
 };
 
 }  // namespace android

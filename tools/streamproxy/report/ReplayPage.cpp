@@ -55,7 +55,9 @@ ReplayPage::ReplayPage(const SyncTrack& track, const SyncBounds& bounds, const P
     mPage.addSection("The mix", "what the output took",
                      AudioStrips(mAxis, recorder.mix(), "of the mix").html() +
                          BlockStrips(mAxis, recorder.blocks()).html());
-    mPage.addSection(nameOf(figures.path), figures.path + ": tunnel stream, as it was written",
+    mPage.addSection(nameOf(figures.path),
+                     figures.path + ": tunnel stream, as it was written" +
+                         pageNumber("; played at gain %g", recorder.tunnelGain()),
                      AudioStrips(mAxis, recorder.tunnel(), "of the payload").html() + states());
     addBesides();
 }
@@ -129,10 +131,16 @@ std::string ReplayPage::states() const {
 
 void ReplayPage::addBesides() {
     for (const ReplayRecorder::Beside& beside : mRecorder.besides()) {
+        const double endSec =
+            static_cast<double>(beside.track->audio().nextFrame()) / beside.rateHz;
+        StateStrip states(mAxis);
+        states.add(StateStrip::State::SILENT, 0.0, beside.startSec);
+        states.add(StateStrip::State::PLAYING, beside.startSec, endSec);
+        states.add(StateStrip::State::PADDED, endSec, mAxis.endSec());
         mPage.addSection(
             nameOf(beside.path), beside.path + ": plain stream beside it",
             AudioStrips(mAxis, beside.track->audio(), "as handed over, before its gain").html() +
-                GainStrip(mAxis, beside.track->gains(), beside.rampSec).html());
+                GainStrip(mAxis, beside.track->gains(), beside.rampSec).html() + states.html());
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "tools/streamproxy/Handover.h"
 
@@ -126,10 +127,8 @@ void ReplayRecorder::resolve() {
     }
 }
 
-InputTrack* ReplayRecorder::addBeside(const std::string& path, const Envelope::Format& format,
-                                      double rampSec) {
-    mBesides.push_back(
-        {.path = path, .rampSec = rampSec, .track = std::make_unique<InputTrack>(format)});
+InputTrack* ReplayRecorder::addBeside(Beside beside) {
+    mBesides.push_back(std::move(beside));
     return mBesides.back().track.get();
 }
 

@@ -38,6 +38,7 @@ public:
         uint32_t bits;
         uint32_t tunnelChannels;
         uint32_t clockId;
+        float tunnelGain;
     };
 
     explicit ReplayRecorder(const Config& config);
@@ -57,14 +58,16 @@ public:
     };
     void noteWrite(const Written& written);
 
-    /** A plain stream; what it returns lives as long as the recorder. */
-    InputTrack* addBeside(const std::string& path, const Envelope::Format& format, double rampSec);
-
+    /** A plain stream. */
     struct Beside {
         std::string path;
+        double startSec;  // silence in front
         double rampSec;
+        uint32_t rateHz;
         std::unique_ptr<InputTrack> track;
     };
+    /** What it returns lives as long as the recorder. */
+    InputTrack* addBeside(Beside beside);
 
     double nowSec() const {
         return static_cast<double>(systemTime(SYSTEM_TIME_MONOTONIC) - mStartNs) / 1e9;
@@ -74,6 +77,7 @@ public:
     const BlockTrack& blocks() const { return mBlocks; }
     /** In ms, of every burst that was heard from its first frame on. */
     const Course& outputLeads() const { return mOutputLeads; }
+    float tunnelGain() const { return mConfig.tunnelGain; }
     const std::vector<Beside>& besides() const { return mBesides; }
 
 private:
