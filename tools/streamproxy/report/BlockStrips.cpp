@@ -31,7 +31,7 @@ BlockStrips::BlockStrips(const TimeAxis& axis, const BlockTrack& blocks)
                               .high = 1.1 * std::max(static_cast<double>(blocks.wholeFrames()),
                                                      blocks.frames().highest())}}),
       mTimes(axis, {.kind = "times",
-                    .title = "Times of a block (ms, logarithmic)",
+                    .title = "Times of a block (ms, logarithmic): mean as a line, range faint",
                     .heightPx = 150,
                     .scale = scaleOf(blocks)}) {
     drawSizes(blocks);
@@ -54,11 +54,11 @@ void BlockStrips::drawSizes(const BlockTrack& blocks) {
 void BlockStrips::drawTimes(const BlockTrack& blocks) {
     const Strip::Scale scale = scaleOf(blocks);
     for (double ms = scale.low; ms < scale.high * 1.5; ms *= 10) {
-        mTimes.tick(ms, pageNumber("%.3g", ms));
+        mTimes.tick(ms, pageNumber("%.10g", ms));
     }
-    mTimes.ranges("cycle", Strip::rangesOf(mAxis, blocks.cycles()));
-    mTimes.ranges("callback", Strip::rangesOf(mAxis, blocks.callbacks()));
-    mTimes.ranges("mixing", Strip::rangesOf(mAxis, blocks.mixing()));
+    mTimes.course("cycle", blocks.cycles());
+    mTimes.course("callback", blocks.callbacks());
+    mTimes.course("mixing", blocks.mixing());
 }
 
 std::string BlockStrips::html() const {

@@ -14,6 +14,7 @@ void Course::add(double timeSec, double value) {
         if (last.valueCount < mValuesPerColumn) {
             last.low = std::min(last.low, level);
             last.high = std::max(last.high, level);
+            last.sum += value;
             ++last.valueCount;
             return;
         }
@@ -21,8 +22,12 @@ void Course::add(double timeSec, double value) {
     if (mColumns.size() == kMaxColumns) {
         halve();
     }
-    mColumns.push_back(
-        {.beginSec = timeSec, .endSec = timeSec, .low = level, .high = level, .valueCount = 1});
+    mColumns.push_back({.beginSec = timeSec,
+                        .endSec = timeSec,
+                        .low = level,
+                        .high = level,
+                        .sum = value,
+                        .valueCount = 1});
     mIsInterrupted = false;
 }
 
@@ -41,6 +46,7 @@ void Course::halve() {
                        .endSec = latter.endSec,
                        .low = std::min(former.low, latter.low),
                        .high = std::max(former.high, latter.high),
+                       .sum = former.sum + latter.sum,
                        .valueCount = former.valueCount + latter.valueCount};
     }
     mColumns.resize(mColumns.size() / 2);

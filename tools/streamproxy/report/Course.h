@@ -19,6 +19,7 @@ public:
         double endSec;
         float low;
         float high;
+        double sum;
         int64_t valueCount;
     };
 

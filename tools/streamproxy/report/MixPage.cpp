@@ -113,7 +113,7 @@ std::string MixPage::fill(size_t index) const {
                         .scale = {.low = 0.0, .high = 1.0}});
     strip.tick(0.0, "0");
     strip.tick(1.0, "100");
-    strip.ranges("room", Strip::rangesOf(mAxis, mRecorder.input(index).fill()));
+    strip.course("room", mRecorder.input(index).fill());
     return strip.html();
 }
 

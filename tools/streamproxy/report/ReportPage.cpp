@@ -16,7 +16,7 @@ ReportPage::ReportPage(const TimeAxis& axis, const std::string& title, const std
     }
     const bool isLong = axis.ticks()[1].timeSec >= 60;
     mTimeline += "</div><div class=\"timename\">" + pageText(axisTitle) +
-                 (isLong ? " (min:s)" : " (s)") + "</div>";
+                 (isLong ? " (h:min)" : " (s)") + "</div>";
     mBody = "<body data-seconds=\"" + pageNumber("%.9g", axis.endSec()) + "\">\n<h1>" + mTitle +
             "</h1>\n";
 }

@@ -62,11 +62,13 @@ svg .peak{fill:none;stroke:var(--peak);stroke-width:1}
 svg .walk{fill:none;stroke-width:2}
 svg .target{fill:none;stroke-width:1;stroke-dasharray:4 3}
 svg .left{stroke:var(--left)}svg .right{stroke:var(--right)}
-svg .room{fill:var(--rms);stroke:var(--rms);stroke-width:1}
+svg .room{fill:var(--wave);stroke:var(--wave);stroke-width:1}
+svg .faint{opacity:.35}
 svg .blocks{fill:var(--wave);stroke:var(--wave);stroke-width:1.5}
 svg .cycle{fill:var(--cycle);stroke:var(--cycle);stroke-width:4;stroke-opacity:.6}
 svg .callback{fill:var(--callback);stroke:var(--callback);stroke-width:1.5}
 svg .mixing{fill:var(--mixing);stroke:var(--mixing);stroke-width:1.5}
+svg .faint.cycle{stroke-width:1}
 svg .lead{fill:var(--lead);stroke:var(--lead);stroke-width:1.6}
 svg .event{stroke:var(--callback);stroke-width:1.5;stroke-dasharray:5 3;fill:none}
 .swatch.blocks{background:var(--wave)}.swatch.cycle{background:var(--cycle)}

@@ -40,6 +40,26 @@ Strip::Ranges Strip::rangesOf(const TimeAxis& axis, const Course& course) {
     return ranges;
 }
 
+Strip::Ranges Strip::meansOf(const TimeAxis& axis, const Course& course) {
+    Ranges means(static_cast<size_t>(axis.columnCount()));
+    std::vector<double> sums(means.size());
+    std::vector<double> counts(means.size());
+    for (const Course::Column& column : course.columns()) {
+        const double end = axis.x(column.endSec);
+        auto index = static_cast<size_t>(axis.x(column.beginSec));
+        do {
+            sums[std::min(index, sums.size() - 1)] += column.sum;
+            counts[std::min(index, sums.size() - 1)] += static_cast<double>(column.valueCount);
+        } while (static_cast<double>(++index) < end);
+    }
+    for (size_t i = 0; i < means.size(); ++i) {
+        if (counts[i] > 0) {
+            means[i].include(sums[i] / counts[i], sums[i] / counts[i]);
+        }
+    }
+    return means;
+}
+
 double Strip::Scale::share(double value) const {
     // What is tolerated and noticed in AV sync lies around this.
     constexpr double kKnee = 100;
@@ -121,6 +141,11 @@ void Strip::ranges(const char* style, const Ranges& ranges) {
         begin = end;
     }
     mShapes += "\"/>";
+}
+
+void Strip::course(const std::string& style, const Course& course) {
+    ranges(("faint " + style).c_str(), rangesOf(mAxis, course));
+    ranges(style.c_str(), meansOf(mAxis, course));
 }
 
 void Strip::line(const char* style, const std::vector<Point>& points, const std::string& tip) {

@@ -51,6 +51,8 @@ public:
 
     /** What belongs to each column of the axis. */
     static Ranges rangesOf(const TimeAxis& axis, const Course& course);
+    /** The means of what belongs to each. */
+    static Ranges meansOf(const TimeAxis& axis, const Course& course);
 
     /** Behind everything that comes later. */
     void band(const char* style, double low, double high, const std::string& label = {});
@@ -64,6 +66,8 @@ public:
     /** Beside the strip. */
     void tick(double value, const std::string& label);
     void ranges(const char* style, const Ranges& ranges);
+    /** The range of a course, faint, and its mean. */
+    void course(const std::string& style, const Course& course);
     struct Point {
         double timeSec;
         double value;

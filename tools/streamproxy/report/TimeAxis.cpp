@@ -1,5 +1,6 @@
 #include "tools/streamproxy/report/TimeAxis.h"
 
+#include <cmath>
 #include <cstdio>
 
 #include "tools/streamproxy/report/PageText.h"
@@ -19,7 +20,7 @@ std::string labelOf(double timeSec, double stepSec) {
     if (stepSec < 60) {
         return pageNumber("%.6g", timeSec);
     }
-    const auto minutes = static_cast<long>(timeSec / 60 + 0.5);
+    const long minutes = std::lround(timeSec / 60);
     char text[32];
     snprintf(text, sizeof(text), "%ld:%02ld", minutes / 60, minutes % 60);
     return text;
