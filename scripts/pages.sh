@@ -8,15 +8,15 @@ verb_pages() {
     . scripts/demo.sh
     demo_recordings
     TARGET=streamproxy_tool build release
-    local out=out/pages tool=$BUILD_DIR/bin/streamproxy figures
+    local out=out/pages program=$BUILD_DIR/bin/streamproxy figures
     rm -rf $out
     mkdir -p $out
     forget pages
     say "making reports"
-    "$tool" mix "${DEMO_INPUTS[@]}" --rate 44100 --quiet -o $out/mix.wav --report $out/mix.html
-    "$tool" hwsync pack "${DEMO_INPUTS[0]%%@*}" -o $out/tunnel.hws --length 12s \
+    "$program" mix "${DEMO_INPUTS[@]}" --rate 44100 --quiet -o $out/mix.wav --report $out/mix.html
+    "$program" hwsync pack "${DEMO_INPUTS[0]%%@*}" -o $out/tunnel.hws --length 12s \
         --free-run 10s:11s --quiet
-    "$tool" hwsync replay $out/tunnel.hws --rate 44100 --gain 0.4 --quiet --summary \
+    "$program" hwsync replay $out/tunnel.hws --rate 44100 --gain 0.4 --quiet --summary \
         --event 3s:jump=+400ms --event 6s:jump=-400ms --event 8s:jump=+2s \
         --beside "${DEMO_INPUTS[4]%%@*}@gain=-6dB,start=1,loop=6,volume=5s:0.2" \
         -o $out/tunnel.wav --report $out/replay.html >/dev/null

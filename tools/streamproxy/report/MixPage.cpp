@@ -40,7 +40,9 @@ MixPage::MixPage(const MixSession& session, const std::vector<MixInput*>& inputs
       mRecorder(recorder),
       mRateHz(rateHz),
       mAxis(static_cast<double>(recorder.mix().nextFrame()) / rateHz, columnsFor(inputs.size())),
-      mPage(mAxis, "Mix of " + std::to_string(inputs.size()) + " inputs: " + output,
+      mPage(mAxis,
+            "Mix of " + std::to_string(inputs.size()) +
+                (inputs.size() == 1 ? " input: " : " inputs: ") + output,
             "time of the mix") {
     addFigures(mix);
     addInputFigures();

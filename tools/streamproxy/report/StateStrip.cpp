@@ -52,9 +52,13 @@ void StateStrip::add(State state, double fromSec, double toSec, const std::strin
     if (std::find(mOccurring.begin(), mOccurring.end(), state) == mOccurring.end()) {
         mOccurring.push_back(state);
     }
-    mStrip.span(naming.style, fromSec, toSec,
-                std::string(naming.words) + pageNumber(", %.3f", std::max(fromSec, 0.0)) +
-                    pageNumber(" to %.3f s", std::min(toSec, mAxis.endSec())) + detail);
+    // What is no wider than it must be to be seen is a moment.
+    const bool isMoment = toSec - fromSec <= mAxis.columnSec() * 1.001;
+    const std::string when = isMoment
+                                 ? pageNumber(" at %.3f s", fromSec)
+                                 : pageNumber(", %.3f", std::max(fromSec, 0.0)) +
+                                       pageNumber(" to %.3f s", std::min(toSec, mAxis.endSec()));
+    mStrip.span(naming.style, fromSec, toSec, naming.words + when + detail);
 }
 
 std::string StateStrip::html() const {
