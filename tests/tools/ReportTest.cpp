@@ -149,8 +149,24 @@ TEST(HwSyncReplayReport, TheLeadIsShownWhereItIsParsedAndWhereItIsHeard) {
     double heardHigh = 0;
     ASSERT_EQ(
         2, sscanf(page.figure("lead at the output").c_str(), "%lf to %lf", &heardLow, &heardHigh));
-    EXPECT_NEAR(-400, heardLow, 40);
-    EXPECT_NEAR(0, heardHigh, 20);
+    // A machine that stops meanwhile makes them later.
+    EXPECT_GE(-380, heardLow);
+    EXPECT_LE(-700, heardLow);
+    EXPECT_GE(20, heardHigh);
+    EXPECT_LE(-100, heardHigh);
+    // Once the drops have made up for the jump, less is left.
+    const auto tick = std::find_if(
+        page.elements().begin(), page.elements().end(), [](const ReportDocument::Element& element) {
+            return element.strip == "outputlead" && element.text == "-300";
+        });
+    ASSERT_NE(page.elements().end(), tick);
+    double tickPercent = 0;
+    ASSERT_EQ(1, sscanf(tick->attributes.at("style").c_str(), "top:%lf", &tickPercent));
+    const auto leads = page.find("Audio lead", "outputlead", "lead");
+    ASSERT_EQ(1u, leads.size());
+    const auto settled = ReportDocument::extentAt(leads.front().attributes.at("d"), 0.8);
+    EXPECT_GT(settled.bottom, 0);
+    EXPECT_LT(settled.bottom, 10 * tickPercent);
 }
 
 }  // namespace

@@ -28,9 +28,10 @@ void Envelope::add(const void* frames, int64_t frameCount) {
         const int64_t first = done * mFormat.channelCount;
         const int64_t count = piece * mFormat.channelCount;
         if (mFormat.bits == 16) {
-            column.merge(columnOf(static_cast<const int16_t*>(frames) + first, count, 1 << 15));
+            column.merge(columnOf(static_cast<const int16_t*>(frames) + first, count, 32768.0f));
         } else {
-            column.merge(columnOf(static_cast<const int32_t*>(frames) + first, count, 1 << 27));
+            column.merge(
+                columnOf(static_cast<const int32_t*>(frames) + first, count, 134217728.0f));
         }
         mNextFrame += piece;
         done += piece;
