@@ -5,12 +5,12 @@ _streamproxy_words() {
     case $1 in
     '') echo 'mix play hwsync --version' ;;
     mix)
-        echo '-@ --loop --native --allow-truncated --write-frames -o --output --play --device
-            --device-buffer --rate --format --realtime --properties --library --log --dump --json
+        echo '-@ --loop --native --allow-truncated --write-frames -o --output --report --play
+            --device --device-buffer --rate --format --realtime --properties --library --log --dump --json
             --quiet'
         ;;
     play)
-        echo '-@ --loop --native --allow-truncated --write-frames -o --output --device
+        echo '-@ --loop --native --allow-truncated --write-frames -o --output --report --device
             --device-buffer --rate --format --realtime --properties --library --log --dump --json
             --quiet'
         ;;
@@ -23,8 +23,8 @@ _streamproxy_words() {
     'hwsync replay')
         echo '--rate --channels --format --offset --drift --event --script --latency
             --latency-offset --clock --alead-threshold --alead-upper --vlead-threshold
-            --vlead-upper --duration --gain --beside -o --output --svg --summary --json --csv
-            --properties --library --log --quiet'
+            --vlead-upper --duration --gain --beside -o --output --svg --report --summary --json
+            --csv --properties --library --log --quiet'
         ;;
     esac
     echo '-h --help'
