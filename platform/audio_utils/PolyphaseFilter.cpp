@@ -62,8 +62,8 @@ size_t tapsFor(const RateRatio& ratio, size_t multiple) {
     return (static_cast<size_t>(taps) + multiple - 1) / multiple * multiple;
 }
 
-// Frames made between two conversions to 16 bits.
-constexpr size_t kBlockFrames = 128;
+// Frames made between two conversions to 16 bits: a block of the mix, so that rows come up often.
+constexpr size_t kBlockFrames = 1024;
 
 using Quad [[gnu::vector_size(16)]] = float;
 using Octet [[gnu::vector_size(32)]] = float;
@@ -99,12 +99,37 @@ struct Parts {
     V vectors[kVectors] = {};
 };
 
-/** Both channels under one row of coefficients; the first two elements of `sums` are theirs. */
+/** Both channels of an output frame in the making. */
 template <typename V>
-[[gnu::always_inline]] inline void applyRow(const float* left, const float* right, const float* row,
-                                            size_t tapCount, Quad& sums) {
+struct StereoParts {
+    StereoParts(const float* leftSamples, const float* rightSamples)
+        : left(leftSamples), right(rightSamples) {}
+
+    [[gnu::always_inline]] void add(size_t vector, size_t tap, const V& coefficients) {
+        leftParts.add(vector, left + tap, coefficients);
+        rightParts.add(vector, right + tap, coefficients);
+    }
+
+    /** The two sums are the first two elements. */
+    [[gnu::always_inline]] void fold(Quad& sums) const {
+        Quad l;
+        Quad r;
+        leftParts.fold(l);
+        rightParts.fold(r);
+        const Quad halves =
+            __builtin_shufflevector(l, r, 0, 4, 1, 5) + __builtin_shufflevector(l, r, 2, 6, 3, 7);
+        sums = halves + __builtin_shufflevector(halves, halves, 2, 3, 0, 1);
+    }
+
+    const float* const left;
+    const float* const right;
     Parts<V> leftParts;
     Parts<V> rightParts;
+};
+
+/** One row of coefficients over the windows of frames. */
+template <typename V, typename... Frames>
+[[gnu::always_inline]] inline void applyRow(const float* row, size_t tapCount, Frames&... frames) {
     const auto add = [&](size_t tap, size_t vectorCount) __attribute__((always_inline)) {
         for (size_t i = 0; i < vectorCount; ++i) {
             const size_t at = tap + i * Parts<V>::kWidth;
@@ -114,8 +139,7 @@ template <typename V>
             // Kept in a register: GCC would load them once for each channel.
             asm("" : "+x"(coefficients));
 #endif
-            leftParts.add(i, left + at, coefficients);
-            rightParts.add(i, right + at, coefficients);
+            (frames.add(i, at, coefficients), ...);
         }
     };
     size_t tap = 0;
@@ -125,14 +149,17 @@ template <typename V>
     if (tap < tapCount) {  // the row ends in the middle
         add(tap, Parts<V>::kVectors / 2);
     }
-    Quad l;
-    Quad r;
-    leftParts.fold(l);
-    rightParts.fold(r);
-    const Quad halves =
-        __builtin_shufflevector(l, r, 0, 4, 1, 5) + __builtin_shufflevector(l, r, 2, 6, 3, 7);
-    sums = halves + __builtin_shufflevector(halves, halves, 2, 3, 0, 1);
 }
+
+#if defined(__aarch64__)
+constexpr size_t kRegisters = 32;
+#else
+constexpr size_t kRegisters = 16;
+#endif
+/** What a frame costs is loads. Two that lie under the same row share its coefficients, where there
+ *  are registers for the parts of both. */
+template <typename V>
+constexpr bool kSharesRows = 4 * Parts<V>::kVectors < kRegisters;
 
 constexpr float kLowest = -32768;
 constexpr float kHighest = 32767;
@@ -275,26 +302,17 @@ template <typename V>
                                                                Position& at) const {
     const size_t wholeStep = mRatio.in / mRatio.out;
     const uint32_t fraction = mRatio.in % mRatio.out;
-    const size_t tapCount = mTapCount;
-    const float* const table = rows();
+    // Later frames under the same row are made with the first of them.
+    const size_t rowStep = mIsExact ? mRatio.out : frameCount;
     size_t first = at.frame;
     uint32_t phase = at.phase;
-    for (size_t frame = 0; frame < frameCount; ++frame) {
-        Quad sums;
+    for (size_t frame = 0; frame < std::min(frameCount, rowStep); ++frame) {
         if (mIsExact) {
-            applyRow<V>(left + first, right + first, table + phase * tapCount, tapCount, sums);
+            runRow<V>(left + first, right + first, rows() + phase * mTapCount, out + 2 * frame,
+                      (frameCount - frame + rowStep - 1) / rowStep);
         } else {
-            const uint64_t scaled = uint64_t{phase} * mPhaseCount;
-            const float* row = table + static_cast<size_t>(scaled / mRatio.out) * tapCount;
-            const float weight =
-                static_cast<float>(scaled % mRatio.out) / static_cast<float>(mRatio.out);
-            Quad after;
-            applyRow<V>(left + first, right + first, row, tapCount, sums);
-            applyRow<V>(left + first, right + first, row + tapCount, tapCount, after);
-            sums += weight * (after - sums);
+            interpolate<V>(left + first, right + first, phase, out + 2 * frame);
         }
-        out[2 * frame] = sums[0];
-        out[2 * frame + 1] = sums[1];
         first += wholeStep;
         if (phase < fraction) {
             phase += mRatio.out;
@@ -302,7 +320,64 @@ template <typename V>
         }
         phase -= fraction;
     }
-    at = {first, phase};
+    at = after(at, frameCount);
+}
+
+/** `frameCount` frames under one row, every mRatio.out-th of the output. */
+template <typename V>
+[[gnu::always_inline]] inline void PolyphaseFilter::runRow(const float* left, const float* right,
+                                                           const float* row, float* out,
+                                                           size_t frameCount) const {
+    const size_t step = mRatio.in;
+    const auto put = [](const StereoParts<V>& parts, float* to) __attribute__((always_inline)) {
+        Quad sums;
+        parts.fold(sums);
+        memcpy(to, &sums, 2 * sizeof(float));
+    };
+    size_t frame = 0;
+    if constexpr (kSharesRows<V>) {
+        for (; frame + 2 <= frameCount; frame += 2) {
+            const size_t at = frame * step;
+            StereoParts<V> one(left + at, right + at);
+            StereoParts<V> other(left + at + step, right + at + step);
+            applyRow<V>(row, mTapCount, one, other);
+            put(one, out + 2 * frame * mRatio.out);
+            put(other, out + 2 * (frame + 1) * mRatio.out);
+        }
+    }
+    for (; frame < frameCount; ++frame) {
+        StereoParts<V> parts(left + frame * step, right + frame * step);
+        applyRow<V>(row, mTapCount, parts);
+        put(parts, out + 2 * frame * mRatio.out);
+    }
+}
+
+/** One frame between the two rows next to its phase. */
+template <typename V>
+[[gnu::always_inline]] inline void PolyphaseFilter::interpolate(const float* left,
+                                                                const float* right, uint32_t phase,
+                                                                float* out) const {
+    const uint64_t scaled = uint64_t{phase} * mPhaseCount;
+    const float* const row = rows() + static_cast<size_t>(scaled / mRatio.out) * mTapCount;
+    const float weight = static_cast<float>(scaled % mRatio.out) / static_cast<float>(mRatio.out);
+    StereoParts<V> before(left, right);
+    StereoParts<V> after(left, right);
+    applyRow<V>(row, mTapCount, before);
+    applyRow<V>(row + mTapCount, mTapCount, after);
+    Quad sums;
+    Quad sumsAfter;
+    before.fold(sums);
+    after.fold(sumsAfter);
+    sums += weight * (sumsAfter - sums);
+    memcpy(out, &sums, 2 * sizeof(float));
+}
+
+PolyphaseFilter::Position PolyphaseFilter::after(const Position& at, size_t frameCount) const {
+    // The phase falls by in modulo out a frame; below 0 it begins anew, a frame further on.
+    const uint64_t way = uint64_t{frameCount} * mRatio.in + mRatio.out - 1 - at.phase;
+    const uint64_t frames = way / mRatio.out;
+    return {at.frame + static_cast<size_t>(frames),
+            static_cast<uint32_t>(mRatio.out - 1 - way % mRatio.out)};
 }
 
 void PolyphaseFilter::runPairBaseline(const float* left, const float* right, float* out,

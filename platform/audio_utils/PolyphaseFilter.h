@@ -68,6 +68,12 @@ private:
     template <typename V>
     void runPairAny(const float* left, const float* right, float* out, size_t frameCount,
                     Position& at) const;
+    template <typename V>
+    void runRow(const float* left, const float* right, const float* row, float* out,
+                size_t frameCount) const;
+    template <typename V>
+    void interpolate(const float* left, const float* right, uint32_t phase, float* out) const;
+    Position after(const Position& at, size_t frameCount) const;
 
     const RateRatio mRatio;
     const Vectors mVectors;
