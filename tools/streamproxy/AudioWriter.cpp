@@ -99,9 +99,11 @@ void AudioWriter::finish() {
 }
 
 void AudioWriter::abandon() {
+    // Audio that was gathered for a full disk is none.
+    const bool isLost = !mHasAudio || (mOutput.error() != 0 && !mOutput.hasBytes());
     mEncoder.reset();
     mOutput.close();
-    if (!mHasAudio) {
+    if (isLost) {
         mOutput.remove();
     }
 }

@@ -37,9 +37,11 @@ void Feeder::join() {
 }
 
 void Feeder::fill(int64_t frameCount) {
-    int64_t left = frameCount - mBoard.input(mTarget.index).writtenFrames;
-    while (left > 0 && mBoard.isRunning()) {
-        left -= writeSome(left);
+    while (mWrittenFrames < frameCount) {
+        // Nothing is written at the end of the audio too, where silence follows.
+        if (writeSome(frameCount - mWrittenFrames) == 0 && !mBoard.isRunning()) {
+            return;
+        }
         if (mHasWrittenShort) {
             throw ToolError(mTarget.name + ": the stream's buffer takes less than one block of " +
                             std::to_string(frameCount) + " frames");
@@ -121,6 +123,7 @@ int64_t Feeder::write(const uint8_t* audio, int64_t frameCount) {
                             std::to_string(written) + ")");
         }
         mHasWrittenShort = mHasWrittenShort || isShort;
+        mWrittenFrames += frames;
         done += frames;
     }
     return done;

@@ -57,6 +57,7 @@ private:
     int64_t mFramesUsed = 0;      // of them
     bool mHasAudio = true;
     bool mHasWrittenShort = false;
+    int64_t mWrittenFrames = 0;
     std::thread mThread;
 };
 

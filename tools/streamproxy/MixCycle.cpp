@@ -90,7 +90,6 @@ void MixCycle::deliver(const void* buffer, int64_t frameCount) {
         mBoard.end(FeedBoard::State::FINISHED);
         return;
     }
-    feedInputs();
     {
         const MixRecorder::Wait wait(mConfig.recorder, mBoard, mMixedFrames);
         waitForInputs();
@@ -251,7 +250,9 @@ void MixCycle::waitForInputs() {
     const bool hasStaged = std::any_of(mVoices.begin(), mVoices.end(), [](const Voice& voice) {
         return voice.endFrame < 0 && voice.input->handover.isStaged();
     });
-    while (!mBoard.waitUntilFed(hasStaged ? kStagedPatience : kPatience)) {
+    // Between two looks more may have been demanded, see demandMore().
+    for (feedInputs(); !mBoard.waitUntilFed(hasStaged ? kStagedPatience : kPatience);
+         feedInputs()) {
         // A staged input may have given less than was thought, in a block that another one cut
         // short. Its buffer is full then: what it holds is a block, and says where it stands.
         for (size_t index = 0; index < mVoices.size(); ++index) {
