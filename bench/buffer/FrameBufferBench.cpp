@@ -17,6 +17,7 @@
 
 #include "bench/support/Benchmarks.h"
 #include "bench/support/Duel.h"
+#include "bench/support/OneProcessor.h"
 
 namespace {
 
@@ -110,19 +111,24 @@ void addInPlace(Duel& duel, size_t count) {
     });
 }
 
-/** A reader of its own for as long as the duel lasts. Both sides spin, and yield when idle. */
+/** A reader of its own for as long as the duel lasts, on another processor if there is one. Both sides
+ *  spin, and yield when idle; between its runs the reader sleeps, and leaves its processor to the
+ *  others'. */
 template <typename Ring>
 class TwoThreads {
 public:
     explicit TwoThreads(size_t count) : mIn(count, 1), mReader([this, count] { readAll(count); }) {}
     ~TwoThreads() {
         mDone = true;
+        wakeReader();
         mReader.join();
     }
     TwoThreads(const TwoThreads&) = delete;
     TwoThreads& operator=(const TwoThreads&) = delete;
 
     void writeBlocks(size_t count) {
+        const OneProcessor first(OneProcessor::Which::kFirst);
+        wakeReader();
         for (size_t block = 0; block < count; ++block) {
             for (size_t done = 0; done < mIn.size();) {
                 const size_t written = mRing.write(mIn.data() + done, mIn.size() - done);
@@ -136,15 +142,22 @@ public:
         while (mRead.load(std::memory_order_acquire) != mWritten) {
             std::this_thread::yield();
         }
+        mIsAwake = false;
     }
 
 private:
+    void wakeReader() {
+        mIsAwake = true;
+        mIsAwake.notify_one();
+    }
     void readAll(size_t count) {
+        const OneProcessor last(OneProcessor::Which::kLast);
         Frames out(count);
         while (!mDone) {
             const size_t frames = mRing.read(out.data(), out.size());
             mRead.store(mRead.load(std::memory_order_relaxed) + frames, std::memory_order_release);
             if (frames == 0) {
+                mIsAwake.wait(false);
                 std::this_thread::yield();
             }
         }
@@ -155,13 +168,13 @@ private:
     uint64_t mWritten = 0;
     std::atomic<uint64_t> mRead{0};
     std::atomic<bool> mDone{false};
+    std::atomic<bool> mIsAwake{false};
     std::thread mReader;
 };
 
 template <typename Ring>
 void addTwoThreads(Duel& duel, const std::string& name, size_t count) {
-    constexpr size_t kBlocks = 64;
-    // Made for the first run, so that no idle reader disturbs the others before; they yield.
+    constexpr size_t kBlocks = 256;
     const auto threads = std::make_shared<TwoThreads<Ring>>(count);
     duel.add(name, static_cast<double>(kBlocks * count),
              [threads] { threads->writeBlocks(kBlocks); });

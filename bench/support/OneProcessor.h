@@ -3,22 +3,35 @@
 #include <sched.h>
 
 /**
- * While it lives, this thread and those that it starts share one processor: the time that passes is
- * the work of all of them, and does not depend on which of them the system puts where.
+ * While it lives, this thread and those that it starts keep to one processor: the time that passes
+ * does not depend on where the system puts them.
  */
 class OneProcessor {
 public:
-    OneProcessor() {
+    enum class Which { kCurrent, kFirst, kLast };  // of those that the process may use
+
+    explicit OneProcessor(Which which = Which::kCurrent) {
         sched_getaffinity(0, sizeof mFormer, &mFormer);
-        cpu_set_t here;
-        CPU_ZERO(&here);
-        CPU_SET(static_cast<size_t>(sched_getcpu()), &here);
-        sched_setaffinity(0, sizeof here, &here);
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        CPU_SET(find(which), &one);
+        sched_setaffinity(0, sizeof one, &one);
     }
     ~OneProcessor() { sched_setaffinity(0, sizeof mFormer, &mFormer); }
     OneProcessor(const OneProcessor&) = delete;
     OneProcessor& operator=(const OneProcessor&) = delete;
 
 private:
+    size_t find(Which which) const {
+        auto found = static_cast<size_t>(sched_getcpu());
+        for (size_t i = CPU_SETSIZE; which == Which::kFirst && i-- > 0;) {
+            found = CPU_ISSET(i, &mFormer) ? i : found;
+        }
+        for (size_t i = 0; which == Which::kLast && i < CPU_SETSIZE; ++i) {
+            found = CPU_ISSET(i, &mFormer) ? i : found;
+        }
+        return found;
+    }
+
     cpu_set_t mFormer;
 };
