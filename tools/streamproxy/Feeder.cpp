@@ -112,8 +112,8 @@ int64_t Feeder::write(const uint8_t* audio, int64_t frameCount) {
         int written = 0;
         {
             const InputTrack::Write span(mTarget.track);
-            written = mLibrary.writeStream(
-                mTarget.stream, audio + static_cast<size_t>(done) * frameBytes, bytes);
+            written = mLibrary.writeStream(mTarget.stream,
+                                           audio + static_cast<size_t>(done) * frameBytes, bytes);
         }
         const int64_t frames = std::max(written, 0) / static_cast<int64_t>(frameBytes);
         const bool isShort = frames < frameCount - done;

@@ -112,7 +112,8 @@ void ReplayCommand::addOutputOptions() {
         ->type_name("FILE");
     mCommand->add_option("--svg", mSvgPath, "A picture of the audio lead over time")
         ->type_name("FILE");
-    mCommand->add_option("--report", mReportPath, "An HTML page that shows the course of the replay")
+    mCommand
+        ->add_option("--report", mReportPath, "An HTML page that shows the course of the replay")
         ->type_name("FILE");
     mCommand->add_flag("--summary", mIsSummaryOnly, "No row for each decision");
     CLI::Option* json = mCommand->add_flag("--json", mIsJson, "One JSON document");
