@@ -304,13 +304,12 @@ ExitCode MixCommand::mix(const Library& library) {
                         .isHeardLive = mIsRealTime || mIsPlaying,
                         .preRollFrames = mPreRollFrames,
                         .recorder = recorder ? &*recorder : nullptr});
-    MixReport report(session, ordered, output,
-                     {.path = mOutputPath,
-                      .device = mIsPlaying ? mDeviceName : std::string(),
-                      .rateHz = mRateHz,
-                      .bits = mBits,
-                      .preRollFrames = mPreRollFrames},
-                     mIsQuiet, mIsJson);
+    const MixTarget target{.path = mOutputPath,
+                           .device = mIsPlaying ? mDeviceName : std::string(),
+                           .rateHz = mRateHz,
+                           .bits = mBits,
+                           .preRollFrames = mPreRollFrames};
+    MixReport report(session, ordered, output, target, mIsQuiet, mIsJson);
     Interrupt::install();
     const auto begin = std::chrono::steady_clock::now();
     try {
@@ -334,12 +333,7 @@ ExitCode MixCommand::mix(const Library& library) {
     report.summary();
     report.warnings();
     if (mIsJson) {
-        MixJson(session, ordered, output,
-                {.path = mOutputPath,
-                 .device = mIsPlaying ? mDeviceName : std::string(),
-                 .rateHz = mRateHz,
-                 .bits = mBits})
-            .print(elapsed);
+        MixJson(session, ordered, output, target).print(elapsed);
     }
     if (page) {
         const std::string name = mOutputPath.empty()

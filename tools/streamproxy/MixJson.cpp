@@ -53,18 +53,18 @@ Json jsonOf(const MixInput& input, const FeedBoard::Input& state, const MixCycle
 void MixJson::print(std::chrono::nanoseconds elapsed) const {
     const MixCycle& cycle = mSession.cycle();
     const Levels levels = mMix.meter().total();
-    const double audioSec = static_cast<double>(levels.frameCount) / mOutput.rateHz;
+    const double audioSec = static_cast<double>(levels.frameCount) / mTarget.rateHz;
     Json document;
     document["inputs"] = Json::array();
     for (size_t index = 0; index < mInputs.size(); ++index) {
         document["inputs"].push_back(
             jsonOf(*mInputs[index], mSession.board().input(index), cycle, index));
     }
-    document["output"] = {{"file", textOrNull(mOutput.path)},
-                          {"device", textOrNull(mOutput.device)},
-                          {"rate_hz", mOutput.rateHz},
+    document["output"] = {{"file", textOrNull(mTarget.path)},
+                          {"device", textOrNull(mTarget.device)},
+                          {"rate_hz", mTarget.rateHz},
                           {"channels", Levels::kChannels},
-                          {"bits", mOutput.bits}};
+                          {"bits", mTarget.bits}};
     document["summary"] = {
         {"frames", levels.frameCount},
         {"duration_ns", std::llround(audioSec * kNsPerSec)},

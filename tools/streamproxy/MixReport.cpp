@@ -26,11 +26,11 @@ double secondsSince(Clock::time_point start) {
 }  // namespace
 
 MixReport::MixReport(MixSession& session, const std::vector<MixInput*>& inputs, MixOutput& mix,
-                     const Output& output, bool isQuiet, bool isJson)
+                     const MixTarget& target, bool isQuiet, bool isJson)
     : mSession(session),
       mInputs(inputs),
       mMix(mix),
-      mOutput(output),
+      mTarget(target),
       mIsQuiet(isQuiet),
       mIsJson(isJson),
       mIsTerminal(isatty(STDERR_FILENO) != 0) {
@@ -44,8 +44,8 @@ MixReport::MixReport(MixSession& session, const std::vector<MixInput*>& inputs, 
         double lengthSec = std::numeric_limits<double>::infinity();
         if (input->source.hasKnownLength()) {
             const int64_t frames =
-                input->handover.mixFramesOf(input->promisedFrames()) - output.preRollFrames;
-            lengthSec = static_cast<double>(frames) / output.rateHz;
+                input->handover.mixFramesOf(input->promisedFrames()) - target.preRollFrames;
+            lengthSec = static_cast<double>(frames) / target.rateHz;
         }
         mTotalSec = std::max(mTotalSec, lengthSec);
     }
@@ -70,8 +70,8 @@ void MixReport::progress() {
 
 std::string MixReport::progressLine() const {
     const int64_t mixed =
-        std::max<int64_t>(mSession.cycle().mixedFrames() - mOutput.preRollFrames, 0);
-    const double doneSec = std::min(static_cast<double>(mixed) / mOutput.rateHz, mTotalSec);
+        std::max<int64_t>(mSession.cycle().mixedFrames() - mTarget.preRollFrames, 0);
+    const double doneSec = std::min(static_cast<double>(mixed) / mTarget.rateHz, mTotalSec);
     char total[32] = "";
     if (std::isfinite(mTotalSec)) {
         snprintf(total, sizeof(total), " of %.1f", mTotalSec);
@@ -108,10 +108,10 @@ void MixReport::summary() const {
 
 void MixReport::outputLines() const {
     const Levels levels = mMix.meter().total();
-    const double audioSec = static_cast<double>(levels.frameCount) / mOutput.rateHz;
-    const std::string device = "sound device '" + mOutput.device + "'";
-    const std::string name = mOutput.path.empty() ? device : mOutput.path;
-    fprintf(stderr, "%s: %u Hz, %u-bit, stereo\n", name.c_str(), mOutput.rateHz, mOutput.bits);
+    const double audioSec = static_cast<double>(levels.frameCount) / mTarget.rateHz;
+    const std::string device = "sound device '" + mTarget.device + "'";
+    const std::string name = mTarget.path.empty() ? device : mTarget.path;
+    fprintf(stderr, "%s: %u Hz, %u-bit, stereo\n", name.c_str(), mTarget.rateHz, mTarget.bits);
     fprintf(stderr, "  %" PRId64 " frames (%.3f s) in %" PRId64 " blocks, %" PRId64 " short\n",
             levels.frameCount, audioSec, mSession.cycle().blockCount(),
             mSession.cycle().shortBlockCount());
@@ -120,7 +120,7 @@ void MixReport::outputLines() const {
             levels.clippedCount);
     if (isPlayed()) {
         fprintf(stderr, "  played%s, %" PRId64 " underruns\n",
-                mOutput.path.empty() ? "" : (" on " + device).c_str(), mMix.underrunCount());
+                mTarget.path.empty() ? "" : (" on " + device).c_str(), mMix.underrunCount());
     } else {
         fprintf(stderr, "  %.1f x real time\n", audioSec / std::max(secondsSince(mStart), 1e-6));
     }
@@ -151,7 +151,7 @@ void MixReport::warnings() const {
                     input->spec.path.c_str(), input->reader->channelCount());
         }
     }
-    if (mOutput.bits == 16) {
+    if (mTarget.bits == 16) {
         warnOfWrapping();
     }
     const MixCycle& cycle = mSession.cycle();
@@ -169,7 +169,7 @@ void MixReport::warnings() const {
 
 /** The library's 16-bit sums wrap around. What the inputs could reach together is known here. */
 void MixReport::warnOfWrapping() const {
-    const double preRollSec = static_cast<double>(mOutput.preRollFrames) / mOutput.rateHz;
+    const double preRollSec = static_cast<double>(mTarget.preRollFrames) / mTarget.rateHz;
     std::vector<double> sums;
     for (const MixInput* input : mInputs) {
         const auto& peaks = input->source.peaks();

@@ -9,6 +9,7 @@
 #include "tools/streamproxy/MixInput.h"
 #include "tools/streamproxy/MixOutput.h"
 #include "tools/streamproxy/MixSession.h"
+#include "tools/streamproxy/MixTarget.h"
 #include "tools/streamproxy/play/MeterDisplay.h"
 
 namespace android {
@@ -19,16 +20,8 @@ namespace android {
  */
 class MixReport {
 public:
-    struct Output {
-        std::string path;    // empty: no file
-        std::string device;  // empty: not played
-        uint32_t rateHz;
-        uint32_t bits;
-        int64_t preRollFrames;
-    };
-
     MixReport(MixSession& session, const std::vector<MixInput*>& inputs, MixOutput& mix,
-              const Output& output, bool isQuiet, bool isJson);
+              const MixTarget& target, bool isQuiet, bool isJson);
 
     /**
      * To be called often. A mix that is played has meters on a terminal; otherwise a terminal's
@@ -41,7 +34,7 @@ public:
     void clearLine() const;
 
 private:
-    bool isPlayed() const { return !mOutput.device.empty(); }
+    bool isPlayed() const { return !mTarget.device.empty(); }
     std::string progressLine() const;
     void inputLine(size_t index) const;
     void outputLines() const;
@@ -50,7 +43,7 @@ private:
     MixSession& mSession;
     const std::vector<MixInput*> mInputs;
     MixOutput& mMix;
-    const Output mOutput;
+    const MixTarget mTarget;
     const bool mIsQuiet;
     const bool mIsJson;  // the summary is for programs, on standard output
     const bool mIsTerminal;

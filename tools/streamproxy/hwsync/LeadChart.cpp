@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <iterator>
 
+#include "tools/streamproxy/MarkupText.h"
 #include "tools/streamproxy/OutputFile.h"
 #include "tools/streamproxy/ToolError.h"
 
@@ -40,24 +41,6 @@ double secOf(int64_t ns) {
 
 double msOf(int64_t ns) {
     return static_cast<double>(ns) / 1e6;
-}
-
-std::string escaped(const std::string& words) {
-    std::string out;
-    for (const char letter : words) {
-        switch (letter) {
-            case '&':
-                out += "&amp;";
-                break;
-            case '<':
-                out += "&lt;";
-                break;
-            default:
-                // Control characters have no place in the document, whatever a file is called.
-                out += static_cast<unsigned char>(letter) < ' ' ? '?' : letter;
-        }
-    }
-    return out;
 }
 
 std::string number(const char* format, double value) {
@@ -250,7 +233,7 @@ void LeadChart::shape(Kind kind, double x, double y, const std::string& tip) {
         default:
             add("<path class=\"mark anchor\" d=\"M%.2f %.2fl6 6l-6 6l-6 -6z\">", x, y - 6);
     }
-    mSvg += "<title>" + escaped(tip) + "</title></path>";
+    mSvg += "<title>" + markupText(tip) + "</title></path>";
 }
 
 void LeadChart::drawCorrections() {
@@ -321,7 +304,7 @@ void LeadChart::drawLegend() {
 
 void LeadChart::text(double x, double y, const char* style, const std::string& words) {
     add("<text class=\"%s\" x=\"%.2f\" y=\"%.2f\">", style, x, y);
-    mSvg += escaped(words) + "</text>";
+    mSvg += markupText(words) + "</text>";
 }
 
 void LeadChart::add(const char* format, ...) {

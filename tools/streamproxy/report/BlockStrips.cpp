@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "tools/streamproxy/report/PageText.h"
+#include "tools/streamproxy/MarkupText.h"
 
 namespace android {
 
@@ -45,7 +45,7 @@ void BlockStrips::drawSizes(const BlockTrack& blocks) {
     for (const BlockTrack::ShortBlock& block : blocks.shortBlocks()) {
         mSizes.mark("short",
                     {.timeSec = block.timeSec, .value = static_cast<double>(block.frameCount)},
-                    "short block at " + pageNumber("%.3f s: ", block.timeSec) +
+                    "short block at " + markupNumber("%.3f s: ", block.timeSec) +
                         std::to_string(block.frameCount) + " of " +
                         std::to_string(blocks.wholeFrames()) + " frames");
     }
@@ -54,7 +54,7 @@ void BlockStrips::drawSizes(const BlockTrack& blocks) {
 void BlockStrips::drawTimes(const BlockTrack& blocks) {
     const Strip::Scale scale = scaleOf(blocks);
     for (double ms = scale.low; ms < scale.high * 1.5; ms *= 10) {
-        mTimes.tick(ms, pageNumber("%.10g", ms));
+        mTimes.tick(ms, markupNumber("%.10g", ms));
     }
     mTimes.course("cycle", blocks.cycles());
     mTimes.course("callback", blocks.callbacks());

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "tools/streamproxy/report/PageText.h"
+#include "tools/streamproxy/MarkupText.h"
 
 namespace android {
 
@@ -44,7 +44,7 @@ GainStrip::GainStrip(const TimeAxis& axis, const std::vector<Step>& steps, doubl
       mRampSec(rampSec),
       mStrip(axis, {.kind = "gains",
                     .title = "Gain (linear): dashed what was set, solid the walk to it, " +
-                             pageNumber("%.0f ms", rampSec * 1000),
+                             markupNumber("%.0f ms", rampSec * 1000),
                     .heightPx = 64,
                     .scale = {.low = -0.05, .high = 1.05}}),
       mIsBalanced(std::all_of(steps.begin(), steps.end(),
@@ -61,10 +61,10 @@ GainStrip::GainStrip(const TimeAxis& axis, const std::vector<Step>& steps, doubl
     for (size_t i = 0; i < std::min(steps.size(), kMostMarks); ++i) {
         const Step& step = steps[i];
         if (step.timeSec >= 0.0 && i > 0) {
-            std::string tip = pageNumber("gain set at %.3f s to ", step.timeSec);
-            tip += pageNumber("%.3g", step.left);
+            std::string tip = markupNumber("gain set at %.3f s to ", step.timeSec);
+            tip += markupNumber("%.3g", step.left);
             if (!mIsBalanced) {
-                tip += pageNumber(" left, %.3g right", step.right);
+                tip += markupNumber(" left, %.3g right", step.right);
             }
             mStrip.mark("set", {.timeSec = step.timeSec, .value = step.left}, tip);
         }

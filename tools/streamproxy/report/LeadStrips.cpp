@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "tools/streamproxy/report/PageText.h"
+#include "tools/streamproxy/MarkupText.h"
 
 namespace android {
 
@@ -66,7 +66,8 @@ void addTicks(Strip& strip, const Strip::Scale& scale) {
             });
             if (ms > scale.low && ms < scale.high && hasRoom) {
                 shares.push_back(share);
-                strip.tick(ms, pageNumber(ms == 0 ? "%.0f" : "%+.0f", std::abs(ms) > 0 ? ms : 0.0));
+                strip.tick(ms,
+                           markupNumber(ms == 0 ? "%.0f" : "%+.0f", std::abs(ms) > 0 ? ms : 0.0));
             }
         }
     }
@@ -131,8 +132,8 @@ void LeadStrips::drawEvents(const SyncTrack& track) {
         mOutput.event(timeSec, events[i].text);
         if (i < kMostNames) {
             mEventNames += std::string(i == 0 ? "<p class=\"key\"><span>clock: </span>" : "") +
-                           "<span>" + pageNumber("%.3f s ", timeSec) + pageText(events[i].text) +
-                           "</span> ";
+                           "<span>" + markupNumber("%.3f s ", timeSec) +
+                           markupText(events[i].text) + "</span> ";
         }
     }
     mEventNames += events.empty() ? "" : "</p>\n";
@@ -147,9 +148,9 @@ void LeadStrips::drawCorrections(const SyncTrack& track) {
         }
         const double timeSec = static_cast<double>(decision.timeNs) / 1e9;
         const double leadMs = static_cast<double>(decision.leadNs()) / 1e6;
-        std::string tip = decision.name() + pageNumber(" at %.3f s", timeSec);
+        std::string tip = decision.name() + markupNumber(" at %.3f s", timeSec);
         if (decision.hasClock) {
-            tip += pageNumber(", audio lead %+.1f ms", leadMs);
+            tip += markupNumber(", audio lead %+.1f ms", leadMs);
         }
         if (decision.correctionMs > 0) {
             tip += ", " + std::to_string(decision.correctionMs) + " ms";

@@ -4,10 +4,10 @@
 #include <filesystem>
 
 #include "tools/streamproxy/Decibels.h"
+#include "tools/streamproxy/MarkupText.h"
 #include "tools/streamproxy/report/AudioStrips.h"
 #include "tools/streamproxy/report/BlockStrips.h"
 #include "tools/streamproxy/report/GainStrip.h"
-#include "tools/streamproxy/report/PageText.h"
 #include "tools/streamproxy/report/StateStrip.h"
 
 namespace android {
@@ -27,7 +27,7 @@ std::string nameOf(const MixInput& input) {
 }
 
 std::string msText(const Course& course) {
-    return pageNumber("%.3f", course.mean()) + pageNumber(" and %.3f ms", course.highest());
+    return markupNumber("%.3f", course.mean()) + markupNumber(" and %.3f ms", course.highest());
 }
 
 }  // namespace
@@ -58,7 +58,7 @@ void MixPage::addFigures(const MixOutput& mix) {
     mPage.addFigures(
         "Figures of the mix",
         {{"rate", std::to_string(mRateHz) + " Hz"},
-         {"length", pageNumber("%.3f s", static_cast<double>(levels.frameCount) / mRateHz)},
+         {"length", markupNumber("%.3f s", static_cast<double>(levels.frameCount) / mRateHz)},
          {"peak", decibelText(levels.peak())},
          {"RMS", decibelText(levels.rms())},
          {"clipped samples", std::to_string(levels.clippedCount)},
@@ -84,7 +84,7 @@ void MixPage::addInputFigures() {
                         std::to_string(mSession.cycle().heardFrames(index)),
                         decibelText(double{peak}), std::to_string(input.source.clippedCount()),
                         std::to_string(board.shortWriteCount), std::to_string(track.delayCount()),
-                        pageNumber("%.3f", track.writeSec())});
+                        markupNumber("%.3f", track.writeSec())});
     }
     mPage.addTable("Inputs",
                    {"input", "frames written", "frames heard", "peak", "clipped", "short writes",
@@ -138,7 +138,7 @@ std::string MixPage::states(size_t index) const {
     strip.add(State::PAUSED, pauseSec, mAxis.endSec());
     for (const InputTrack::Delay& delay : track.delays()) {
         strip.add(State::LATE, delay.timeSec, delay.timeSec + mAxis.columnSec(),
-                  pageNumber(", for %.0f ms", delay.waitSec * 1000));
+                  markupNumber(", for %.0f ms", delay.waitSec * 1000));
     }
     return strip.html();
 }

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "tools/streamproxy/MarkupText.h"
 #include "tools/streamproxy/report/AudioStrips.h"
 #include "tools/streamproxy/report/BlockStrips.h"
 #include "tools/streamproxy/report/GainStrip.h"
 #include "tools/streamproxy/report/LeadStrips.h"
-#include "tools/streamproxy/report/PageText.h"
 #include "tools/streamproxy/report/StateStrip.h"
 
 namespace android {
@@ -26,12 +26,12 @@ double sec(int64_t ns) {
 
 std::string rangeText(const Course& course) {
     return course.valueCount() == 0 ? "none"
-                                    : pageNumber("%+.1f", course.lowest()) +
-                                          pageNumber(" to %+.1f ms", course.highest());
+                                    : markupNumber("%+.1f", course.lowest()) +
+                                          markupNumber(" to %+.1f ms", course.highest());
 }
 
 std::string msText(const Course& course) {
-    return pageNumber("%.3f", course.mean()) + pageNumber(" and %.3f ms", course.highest());
+    return markupNumber("%.3f", course.mean()) + markupNumber(" and %.3f ms", course.highest());
 }
 
 /** Until the last block has been played. */
@@ -57,7 +57,7 @@ ReplayPage::ReplayPage(const SyncTrack& track, const SyncBounds& bounds, const P
                          BlockStrips(mAxis, recorder.blocks()).html());
     mPage.addSection(nameOf(figures.path),
                      figures.path + ": tunnel stream, as it was written" +
-                         pageNumber("; played at gain %g", recorder.tunnelGain()),
+                         markupNumber("; played at gain %g", recorder.tunnelGain()),
                      AudioStrips(mAxis, recorder.tunnel(), "of the payload").html() + states());
     addBesides();
 }
@@ -66,7 +66,7 @@ void ReplayPage::addFigures(const PcmFormat& format, const ReplayReport::Figures
     using Kind = SyncDecision::Kind;
     const BlockTrack& blocks = mRecorder.blocks();
     const auto seconds = [&](int64_t byteCount) {
-        return pageNumber("%.3f s", sec(format.durationNs(static_cast<uint64_t>(byteCount))));
+        return markupNumber("%.3f s", sec(format.durationNs(static_cast<uint64_t>(byteCount))));
     };
     Course parserLeads;
     for (const SyncDecision& decision : mTrack.decisions()) {
@@ -76,7 +76,7 @@ void ReplayPage::addFigures(const PcmFormat& format, const ReplayReport::Figures
     }
     mPage.addFigures("Figures of the replay",
                      {{"rate", std::to_string(format.rateHz) + " Hz"},
-                      {"length", pageNumber("%.3f s", sec(figures.elapsedNs))},
+                      {"length", markupNumber("%.3f s", sec(figures.elapsedNs))},
                       {"bursts", std::to_string(mTrack.decisions().size())},
                       {"lead at the parser", rangeText(parserLeads)},
                       {"lead at the output", rangeText(mRecorder.outputLeads())},

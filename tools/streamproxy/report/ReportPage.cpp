@@ -1,39 +1,39 @@
 #include "tools/streamproxy/report/ReportPage.h"
 
-#include "tools/streamproxy/report/PageText.h"
+#include "tools/streamproxy/MarkupText.h"
 #include "tools/streamproxy/report/ReportStyle.h"
 
 namespace android {
 
 ReportPage::ReportPage(const TimeAxis& axis, const std::string& title, const std::string& axisTitle)
-    : mTitle(pageText(title)) {
+    : mTitle(markupText(title)) {
     mTimeline = "<div class=\"axis\">";
     for (const TimeAxis::Tick& tick : axis.ticks()) {
-        mTimeline +=
-            std::string("<span") + (tick.isMinor ? " class=\"minor\"" : "") +
-            " style=\"left:" + pageNumber("%.2f", 100 * axis.x(tick.timeSec) / axis.columnCount()) +
-            "%\">" + tick.label + "</span>";
+        mTimeline += std::string("<span") + (tick.isMinor ? " class=\"minor\"" : "") +
+                     " style=\"left:" +
+                     markupNumber("%.2f", 100 * axis.x(tick.timeSec) / axis.columnCount()) +
+                     "%\">" + tick.label + "</span>";
     }
     const bool isLong = axis.ticks()[1].timeSec >= 60;
-    mTimeline += "</div><div class=\"timename\">" + pageText(axisTitle) +
+    mTimeline += "</div><div class=\"timename\">" + markupText(axisTitle) +
                  (isLong ? " (h:min)" : " (s)") + "</div>";
-    mBody = "<body data-seconds=\"" + pageNumber("%.9g", axis.endSec()) + "\">\n<h1>" + mTitle +
+    mBody = "<body data-seconds=\"" + markupNumber("%.9g", axis.endSec()) + "\">\n<h1>" + mTitle +
             "</h1>\n";
 }
 
 void ReportPage::addTable(const std::string& caption, const std::vector<std::string>& heads,
                           const std::vector<std::vector<std::string>>& rows) {
     mBody += "<section><div class=\"scroll\" tabindex=\"0\" role=\"region\" aria-label=\"" +
-             pageText(caption) + "\"><table><caption>" + pageText(caption) +
+             markupText(caption) + "\"><table><caption>" + markupText(caption) +
              "</caption><thead><tr>";
     for (const std::string& head : heads) {
-        mBody += "<th scope=\"col\">" + pageText(head) + "</th>";
+        mBody += "<th scope=\"col\">" + markupText(head) + "</th>";
     }
     mBody += "</tr></thead><tbody>\n";
     for (const std::vector<std::string>& row : rows) {
         mBody += "<tr>";
         for (const std::string& cell : row) {
-            mBody += "<td>" + pageText(cell) + "</td>";
+            mBody += "<td>" + markupText(cell) + "</td>";
         }
         mBody += "</tr>\n";
     }
@@ -41,17 +41,17 @@ void ReportPage::addTable(const std::string& caption, const std::vector<std::str
 }
 
 void ReportPage::addFigures(const std::string& heading, const Figures& figures) {
-    mBody += "<section><h2>" + pageText(heading) + "</h2><dl>\n";
+    mBody += "<section><h2>" + markupText(heading) + "</h2><dl>\n";
     for (const auto& [name, value] : figures) {
-        mBody += "<div><dt>" + pageText(name) + "</dt><dd>" + pageText(value) + "</dd></div>\n";
+        mBody += "<div><dt>" + markupText(name) + "</dt><dd>" + markupText(value) + "</dd></div>\n";
     }
     mBody += "</dl></section>\n";
 }
 
 void ReportPage::addSection(const std::string& heading, const std::string& detail,
                             const std::string& strips) {
-    mBody += "<section><h2>" + pageText(heading) + "</h2>\n<p class=\"detail\">" +
-             pageText(detail) + "</p>\n" + strips + mTimeline + "</section>\n";
+    mBody += "<section><h2>" + markupText(heading) + "</h2>\n<p class=\"detail\">" +
+             markupText(detail) + "</p>\n" + strips + mTimeline + "</section>\n";
 }
 
 std::string ReportPage::html() const {

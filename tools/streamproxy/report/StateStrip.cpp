@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "tools/streamproxy/report/PageText.h"
+#include "tools/streamproxy/MarkupText.h"
 
 namespace android {
 
@@ -55,9 +55,9 @@ void StateStrip::add(State state, double fromSec, double toSec, const std::strin
     // What is no wider than it must be to be seen is a moment.
     const bool isMoment = toSec - fromSec <= mAxis.columnSec() * 1.001;
     const std::string when = isMoment
-                                 ? pageNumber(" at %.3f s", fromSec)
-                                 : pageNumber(", %.3f", std::max(fromSec, 0.0)) +
-                                       pageNumber(" to %.3f s", std::min(toSec, mAxis.endSec()));
+                                 ? markupNumber(" at %.3f s", fromSec)
+                                 : markupNumber(", %.3f", std::max(fromSec, 0.0)) +
+                                       markupNumber(" to %.3f s", std::min(toSec, mAxis.endSec()));
     mStrip.span(naming.style, fromSec, toSec, naming.words + when + detail);
 }
 

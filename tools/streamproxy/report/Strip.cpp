@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <utility>
 
-#include "tools/streamproxy/report/PageText.h"
+#include "tools/streamproxy/MarkupText.h"
 
 namespace android {
 
@@ -15,7 +15,7 @@ namespace {
 constexpr double kHeight = 1000;
 
 std::string titleOf(const std::string& tip) {
-    return tip.empty() ? std::string() : "<title>" + pageText(tip) + "</title>";
+    return tip.empty() ? std::string() : "<title>" + markupText(tip) + "</title>";
 }
 
 }  // namespace
@@ -90,8 +90,8 @@ void Strip::band(const char* style, double low, double high, const std::string& 
     add("<rect class=\"%s\" x=\"0\" y=\"%.0f\" width=\"%d\" height=\"%.0f\"/>", style, top,
         mAxis.columnCount(), height);
     if (!label.empty() && height * mLook.heightPx / kHeight > 18) {
-        mMarks += "<span class=\"bandname\" style=\"top:" + pageNumber("%.1f", top / 10) + "%\">" +
-                  pageText(label) + "</span>";
+        mMarks += "<span class=\"bandname\" style=\"top:" + markupNumber("%.1f", top / 10) +
+                  "%\">" + markupText(label) + "</span>";
     }
 }
 
@@ -119,8 +119,8 @@ void Strip::event(double timeSec, const std::string& tip) {
 
 void Strip::tick(double value, const std::string& label) {
     rule("grid", value);
-    mTicks += "<span style=\"top:" + pageNumber("%.1f", y(value) / 10) + "%\">" + pageText(label) +
-              "</span>";
+    mTicks += "<span style=\"top:" + markupNumber("%.1f", y(value) / 10) + "%\">" +
+              markupText(label) + "</span>";
 }
 
 void Strip::ranges(const char* style, const Ranges& ranges) {
@@ -159,18 +159,19 @@ void Strip::line(const char* style, const std::vector<Point>& points, const std:
 }
 
 void Strip::mark(const char* style, const Point& at, const std::string& tip) {
-    const std::string words = pageText(tip);
-    mMarks += std::string("<i class=\"mark ") + style + "\" style=\"left:" +
-              pageNumber("%.2f", 100 * mAxis.x(at.timeSec) / mAxis.columnCount()) +
-              "%;top:" + pageNumber("%.1f", y(at.value) / 10) + "%\" title=\"" + words + "\"></i>";
+    const std::string words = markupText(tip);
+    mMarks +=
+        std::string("<i class=\"mark ") + style +
+        "\" style=\"left:" + markupNumber("%.2f", 100 * mAxis.x(at.timeSec) / mAxis.columnCount()) +
+        "%;top:" + markupNumber("%.1f", y(at.value) / 10) + "%\" title=\"" + words + "\"></i>";
 }
 
 std::string Strip::html() const {
     std::string grid;
     for (const TimeAxis::Tick& tick : mAxis.ticks()) {
-        grid += "M" + pageNumber("%.2f", mAxis.x(tick.timeSec)) + " 0v1000";
+        grid += "M" + markupNumber("%.2f", mAxis.x(tick.timeSec)) + " 0v1000";
     }
-    const std::string title = pageText(mLook.title);
+    const std::string title = markupText(mLook.title);
     return std::string("<figure data-kind=\"") + mLook.kind + "\"><figcaption>" + title +
            "</figcaption><div class=\"plot\" style=\"height:" + std::to_string(mLook.heightPx) +
            "px\"><div class=\"ticks\">" + mTicks + "</div><svg viewBox=\"0 0 " +

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <cstdio>
 
-#include "tools/streamproxy/report/PageText.h"
+#include "tools/streamproxy/MarkupText.h"
 
 namespace android {
 
@@ -18,7 +18,7 @@ constexpr double kSteps[] = {0.01, 0.02, 0.05,  0.1,   0.2,   0.5,   1,     2,  
 
 std::string labelOf(double timeSec, double stepSec) {
     if (stepSec < 60) {
-        return pageNumber("%.6g", timeSec);
+        return markupNumber("%.6g", timeSec);
     }
     const long minutes = std::lround(timeSec / 60);
     char text[32];

@@ -1,4 +1,4 @@
-#include "tools/streamproxy/report/PageText.h"
+#include "tools/streamproxy/MarkupText.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -33,7 +33,7 @@ size_t characterLength(const std::string& words, size_t index) {
 
 }  // namespace
 
-std::string pageText(const std::string& words) {
+std::string markupText(const std::string& words) {
     std::string out;
     for (size_t index = 0; index < words.size();) {
         const size_t length = characterLength(words, index);
@@ -58,7 +58,7 @@ std::string pageText(const std::string& words) {
     return out;
 }
 
-std::string pageNumber(const char* format, double value) {
+std::string markupNumber(const char* format, double value) {
     char words[64];
     snprintf(words, sizeof(words), format, value);
     return words;
