@@ -23,7 +23,7 @@ demo_recordings() {
 verb_demo() {
     need_build
     build release -DSTREAMPROXY_BUILD_TESTS=OFF
-    local options=(-o out/demo.wav)
+    local options=(-o out/demo.wav --report out/demo.html)
     mkdir -p out
     if [ $# -gt 0 ]; then
         DEMO_INPUTS=("$@")
@@ -37,6 +37,7 @@ verb_demo() {
         cat <<'EOF'
 
 The mix is out/demo.wav: eight recordings of 8 to 96 kHz, mono and stereo, in 44.1 kHz stereo.
+What went on in it is out/demo.html, for any browser: waveforms, levels, gains, blocks, their times.
 Listen for:
    0 s  music (44.1 kHz) and a login chime (22.05 kHz) from the first moment on
    3 s  the music steps back; a voice (48 kHz mono) says "front left" on the left, "front right"
@@ -48,14 +49,14 @@ EOF
         demo_tunnel out "$BUILD_DIR/bin/streamproxy"
         cat <<'EOF'
 
-The mix is out/tunnel.wav, the picture out/tunnel.svg (any browser shows it).
+The mix is out/tunnel.wav, the picture out/tunnel.svg, the whole course out/tunnel.html.
 Listen for music from the tunnel stream and a voice from a plain stream, over and over. At 5 s the
 clock jumps ahead by 400 ms: the music skips to catch up, the voice goes on undisturbed.
 Look for the audio lead: it falls out of the green band at 5 s, red marks show audio being dropped,
 and it is back inside at once.
 EOF
     else
-        printf '\nThe mix is out/demo.wav.\n'
+        printf '\nThe mix is out/demo.wav, what went on in it out/demo.html.\n'
     fi
 }
 
@@ -70,5 +71,6 @@ demo_tunnel() {
     "${tool[@]}" hwsync inspect "$tunnel.hws" --rate 44100 --summary
     say "replaying it in real time, 12 s"
     "${tool[@]}" hwsync replay "$tunnel.hws" --rate 44100 --gain 0.4 --event 5s:jump=+400ms \
-        --beside "$voice@gain=-6dB,loop=12" -o "$tunnel.wav" --svg "$tunnel.svg" --summary
+        --beside "$voice@gain=-6dB,loop=12" -o "$tunnel.wav" --svg "$tunnel.svg" \
+        --report "$tunnel.html" --summary
 }

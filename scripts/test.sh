@@ -32,7 +32,8 @@ verb_test() {
     demo_recordings
     say "the demo, from $BUILD_DIR"
     run+=("$BUILD_DIR/bin/streamproxy")
-    "${run[@]}" mix "${DEMO_INPUTS[@]}" --rate 44100 --quiet -o "$BUILD_DIR/demo.wav"
+    "${run[@]}" mix "${DEMO_INPUTS[@]}" --rate 44100 --quiet -o "$BUILD_DIR/demo.wav" \
+        --report "$BUILD_DIR/demo.html"
     demo_tunnel "$BUILD_DIR" "${run[@]}"
     record "${BUILD_DIR#build/}" "$(count_tests) tests (the examples among them) and the demo: no report"
 }
