@@ -113,7 +113,8 @@ public:
         advanceRead(std::min(frameCount, held));
     }
 
-    /** Discards every frame held, once `wipe(spans)` has seen it. */
+    /** Discards every frame held, once `wipe(spans)` has seen it. By the consumer: a read under way
+     *  would bring back what it discards. */
     template <typename Wipe>
     void flush(Wipe wipe) {
         const Snapshot at = snapshot();

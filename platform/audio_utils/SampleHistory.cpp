@@ -47,7 +47,8 @@ size_t SampleHistory::append(const int16_t* frames, size_t frameCount) {
     }
     const size_t taken = std::min(frameCount, mCapacity - mFrameCount);
     if (mChannelCount == 2) {
-        splitStereo(frames, &mSamples[mFrameCount], &mSamples[mCapacity + mFrameCount], taken);
+        splitStereo(frames, mSamples.data() + mFrameCount,
+                    mSamples.data() + mCapacity + mFrameCount, taken);
         mFrameCount += taken;
         return taken;
     }

@@ -108,6 +108,8 @@ TEST_F(HwSyncReplay, WhatCantBeReplayedIsNamed) {
         {{stream, "--latency-offset", "-10ms"}, "an offset below 0"},
         {{stream, "--drift", "nan"}, "--drift: 'nan' is no number"},
         {{stream, "--gain", "nan"}, "nan is no gain from 0 to 1"},
+        {{stream, "--beside", folder / "in.wav", "--report", folder / "./in.wav"},
+         "in.wav: is also an input"},
     };
     for (auto [arguments, words] : cases) {
         arguments.insert(arguments.begin(), "replay");

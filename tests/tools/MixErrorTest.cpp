@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 #include <sndfile.h>
+#include <sys/resource.h>
 
+#include <csignal>
 #include <fstream>
 
 #include "tests/tools/ToolRun.h"
@@ -112,7 +114,29 @@ TEST_F(MixErrors, OutputsThatCanNotBeWritten) {
     EXPECT_TRUE(std::filesystem::exists("/dev/full"));
     std::filesystem::create_hard_link(good, folder / "same.wav");
     expectFailure({good}, 2, "same.wav: is also an input", "same.wav");
+    expectFailure({good, "--report", folder / "./good.wav"}, 2, "is also an input", "mix.wav");
+    expectFailure({good, "--report", folder / "./mix.wav"}, 2, "is named twice", "mix.wav");
     EXPECT_EQ(48000, readAudio(good).frameCount());
+}
+
+TEST_F(MixErrors, ADiskThatFillsUpLeavesAFileWithAllThatItTook) {
+    rlimit former{};
+    getrlimit(RLIMIT_FSIZE, &former);
+    rlimit small = former;
+    small.rlim_cur = 150'000;
+    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    for (const std::string name : {"part.wav", "part.aiff", "part.caf"}) {
+        setrlimit(RLIMIT_FSIZE, &small);
+        ToolRun run({good, "-o", folder / name});
+        setrlimit(RLIMIT_FSIZE, &former);
+        const ToolRun::Result result = run.wait();
+        EXPECT_EQ(1, result.exitCode);
+        EXPECT_TRUE(result.says("writing failed: File too large")) << result.messages;
+        EXPECT_GT(readAudio(folder / name).frameCount(), 30'000) << name;
+        // It would refuse one whose header promises more.
+        ToolRun::mixWell({folder / name, "-o", folder / "again.wav"});
+    }
+    std::signal(SIGXFSZ, handler);
 }
 
 }  // namespace

@@ -109,8 +109,8 @@ TEST(Report, APathThatCannotBeWrittenEndsTheRunBeforeAnythingIsTouched) {
         EXPECT_FALSE(std::filesystem::exists(folder / "mix.wav"));
     };
     expectFailure(folder / "none/r.html", 1, "choose another place with --report");
-    expectFailure(folder / "a.wav", 2, "give the report another name");
-    expectFailure(folder / "mix.wav", 2, "give the report another name");
+    expectFailure(folder / "a.wav", 2, "is also an input");
+    expectFailure(folder / "mix.wav", 2, "is named twice");
     // A run that fails later leaves none.
     const auto result =
         ToolRun::mix({folder / "a.wav", "-o", "/dev/full", "--report", folder / "r.html"});

@@ -14,6 +14,11 @@ namespace {
 
 constexpr int kChannels = 2;
 
+// For one call of the encoder, which passes them on as they are: a call into the system for each
+// block of a mix costs more. In front of the encoder, so that it counts what the disk has taken, and
+// a header can be completed that promises no more.
+constexpr size_t kGatheredBytes = 65536;
+
 /** The container that the name asks for, with the widest samples it has up to `bits`; 0: none. */
 int formatOf(const std::string& path, uint32_t bits) {
     std::string extension = std::filesystem::path(path).extension().string();
@@ -69,21 +74,39 @@ AudioWriter::AudioWriter(const std::string& path, uint32_t rateHz, uint32_t bits
     sf_command(mEncoder.get(), SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
 }
 
-AudioWriter::~AudioWriter() = default;
+AudioWriter::~AudioWriter() {
+    if (mEncoder) {
+        abandon();
+    }
+}
 
 void AudioWriter::write(const void* frames, size_t frameCount) {
+    const auto* bytes = static_cast<const uint8_t*>(frames);
+    mGathered.insert(mGathered.end(), bytes, bytes + frameCount * frameBytes());
+    if (mGathered.size() >= kGatheredBytes) {
+        encode();
+    }
+}
+
+void AudioWriter::encode() {
+    if (mGathered.empty()) {
+        return;
+    }
+    const size_t frameCount = mGathered.size() / frameBytes();
     const auto count = static_cast<sf_count_t>(frameCount);
     sf_count_t written = 0;
     if (mBits == 16) {
-        written = sf_writef_short(mEncoder.get(), static_cast<const short*>(frames), count);
+        written = sf_writef_short(mEncoder.get(), reinterpret_cast<const short*>(mGathered.data()),
+                                  count);
     } else {
         const size_t sampleCount = frameCount * kChannels;
         mFullScale.resize(sampleCount);
         for (size_t i = 0; i < sampleCount; ++i) {
-            mFullScale[i] = heldSample(fullScaleSample(frames, i, mBits));
+            mFullScale[i] = heldSample(fullScaleSample(mGathered.data(), i, mBits));
         }
         written = sf_writef_int(mEncoder.get(), mFullScale.data(), count);
     }
+    mGathered.clear();
     mHasAudio = mHasAudio || written > 0;
     if (written != count || mOutput.error() != 0) {
         fail(mOutput.error());
@@ -91,6 +114,7 @@ void AudioWriter::write(const void* frames, size_t frameCount) {
 }
 
 void AudioWriter::finish() {
+    encode();
     const int status = sf_close(mEncoder.release());
     const int errorNumber = mOutput.close();
     if (status != 0 || errorNumber != 0) {
@@ -99,11 +123,16 @@ void AudioWriter::finish() {
 }
 
 void AudioWriter::abandon() {
-    // Audio that was gathered for a full disk is none.
-    const bool isLost = !mHasAudio || (mOutput.error() != 0 && !mOutput.hasBytes());
+    if (mEncoder && mOutput.error() == 0) {
+        try {
+            encode();
+        } catch (const ToolError&) {
+            // The run fails for another reason, which is told.
+        }
+    }
     mEncoder.reset();
     mOutput.close();
-    if (isLost) {
+    if (!mHasAudio) {
         mOutput.remove();
     }
 }

@@ -21,7 +21,7 @@ public:
     static void check(const std::string& path, uint32_t rateHz, uint32_t bits);
 
     AudioWriter(const std::string& path, uint32_t rateHz, uint32_t bits);
-    ~AudioWriter();  // finishes what was not finished
+    ~AudioWriter();  // abandons what was not finished
     AudioWriter(const AudioWriter&) = delete;
     AudioWriter& operator=(const AudioWriter&) = delete;
 
@@ -37,6 +37,8 @@ private:
         void operator()(SNDFILE* file) const { sf_close(file); }
     };
 
+    size_t frameBytes() const { return mBits == 16 ? 4 : 8; }
+    void encode();
     [[noreturn]] void fail(int errorNumber) const;
 
     const std::string mPath;
@@ -44,7 +46,8 @@ private:
     OutputFile mOutput;  // outlives the encoder
     std::unique_ptr<SNDFILE, CloseFile> mEncoder;
     bool mHasAudio = false;
-    std::vector<int32_t> mFullScale;  // one block, 32 bits to full scale
+    std::vector<uint8_t> mGathered;   // frames as they came, for the encoder
+    std::vector<int32_t> mFullScale;  // the same, 32 bits to full scale
 };
 
 }  // namespace android

@@ -14,6 +14,7 @@
 #include "tools/streamproxy/LogSink.h"
 #include "tools/streamproxy/MixJson.h"
 #include "tools/streamproxy/MixReport.h"
+#include "tools/streamproxy/OutputPaths.h"
 #include "tools/streamproxy/PipeReader.h"
 #include "tools/streamproxy/Properties.h"
 #include "tools/streamproxy/report/MixPage.h"
@@ -152,8 +153,7 @@ ExitCode MixCommand::run() {
     }
     openInputs();
     chooseRate();
-    checkOutput();
-    checkReport();
+    checkOutputs();
     if (!mPropertiesPath.empty()) {
         loadProperties(mPropertiesPath);
     }
@@ -204,34 +204,18 @@ void MixCommand::chooseRate() {
     mRateHz = isShared ? firstHz : kDefaultRateHz;
 }
 
-void MixCommand::checkOutput() const {
-    if (mOutputPath.empty()) {
-        return;
+void MixCommand::checkOutputs() const {
+    if (!mOutputPath.empty()) {
+        AudioWriter::check(mOutputPath, mRateHz, mBits);
     }
-    AudioWriter::check(mOutputPath, mRateHz, mBits);
+    OutputPaths paths;
+    paths.addOutput(mOutputPath);
+    paths.addOutput(mReportPath);
+    paths.addInput(mPropertiesPath);
     for (const InputSpec& spec : mSpecs) {
-        std::error_code error;
-        if (!spec.isPipe() && std::filesystem::equivalent(spec.path, mOutputPath, error)) {
-            throw ToolError(mOutputPath + ": is also an input; give the mix another name with -o",
-                            EXIT_USAGE);
-        }
+        paths.addInput(spec.isPipe() ? std::string() : spec.path);
     }
-}
-
-void MixCommand::checkReport() const {
-    std::vector<std::string> others = {mOutputPath};
-    for (const InputSpec& spec : mSpecs) {
-        others.push_back(spec.isPipe() ? std::string() : spec.path);
-    }
-    for (const std::string& other : others) {
-        std::error_code error;
-        if (!mReportPath.empty() && !other.empty() &&
-            (mReportPath == other || std::filesystem::equivalent(other, mReportPath, error))) {
-            throw ToolError(
-                mReportPath + ": is also an input or the mix; give the report another name",
-                EXIT_USAGE);
-        }
-    }
+    paths.check();
 }
 
 void MixCommand::makeInputs() {
@@ -271,6 +255,7 @@ void MixCommand::makeInputs() {
 }
 
 ExitCode MixCommand::mix(const Library& library) {
+    Interrupt::install();  // before there are files to be left behind
     std::vector<MixInput*> inputs;
     for (const auto& input : mInputs) {
         inputs.push_back(input.get());
@@ -310,7 +295,6 @@ ExitCode MixCommand::mix(const Library& library) {
                            .bits = mBits,
                            .preRollFrames = mPreRollFrames};
     MixReport report(session, ordered, output, target, mIsQuiet, mIsJson);
-    Interrupt::install();
     const auto begin = std::chrono::steady_clock::now();
     try {
         session.start();

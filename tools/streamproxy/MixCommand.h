@@ -33,8 +33,7 @@ private:
     std::unique_ptr<AudioInput> openInput(const InputSpec& spec) const;
     void openInputs();
     void chooseRate();
-    void checkOutput() const;
-    void checkReport() const;
+    void checkOutputs() const;
     void makeInputs();
     ExitCode mix(const Library& library);
     std::unique_ptr<PlayDevice> openDevice() const;

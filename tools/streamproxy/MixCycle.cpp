@@ -79,9 +79,6 @@ void MixCycle::deliver(const void* buffer, int64_t frameCount) {
         Voice& voice = mVoices[index];
         if (voice.endFrame < 0 && !pauseIfOver(index)) {
             applyGains(voice);
-            if (InputTrack* track = trackOf(voice)) {
-                track->addFill(mConfig.recorder->secondsOf(mMixedFrames), bufferFill(index));
-            }
             mBoard.demand(index, nextDemand(voice));
             isOver = false;
         }
@@ -90,10 +87,12 @@ void MixCycle::deliver(const void* buffer, int64_t frameCount) {
         mBoard.end(FeedBoard::State::FINISHED);
         return;
     }
+    feedInputs();
     {
         const MixRecorder::Wait wait(mConfig.recorder, mBoard, mMixedFrames);
         waitForInputs();
     }
+    recordFills();
     pace();
 }
 
@@ -241,7 +240,22 @@ void MixCycle::feedInputs() {
     for (size_t index = 0; index < mVoices.size(); ++index) {
         const Voice& voice = mVoices[index];
         if (voice.feeder && voice.endFrame < 0) {
+            InputTrack* const track = trackOf(voice);
+            const int64_t beginNs = track != nullptr ? InputTrack::nowNs() : 0;
             voice.feeder->fill(mBoard.input(index).demandFrames);
+            if (track != nullptr) {
+                track->addDelay(mConfig.recorder->secondsOf(mMixedFrames),
+                                InputTrack::nowNs() - beginNs);
+            }
+        }
+    }
+}
+
+void MixCycle::recordFills() {
+    for (size_t index = 0; index < mVoices.size(); ++index) {
+        InputTrack* const track = trackOf(mVoices[index]);
+        if (track != nullptr && mVoices[index].endFrame < 0) {
+            track->addFill(mConfig.recorder->secondsOf(mMixedFrames), bufferFill(index));
         }
     }
 }
@@ -250,9 +264,8 @@ void MixCycle::waitForInputs() {
     const bool hasStaged = std::any_of(mVoices.begin(), mVoices.end(), [](const Voice& voice) {
         return voice.endFrame < 0 && voice.input->handover.isStaged();
     });
-    // Between two looks more may have been demanded, see demandMore().
-    for (feedInputs(); !mBoard.waitUntilFed(hasStaged ? kStagedPatience : kPatience);
-         feedInputs()) {
+    while (!mBoard.waitUntilFed(hasStaged ? kStagedPatience : kPatience)) {
+        feedInputs();  // more may have been demanded, see demandMore()
         // A staged input may have given less than was thought, in a block that another one cut
         // short. Its buffer is full then: what it holds is a block, and says where it stands.
         for (size_t index = 0; index < mVoices.size(); ++index) {

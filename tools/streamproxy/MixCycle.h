@@ -78,6 +78,7 @@ private:
     void pauseAll();
     int64_t nextDemand(Voice& voice) const;
     void feedInputs();
+    void recordFills();
     void waitForInputs();
     void pace();
 

@@ -11,12 +11,6 @@
 
 namespace android {
 
-namespace {
-
-constexpr size_t kGatheredBytes = 65536;
-
-}  // namespace
-
 OutputFile::OutputFile(const std::string& path, const char* option)
     : mPath(path), mFd(open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) {
     if (mFd < 0) {
@@ -47,7 +41,6 @@ SF_VIRTUAL_IO* OutputFile::io() {
 
 int OutputFile::close() {
     if (mFd >= 0) {
-        flush();
         if (mIsRegular && fsync(mFd) != 0) {
             note(errno);
         }
@@ -67,11 +60,11 @@ void OutputFile::remove() {
 
 sf_count_t OutputFile::length() {
     struct stat status {};
-    return flush() && fstat(mFd, &status) == 0 ? status.st_size : 0;
+    return fstat(mFd, &status) == 0 ? status.st_size : 0;
 }
 
 sf_count_t OutputFile::seek(sf_count_t offset, int whence) {
-    const off_t position = flush() ? lseek(mFd, offset, whence) : -1;
+    const off_t position = lseek(mFd, offset, whence);
     if (position < 0) {
         note(errno);
     }
@@ -79,19 +72,14 @@ sf_count_t OutputFile::seek(sf_count_t offset, int whence) {
 }
 
 sf_count_t OutputFile::read(void* data, sf_count_t byteCount) {
-    return flush() ? ::read(mFd, data, static_cast<size_t>(byteCount)) : 0;
+    return ::read(mFd, data, static_cast<size_t>(byteCount));
 }
 
 sf_count_t OutputFile::write(const void* data, sf_count_t byteCount) {
-    const auto* bytes = static_cast<const char*>(data);
-    mGathered.insert(mGathered.end(), bytes, bytes + byteCount);
-    return mGathered.size() < kGatheredBytes || flush() ? byteCount : 0;
-}
-
-bool OutputFile::flush() {
-    size_t done = 0;
-    while (done < mGathered.size()) {
-        const ssize_t written = ::write(mFd, mGathered.data() + done, mGathered.size() - done);
+    sf_count_t done = 0;
+    while (done < byteCount) {
+        const ssize_t written = ::write(mFd, static_cast<const char*>(data) + done,
+                                        static_cast<size_t>(byteCount - done));
         if (written < 0 && errno == EINTR) {
             continue;
         }
@@ -99,12 +87,9 @@ bool OutputFile::flush() {
             note(written < 0 ? errno : ENOSPC);
             break;
         }
-        done += static_cast<size_t>(written);
-        mHasBytes = true;
+        done += written;
     }
-    const bool isWhole = done == mGathered.size();
-    mGathered.clear();
-    return isWhole;
+    return done;
 }
 
 }  // namespace android

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 namespace android {
 
@@ -28,8 +27,6 @@ public:
     int close();
     /** The first failure so far, or 0. */
     int error() const { return mError; }
-    /** Whether the system has taken anything; what is gathered for it does not count. */
-    bool hasBytes() const { return mHasBytes; }
     /** Deletes the file, if it is one that this object made or emptied. */
     void remove();
 
@@ -39,15 +36,11 @@ private:
     sf_count_t seek(sf_count_t offset, int whence);
     sf_count_t read(void* data, sf_count_t byteCount);
     sf_count_t write(const void* data, sf_count_t byteCount);
-    /** What is gathered goes to the system; false: it does not take it. */
-    bool flush();
 
     const std::string mPath;
     int mFd;
     int mError = 0;
     bool mIsRegular = false;
-    bool mHasBytes = false;
-    std::vector<char> mGathered;  // not written yet: a call for each block of a mix costs more
 };
 
 }  // namespace android

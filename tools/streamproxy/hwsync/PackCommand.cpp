@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
-#include <filesystem>
 
 #include "tools/streamproxy/FrameSource.h"
 #include "tools/streamproxy/Handover.h"
 #include "tools/streamproxy/Interrupt.h"
+#include "tools/streamproxy/OutputPaths.h"
 #include "tools/streamproxy/hwsync/InterruptExit.h"
 #include "tools/streamproxy/hwsync/TimeText.h"
 
@@ -106,11 +106,10 @@ PackCommand::PackCommand(CLI::App& parent)
 }
 
 ExitCode PackCommand::run() const {
-    std::error_code error;
-    if (std::filesystem::equivalent(mAudioPath, mOutputPath, error)) {
-        throw ToolError(mOutputPath + ": is also the input; give the stream another name with -o",
-                        EXIT_USAGE);
-    }
+    OutputPaths paths;
+    paths.addInput(mAudioPath);
+    paths.addOutput(mOutputPath);
+    paths.check();
     AudioReader reader(mAudioPath, mAllowTruncated);
     SeededRandom random(mSeed);
     const PackPlan plan(planConfig(reader), random);

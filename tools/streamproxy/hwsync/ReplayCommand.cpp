@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "tools/streamproxy/LogSink.h"
+#include "tools/streamproxy/OutputPaths.h"
 #include "tools/streamproxy/Properties.h"
 #include "tools/streamproxy/hwsync/InterruptExit.h"
 #include "tools/streamproxy/hwsync/LeadChart.h"
@@ -183,16 +184,20 @@ void ReplayCommand::checkOutputs() const {
     if (!mOutputPath.empty()) {
         AudioWriter::check(mOutputPath, mFormat.rateHz, mFormat.bits);
     }
+    OutputPaths paths;
+    for (const std::string& path : {mPath, mScriptPath, mPropertiesPath}) {
+        paths.addInput(path);
+    }
+    for (const std::string& text : mBesides) {
+        paths.addInput(InputSpec::parse(text).path);
+    }
+    for (const std::string& path : {mOutputPath, mSvgPath, mReportPath}) {
+        paths.addOutput(path);
+    }
+    paths.check();
     for (const std::string& path : {mOutputPath, mSvgPath, mReportPath}) {
         if (path.empty()) {
             continue;
-        }
-        std::error_code error;
-        if (path == mReportPath && (path == mOutputPath || path == mSvgPath)) {
-            throw ToolError(path + ": is named twice; give the report another name", EXIT_USAGE);
-        }
-        if (std::filesystem::equivalent(path, mPath, error)) {
-            throw ToolError(path + ": is also the input; give the result another name", EXIT_USAGE);
         }
         // The picture is written when all is over: its folder had better be there.
         const std::filesystem::path folder = std::filesystem::absolute(path).parent_path();

@@ -7,13 +7,17 @@ namespace android {
 namespace {
 
 constexpr size_t kMaxDelays = 300;
+constexpr int64_t kDelayNs = 20'000'000;
 
 }  // namespace
 
-void InputTrack::addDelay(const Delay& delay) {
+void InputTrack::addDelay(double timeSec, int64_t waitNs) {
+    if (waitNs < kDelayNs || timeSec < 0.0) {
+        return;
+    }
     ++mDelayCount;
     if (mDelays.size() < kMaxDelays) {
-        mDelays.push_back(delay);
+        mDelays.push_back({.timeSec = timeSec, .waitSec = static_cast<double>(waitNs) / 1e9});
     }
 }
 

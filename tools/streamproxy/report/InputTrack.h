@@ -56,7 +56,8 @@ public:
 
     void addGain(const GainStep& step) { mGains.push_back(step); }
     void addFill(double timeSec, double fill) { mFill.add(timeSec, fill); }
-    void addDelay(const Delay& delay);
+    /** Counts from 20 ms on, since a mix in real time has no more in hand, and not before 0 s. */
+    void addDelay(double timeSec, int64_t waitNs);
     void setPause(double timeSec);
 
     Envelope& audio() { return mAudio; }

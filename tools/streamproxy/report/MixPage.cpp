@@ -110,7 +110,7 @@ void MixPage::addInput(size_t index) {
 
 std::string MixPage::fill(size_t index) const {
     Strip strip(mAxis, {.kind = "room",
-                        .title = "Buffer of the stream at each callback (% full)",
+                        .title = "Buffer of the stream after each callback (% full)",
                         .heightPx = 48,
                         .scale = {.low = 0.0, .high = 1.0}});
     strip.tick(0.0, "0");

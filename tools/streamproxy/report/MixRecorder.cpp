@@ -2,13 +2,6 @@
 
 namespace android {
 
-namespace {
-
-// Longer than a block, and a mix in real time has no more in hand.
-constexpr int64_t kDelayNs = 20'000'000;
-
-}  // namespace
-
 MixRecorder::MixRecorder(const std::vector<MixInput*>& inputs, const Config& config)
     : mConfig(config),
       mMix({.rateHz = config.rateHz, .channelCount = 2, .bits = config.bits}),
@@ -54,16 +47,13 @@ MixRecorder::Wait::Wait(MixRecorder* recorder, const FeedBoard& board, int64_t m
 }
 
 MixRecorder::Wait::~Wait() {
-    if (mRecorder == nullptr || mTimeSec < 0.0 || InputTrack::nowNs() - mBeginNs < kDelayNs) {
+    if (mRecorder == nullptr) {
         return;
     }
     // Others may have lacked a write that was under way: those are there at once.
     for (const size_t index : mUnfed) {
         InputTrack& track = mRecorder->input(index);
-        const int64_t waitNs = track.lastWriteNs() - mBeginNs;
-        if (waitNs >= kDelayNs) {
-            track.addDelay({.timeSec = mTimeSec, .waitSec = static_cast<double>(waitNs) / 1e9});
-        }
+        track.addDelay(mTimeSec, track.lastWriteNs() - mBeginNs);
     }
 }
 

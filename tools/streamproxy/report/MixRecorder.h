@@ -24,7 +24,8 @@ public:
         int64_t preRollFrames;
     };
 
-    /** Stands for the time that the mix waits for its inputs; `recorder` may be null. */
+    /** Stands for the time that the mix waits for inputs whose feeders have a thread; `recorder` may
+     *  be null. */
     class Wait {
     public:
         Wait(MixRecorder* recorder, const FeedBoard& board, int64_t mixedFrames);

@@ -12,6 +12,7 @@ namespace {
 
 // A write stands for a second at most, and a burst waits no longer to be heard.
 constexpr size_t kRecentBlocks = 500;
+constexpr size_t kMaxPending = 10000;  // bursts in the stream's buffer: never so many
 // Blocks and writes come in steps. What is further apart was a pause, or was dropped at once.
 constexpr double kJitterSec = 0.1;
 
@@ -86,6 +87,9 @@ void ReplayRecorder::noteBurst(const Written& written) {
     mPlayedBytes += mBurst.usedPayloadByteCount();
     if (isHeard) {
         mPending.push_back({.ptsNs = mBurst.ptsNs, .frame = beginBytes / mFrameBytes});
+        if (mPending.size() > kMaxPending) {
+            mPending.pop_front();
+        }
     } else if (mBurst.mode != HW_SYNC_MODE_AV_SYNC && mPending.empty()) {
         mOutputLeads.interrupt(nowSec());
     }
