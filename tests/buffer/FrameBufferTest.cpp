@@ -129,6 +129,20 @@ TEST(FrameBuffer, BehavesLikeAQueueAcrossEveryWrapOfStorageAndPositions) {
     }
 }
 
+TEST(FrameBuffer, CountsByIndicesWherePositionsAreOutOfOrder) {
+    struct Case {
+        size_t read, write, held, free;
+    };
+    // Read past written, level, and written further ahead than the ring is long.
+    for (const Case& at : {Case{5, 3, 0, 2}, Case{8, 3, 0, 5}, Case{9, 9, 0, 8}, Case{0, 20, 4, 0},
+                           Case{6, 17, 3, 0}, Case{3, 19, 8, 0}}) {
+        const sp<FrameBuffer> buffer(new FrameBuffer(
+            AUDIO_FORMAT_PCM_16_BIT, AUDIO_CHANNEL_OUT_STEREO, 8, false, at.read, at.write));
+        EXPECT_EQ(at.held, buffer->availableToRead()) << at.read << " " << at.write;
+        EXPECT_EQ(at.free, buffer->availableToWrite()) << at.read << " " << at.write;
+    }
+}
+
 TEST(FrameBuffer, ModeGatesHandOutsAndNothingElse) {
     const auto ring = makeBuffer(4);
     ring->disallow(FRAME_BUFFER_ALL);
