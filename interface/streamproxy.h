@@ -23,7 +23,9 @@
  * pipeline functions, create_audio_proxy_stream() and destroy_audio_proxy_stream() may not, since
  * they wait for the mixing cycle that the callback is part of: there they log an error and return
  * -ENOSYS, or null. For the same reason no thread may call those while it holds a lock that an
- * output callback takes; the audio_proxy_stream_ functions do not wait for a callback.
+ * output callback takes; the audio_proxy_stream_ functions do not wait for a callback. Two of them
+ * wait for frames to be mixed, which none are meanwhile: inside a callback a write into a full stream
+ * and the closing of one that holds frames take their second.
  *
  * C sees opaque handles. C++ sees the stream interface itself.
  */
@@ -148,7 +150,7 @@ STREAMPROXY_API int audio_proxy_pipeline_set_parameters(audio_proxy_pipeline_t* 
  */
 STREAMPROXY_API audio_proxy_stream_t* create_audio_proxy_stream(const audio_proxy_config_t* config);
 
-// Every function below answers -EINVAL to a null stream.
+/* Every function below answers -EINVAL to a null stream. */
 
 /** "key=value;..." pairs. Known to a stream with AV sync: "hw_av_sync", the id of its clock, a
  *  decimal int. 0, also for unknown keys and where no clock can be had. */

@@ -48,7 +48,7 @@ bench_check() {
     bench_needs
     rm -rf out/bench/bench
     CC='' CXX='' STDLIB='' TARGET=benchmarks build bench
-    local duels='kernel/.*/900|channels/.*/960|ring/(copy|in_place)/960|final_stage/8/900'
+    local duels='kernel/.*/900|channels/.*/960|ring/(copy|in_place)/(441|960)|final_stage/8/900'
     bench_run bench "^($duels|resampler/|quality/)" "${BENCH_DUELS[@]}"
     STREAMPROXY_BENCH_SLACK=2.5 bench_run bench '^(growth/|control/(volume|pipeline dump)/)' \
         growth control

@@ -122,6 +122,9 @@ TEST(MixPipe, MistakesAreNamedAndLeaveNoFile) {
     expectFailure(bytes, {folder / "in.wav@rate=8000"}, 2, "is for '-' alone");
     expectFailure(bytes, {"-", "--loop", "2"}, 2, "can't be played again");
     expectFailure({}, {"-"}, 1, "brought no audio");
+    std::vector<uint8_t> file = bytes;
+    std::copy_n("RIFF", 4, file.begin());
+    expectFailure(file, {"-"}, 1, "begins with 'RIFF' as an audio file does");
     // A few frames: the end comes while the streams are filled.
     bytes.resize(4 * 100 + 3);
     expectFailure(bytes, {"-"}, 1, "ends inside a frame (3 of 4 bytes)");

@@ -29,7 +29,7 @@ double parseGain(const std::string& text, const std::string& where) {
         throw ToolError(where + ": '" + text + "' is no gain; write 0.5 or -6dB", EXIT_USAGE);
     }
     if (gain < 0.0 || gain > 1.0) {
-        throw ToolError(where + ": a gain of " + text + " is outside 0 to 1 (at most 0dB)",
+        throw ToolError(where + ": a gain of " + text + " is outside 0 to 1; write 0.5 or -6dB",
                         EXIT_USAGE);
     }
     return gain;
@@ -106,6 +106,9 @@ void applySetting(InputSpec& spec, const std::string& setting) {
         spec.startSec = parseTimeSec(value, where);
     } else if (key == "length") {
         spec.lengthSec = parseTimeSec(value, where);
+        if (spec.lengthSec == 0.0) {
+            throw ToolError(where + ": leaves nothing to play; leave the input out", EXIT_USAGE);
+        }
     } else if (key == "loop") {
         spec.loopCount = parseCount(value, where, 1, 1000000);
     } else if (key == "volume") {

@@ -115,9 +115,12 @@ void MixReport::outputLines() const {
     fprintf(stderr, "  %" PRId64 " frames (%.3f s) in %" PRId64 " blocks, %" PRId64 " short\n",
             levels.frameCount, audioSec, mSession.cycle().blockCount(),
             mSession.cycle().shortBlockCount());
-    fprintf(stderr, "  peak %s, RMS %s, %" PRId64 " samples clipped\n",
-            decibelText(levels.peak()).c_str(), decibelText(levels.rms()).c_str(),
-            levels.clippedCount);
+    fprintf(stderr, "  peak %s, RMS %s", decibelText(levels.peak()).c_str(),
+            decibelText(levels.rms()).c_str());
+    if (mTarget.bits == 32) {  // with 16, sums have wrapped around where nobody can count them
+        fprintf(stderr, ", %" PRId64 " samples clipped", levels.clippedCount);
+    }
+    fputc('\n', stderr);
     if (isPlayed()) {
         fprintf(stderr, "  played%s, %" PRId64 " underruns\n",
                 mTarget.path.empty() ? "" : (" on " + device).c_str(), mMix.underrunCount());

@@ -79,6 +79,9 @@ size_t PipeReader::readFrames(size_t frameCount) {
         mIsOver = got == 0;
         byteCount += got > 0 ? static_cast<size_t>(got) : 0;
     }
+    if (mFramesRead == 0) {
+        checkBegin(byteCount);
+    }
     mFramesRead += static_cast<int64_t>(byteCount / frameBytes);
     if (mIsOver) {
         checkEnd(byteCount % frameBytes);
@@ -94,6 +97,16 @@ bool PipeReader::waitForBytes() const {
         }
     }
     return false;
+}
+
+/** The header of a file would be heard as a click, and its rate and channels be guessed at. */
+void PipeReader::checkBegin(size_t byteCount) const {
+    for (const char* name : {"RIFF", "RF64", "FORM", "fLaC", "OggS", "caff"}) {
+        if (byteCount >= 4 && memcmp(mBytes.data(), name, 4) == 0) {
+            throw ToolError(std::string("-: begins with '") + name +
+                            "' as an audio file does; name the file, or pipe its decoded samples");
+        }
+    }
 }
 
 void PipeReader::checkEnd(size_t leftoverBytes) const {

@@ -34,6 +34,7 @@ private:
     /** Fills mBytes with whole frames, as many as were read. */
     size_t readFrames(size_t frameCount);
     bool waitForBytes() const;
+    void checkBegin(size_t byteCount) const;
     void checkEnd(size_t leftoverBytes) const;
 
     const PipeFormat mFormat;

@@ -213,6 +213,11 @@ void ReplayCommand::checkBursts() const {
         void onGarbage(uint64_t /*offset*/, uint64_t /*byteCount*/) override {}
         void onBurst(const Burst& /*burst*/) override {}
     } sink;
+    // It is read twice.
+    if (std::filesystem::exists(mPath) && !std::filesystem::is_regular_file(mPath) &&
+        !std::filesystem::is_directory(mPath)) {
+        throw ToolError(mPath + ": is no regular file; keep the stream in one and replay that");
+    }
     BurstFile file(mPath);
     BurstScanner scanner(sink);
     std::vector<uint8_t> chunk(size_t{1} << 16);

@@ -64,6 +64,9 @@ size_t TunnelWriter::pieceOf(size_t byteCount, uint64_t offset) const {
 }
 
 void TunnelWriter::writePiece(const uint8_t* bytes, size_t byteCount, TunnelLog& log) {
+    if (mConfig.recorder != nullptr) {
+        mConfig.recorder->beginWrite();
+    }
     const nsecs_t beginNs = systemTime(SYSTEM_TIME_MONOTONIC);
     const int written = mLibrary.writeStream(mStream, bytes, byteCount);
     if (written < 0 || static_cast<size_t>(written) != byteCount) {

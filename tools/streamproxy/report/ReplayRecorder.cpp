@@ -40,17 +40,24 @@ void ReplayRecorder::beginBlock(const void* frames, int64_t frameCount) {
     const double timeSec = nowSec();
     {
         const std::lock_guard<std::mutex> lock(mLock);
-        mRecentBlocks.push_back({.firstFrame = mMixedFrames,
+        mRecentBlocks.push_back({.firstFrame = mMixedFrames - std::max<int64_t>(mFramesBefore, 0),
                                  .frameCount = frameCount,
                                  .timeSec = timeSec,
                                  .clockNs = mClock->positionNs()});
         if (mRecentBlocks.size() > kRecentBlocks) {
             mRecentBlocks.pop_front();
         }
+        mMixedFrames += frameCount;
     }
-    mMixedFrames += frameCount;
     mBlocks.begin(timeSec, frameCount);
     addAt(mMix, timeSec, mConfig.rateHz, frames, frameCount);
+}
+
+void ReplayRecorder::beginWrite() {
+    const std::lock_guard<std::mutex> lock(mLock);
+    if (mFramesBefore < 0) {
+        mFramesBefore = mMixedFrames;
+    }
 }
 
 void ReplayRecorder::noteWrite(const Written& written) {

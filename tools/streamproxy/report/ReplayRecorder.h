@@ -56,6 +56,8 @@ public:
         const Burst* burst;  // whose header it completed; null: none
         const std::vector<TunnelLog::Line>& lines;
     };
+    /** In front of each write: with the first one the tunnel stream joins the mix. */
+    void beginWrite();
     void noteWrite(const Written& written);
 
     /** A plain stream. */
@@ -105,7 +107,6 @@ private:
     // The mixer's.
     Envelope mMix;
     BlockTrack mBlocks;
-    int64_t mMixedFrames = 0;
     // The writer's.
     Envelope mTunnel;
     Burst mBurst;              // the last one whose header was written
@@ -115,7 +116,9 @@ private:
     Course mOutputLeads;
     std::vector<Beside> mBesides;
     std::mutex mLock;
-    std::deque<Block> mRecentBlocks;  // under mLock
+    std::deque<Block> mRecentBlocks;  // all below under mLock
+    int64_t mMixedFrames = 0;
+    int64_t mFramesBefore = -1;  // of them, mixed before the tunnel stream's first write
 };
 
 }  // namespace android
