@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/buffer/PlainestRing.h"
 #include "bench/support/Benchmarks.h"
 #include "bench/support/Duel.h"
 #include "bench/support/OneProcessor.h"
@@ -39,6 +40,28 @@ struct FrameBufferRing {
     }
     size_t read(uint32_t* frames, size_t count) {
         return static_cast<size_t>(buffer->read(frames, count));
+    }
+    /** Where frames lie that are there; how many of them. */
+    size_t visit(size_t count) {
+        void* region = nullptr;
+        buffer->obtainReadBuffer(&region, count);
+        benchmark::DoNotOptimize(region);
+        buffer->releaseReadBuffer(region, count);
+        return count;
+    }
+};
+
+struct PlainRing {
+    const std::unique_ptr<PlainestRing> ring{new PlainestRing(kFrames, sizeof(uint32_t))};
+
+    size_t write(const uint32_t* frames, size_t count) { return ring->write(frames, count); }
+    size_t read(uint32_t* frames, size_t count) { return ring->read(frames, count); }
+    size_t visit(size_t count) {
+        void* region = nullptr;
+        count = ring->obtain(&region, count);
+        benchmark::DoNotOptimize(region);
+        ring->release(count);
+        return count;
     }
 };
 
@@ -95,18 +118,14 @@ void addOneThread(Duel& duel, const std::string& name, size_t count) {
 }
 
 /** Writes by copy as a client does; the frames are read where they lie. */
-void addInPlace(Duel& duel, size_t count) {
-    const auto ring = std::make_shared<FrameBufferRing>();
+template <typename Ring>
+void addInPlace(Duel& duel, const std::string& name, size_t count) {
+    const auto ring = std::make_shared<Ring>();
     const auto block = std::make_shared<Block>(count);
-    duel.add("framebuffer", static_cast<double>(count), [ring, block] {
+    duel.add(name, static_cast<double>(count), [ring, block] {
         ring->write(block->in.data(), block->in.size());
         for (size_t done = 0; done < block->in.size();) {
-            void* region = nullptr;
-            size_t frames = block->in.size() - done;
-            ring->buffer->obtainReadBuffer(&region, frames);
-            benchmark::DoNotOptimize(region);
-            ring->buffer->releaseReadBuffer(region, frames);
-            done += frames;
+            done += ring->visit(block->in.size() - done);
         }
     });
 }
@@ -199,10 +218,12 @@ void registerBenchmarks() {
             addOneThread<FrameBufferRing>(duel, "framebuffer", count);
             addOneThread<BoostRing>(duel, "boost", count);
             addOneThread<JackRing>(duel, "jack", count);
+            addOneThread<PlainRing>(duel, "plainest", count);
             addMemcpy(duel, count);
         });
         registerDuel("ring/in_place" + size, [count](Duel& duel) {
-            addInPlace(duel, count);
+            addInPlace<FrameBufferRing>(duel, "framebuffer", count);
+            addInPlace<PlainRing>(duel, "plainest", count);
             addOneThread<BoostRing>(duel, "boost", count);
             addOneThread<JackRing>(duel, "jack", count);
         });
@@ -212,6 +233,7 @@ void registerBenchmarks() {
             addTwoThreads<FrameBufferRing>(duel, "framebuffer", count);
             addTwoThreads<BoostRing>(duel, "boost", count);
             addTwoThreads<JackRing>(duel, "jack", count);
+            addTwoThreads<PlainRing>(duel, "plainest", count);
         });
     }
 }

@@ -39,7 +39,8 @@ void Feeder::join() {
 void Feeder::fill(int64_t frameCount) {
     while (mWrittenFrames < frameCount) {
         // Nothing is written at the end of the audio too, where silence follows.
-        if (writeSome(frameCount - mWrittenFrames) == 0 && !mBoard.isRunning()) {
+        const int64_t frames = std::min(frameCount - mWrittenFrames, mHandover.fillFrames);
+        if (writeSome(frames) == 0 && !mBoard.isRunning()) {
             return;
         }
         if (mHasWrittenShort) {
@@ -61,7 +62,7 @@ void Feeder::run() {
             if (room == 0) {
                 return;
             }
-            writeSome(room);
+            writeSome(std::min(room, mHandover.writeFrames));
         }
     } catch (const std::exception& error) {
         mBoard.end(FeedBoard::State::FAILED, error.what());
@@ -69,14 +70,14 @@ void Feeder::run() {
 }
 
 int64_t Feeder::writeSome(int64_t maxFrames) {
-    int64_t frames = std::min(maxFrames, mHandover.writeFrames);
     if (mHasAudio && mFramesUsed == mChunkFrames && !decode()) {
         return 0;
     }
     if (!mHasAudio) {
-        return write(mChunk.data(), frames);
+        const auto silentFrames = static_cast<int64_t>(mChunk.size() / mHandover.frameBytes());
+        return write(mChunk.data(), std::min(maxFrames, silentFrames));
     }
-    frames = std::min(frames, mChunkFrames - mFramesUsed);
+    const int64_t frames = std::min(maxFrames, mChunkFrames - mFramesUsed);
     const uint8_t* audio =
         mChunk.data() + static_cast<size_t>(mFramesUsed) * mHandover.frameBytes();
     mFramesUsed += frames;

@@ -25,6 +25,7 @@ Handover::Handover(const Source& source, uint32_t mixRate, const Wishes& wishes)
     : mixRateHz(mixRate),
       channelCount(source.channelCount),
       writeFrames(wishes.writeFrames > 0 ? wishes.writeFrames : source.rateHz / 100),
+      fillFrames(wishes.writeFrames > 0 ? wishes.writeFrames : INT64_MAX),
       bufferFrames(wishes.bufferFrames) {
     config.sample_rate = source.rateHz;
     config.format = source.fits16Bits ? kFormat16 : kFormatQ27;

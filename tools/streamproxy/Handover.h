@@ -68,7 +68,8 @@ struct Handover {
     uint32_t channelCount;
     int64_t marginFrames = 0;  // what a converter may look ahead or hold back
     int64_t tailFrames = 0;    // by how much a converter's output lags, at most
-    int64_t writeFrames;       // in one write
+    int64_t writeFrames;       // in one write that may wait for room
+    int64_t fillFrames;        // in one that need not: any number, unless it was wished for
     int64_t bufferFrames;      // of the stream's ring
 };
 

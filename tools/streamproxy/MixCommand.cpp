@@ -94,7 +94,9 @@ void MixCommand::addInputOptions() {
                        "Hand every file over in its own channels and sample format, although the "
                        "library then shortens blocks where it also converts the rate");
     mCommand->add_flag("--allow-truncated", mAllowTruncated, "Take what a damaged file still has");
-    mCommand->add_option("--write-frames", mWriteFrames, "Frames in one write (default: 10 ms)")
+    mCommand
+        ->add_option("--write-frames", mWriteFrames,
+                     "Frames in one write (default: 10 ms, or a block of a file at once)")
         ->check(CLI::Range(1, 65536));
 }
 
