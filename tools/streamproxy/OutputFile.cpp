@@ -11,6 +11,13 @@
 
 namespace android {
 
+namespace {
+
+// The disk is set to work while the rest is made: less is left to wait for when the file is closed.
+constexpr sf_count_t kCachedByteCount = 1 << 20;
+
+}  // namespace
+
 OutputFile::OutputFile(const std::string& path, const char* option)
     : mPath(path), mFd(open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) {
     if (mFd < 0) {
@@ -88,6 +95,11 @@ sf_count_t OutputFile::write(const void* data, sf_count_t byteCount) {
             break;
         }
         done += written;
+    }
+    mCachedByteCount += done;
+    if (mIsRegular && mCachedByteCount >= kCachedByteCount) {
+        sync_file_range(mFd, 0, 0, SYNC_FILE_RANGE_WRITE);
+        mCachedByteCount = 0;
     }
     return done;
 }

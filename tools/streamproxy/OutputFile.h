@@ -41,6 +41,7 @@ private:
     int mFd;
     int mError = 0;
     bool mIsRegular = false;
+    sf_count_t mCachedByteCount = 0;  // written since the disk was last set to work
 };
 
 }  // namespace android
