@@ -102,6 +102,7 @@ TEST_F(HwSyncReplay, WhatCantBeReplayedIsNamed) {
         {{folder / "missing.hws"}, "missing.hws: No such file"},
         {{folder / "empty.hws"}, "empty.hws: is empty"},
         {{folder / ""}, "is a directory"},
+        {{"/dev/zero"}, "is no regular file"},
         {{folder / "in.wav"}, "'RIFF' as an audio file does"},
         {{stream, "--event", "1s:leap=3"}, "'leap=3' is no event"},
         {{stream, "--script", folder / "missing"}, "check --script"},

@@ -55,6 +55,7 @@ TEST_F(MixErrors, NameTheSettingOrOption) {
     expectFailure({good + "@balance=2"}, 2, "good.wav: balance");
     expectFailure({good + "@volume=3"}, 2, "lacks a gain");
     expectFailure({good + "@start=-1"}, 2, "good.wav: start");
+    expectFailure({good + "@length=0"}, 2, "nothing to play");
     expectFailure({good + "@pitch=2"}, 2, "'pitch'");
     expectFailure({good, "--rate", "3999"}, 2, "--rate");
     expectFailure({good, "--rate", "768001"}, 2, "--rate");

@@ -39,7 +39,7 @@ struct Handover {
     struct Wishes {
         bool isNative;         // hand over what the file holds
         int64_t bufferFrames;  // at least
-        int64_t writeFrames;   // 0: 10 ms
+        int64_t writeFrames;   // 0: 10 ms, or what a block takes at once
     };
 
     Handover(const Source& source, uint32_t mixRateHz, const Wishes& wishes);

@@ -21,7 +21,8 @@ namespace android {
  *
  * The mix takes the shortest input's frames and an open stream without data silences all, so the
  * mixer must never get to a cycle for which something is missing.
- * Threads: start() by the owner; onBlock() by the mixer thread, from then on; the rest by any.
+ * Threads: start() and feed() by the owner, before the first block; onBlock() by the mixer thread; the
+ *          rest by any.
  */
 class MixCycle {
 public:
@@ -38,8 +39,8 @@ public:
 
     /** Sets the gains at the start and demands the first block. */
     void start();
-    /** From now on the mixer thread feeds input `index` between two blocks, itself: no thread has to
-     *  be woken for a block. */
+    /** The mixer thread is to feed input `index` between two blocks: no other has to be woken for a
+     *  block. */
     void feed(size_t index, Feeder& feeder) { mVoices[index].feeder = &feeder; }
     /** The output callback; the cookie is this object. */
     static int onBlock(void* cookie, void* buffer, size_t byteCount);
