@@ -206,7 +206,8 @@ status_t FrameBuffer::obtainReadBuffer(void** data, size_t& frameCount) {
     }
     const Positions::Spans spans = mPositions.consumerSpans(frameCount);
     frameCount = spans.first;
-    if (frameCount > 0) {
+    // Without frames wanted it still says where those held begin.
+    if (frameCount > 0 || availableToRead() > 0) {
         *data = frameAt(spans.index);
     }
     return OK;

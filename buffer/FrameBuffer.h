@@ -74,7 +74,8 @@ public:
      *  and comes out as those in the region. Nothing is reserved until the release. */
     status_t obtainWriteBuffer(void** data, size_t& frameCount);
     status_t releaseWriteBuffer(void* data, size_t frameCount);
-    /** The same for the frames held. An empty buffer is 0 frames with status 0. */
+    /** The same for the frames held. An empty buffer is 0 frames with status 0, and `data` stays as
+     *  it was. */
     status_t obtainReadBuffer(void** data, size_t& frameCount);
     status_t releaseReadBuffer(void* data, size_t frameCount);
 

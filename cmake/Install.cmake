@@ -22,11 +22,6 @@ foreach(part avsync platform)
     target_include_directories(streamproxy_${part} INTERFACE
         $<INSTALL_INTERFACE:${STREAMPROXY_HOST_INCLUDEDIR}>)
 endforeach()
-if(STREAMPROXY_SANITIZE OR CMAKE_BUILD_TYPE STREQUAL "Debug")
-    # A host's locks hold what the libraries' locks hold.
-    target_compile_definitions(streamproxy_platform INTERFACE
-        $<INSTALL_INTERFACE:STREAMPROXY_CHECK_LOCK_ORDER>)
-endif()
 
 install(TARGETS streamproxy streamproxy_avsync streamproxy_platform EXPORT streamproxy
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})

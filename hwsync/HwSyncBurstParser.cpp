@@ -56,7 +56,6 @@ int HwSyncBurstParser::parse(const void* data, unsigned long byteCount) {
         if (mResetRequested.load(std::memory_order_relaxed)) {
             mResetRequested.store(false, std::memory_order_relaxed);
             endBurst_l();
-            ++mBreakCount;
         }
         const int consumed = parse_l(position, static_cast<unsigned long>(remaining));
         if (consumed < 0) {
@@ -117,7 +116,6 @@ int HwSyncBurstParser::findHeader_l(void* data, unsigned long byteCount) {
         }
     } else if (mHeader->isHwSyncHeader(window)) {
         mState = STATE_READ_HEADER;
-        mBreakCount += mGarbageSize != 0 ? 1 : 0;
         if (!mHeldBytes.isEmpty()) {
             mHeader->parse(mHeldBytes.data(), mHeldBytes.byteCount());
             mHeldBytes.clear();
@@ -153,7 +151,6 @@ int HwSyncBurstParser::parseBody_l(void* data, unsigned long byteCount) {
     if (available == 0) {
         // Its end can't be counted to: the next header is found by its magic.
         endBurst_l();
-        ++mBreakCount;
         return 0;
     }
     const uint64_t delivered = std::min<uint64_t>(byteCount, available);

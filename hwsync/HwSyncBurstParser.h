@@ -47,10 +47,6 @@ public:
      */
     void reset();
 
-    /** How often the run of bursts broke: by a reset that took effect, garbage in front of a header,
-     *  or a burst that was abandoned. The writer's thread and its callbacks. */
-    uint64_t breakCount() const { return mBreakCount; }
-
 private:
     enum State : uint32_t { STATE_FIND_HEADER, STATE_READ_HEADER, STATE_READ_BODY };
 
@@ -82,8 +78,7 @@ private:
     HwSyncHeldBytes mHeldBytes;   // empty except in STATE_FIND_HEADER
     uint64_t mBurstSize = 0;      // payload bytes of the current burst; 0: none
     uint64_t mPayloadLength = 0;  // of those, delivered
-    uint64_t mBreakCount = 0;
-    uint64_t mGarbageSize = 0;  // bytes skipped since the last header
+    uint64_t mGarbageSize = 0;    // bytes skipped since the last header
     // Any thread sets it, the writer clears it and resets its own state: it orders nothing else.
     std::atomic<bool> mResetRequested{false};
 };

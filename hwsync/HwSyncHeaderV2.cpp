@@ -1,6 +1,7 @@
 #include "hwsync/HwSyncHeaderV2.h"
 
 #include <algorithm>
+#include <cinttypes>
 #include <cstring>
 
 #include "android/log.h"
@@ -10,6 +11,9 @@ namespace android {
 namespace {
 
 constexpr const char* kTag = "hwsync_parser";
+// No sender extends a header or fills a burst as far as this: more is taken for a corrupt header.
+constexpr uint32_t kMaxPlausibleOffset = 64 * 1024;            // bytes
+constexpr uint32_t kMaxPlausibleBurstSize = 16 * 1024 * 1024;  // bytes
 
 }  // namespace
 
@@ -41,13 +45,17 @@ int HwSyncHeaderV2::parse(void* data, unsigned long byteCount) {
     if (taken < 1) {
         return -1;
     }
-    if (mReceivedSize < mFixedHeaderSize) {
+    const bool isFixedPartMissing = mReceivedSize < mFixedHeaderSize;
+    if (isFixedPartMissing) {
         memcpy(mHeaderBuf + mReceivedSize, data,
                std::min(static_cast<uint32_t>(taken), mFixedHeaderSize - mReceivedSize));
     }
     mReceivedSize += static_cast<uint32_t>(taken);
     if (mReceivedSize >= mFixedHeaderSize) {
         readPayloadOffset();
+        if (isFixedPartMissing) {
+            warnIfCorrupt();
+        }
     }
     if (isHeaderEnded()) {
         decode(mHeaderBuf);
@@ -63,6 +71,17 @@ void HwSyncHeaderV2::readPayloadOffset() {
         return;
     }
     mHeaderSize = payloadOffset;
+}
+
+void HwSyncHeaderV2::warnIfCorrupt() const {
+    const uint32_t burstSize = convertInt32(mHeaderBuf + 4);
+    if (mHeaderSize > kMaxPlausibleOffset || burstSize > kMaxPlausibleBurstSize) {
+        __android_log_print(ANDROID_LOG_WARN, kTag,
+                            "%s, the header looks corrupt: payload offset %u, burst size %u, "
+                            "timestamp %" PRIu64,
+                            "parse", convertInt32(mHeaderBuf + 16), burstSize,
+                            convertLong64(mHeaderBuf + 8));
+    }
 }
 
 }  // namespace android

@@ -30,6 +30,9 @@ private:
     static constexpr uint32_t kFixedByteCount = 20;
 
     void readPayloadOffset();
+    /** Once for each header, as soon as the fields are there: what is corrupt may swallow the stream
+     *  for hours before the header is complete. */
+    void warnIfCorrupt() const;
 
     const uint32_t mFixedHeaderSize = kFixedByteCount;  // bytes that are stored
     char* const mHeaderBuf;                             // null: nothing can be taken

@@ -1,5 +1,6 @@
 // The exported functions. Their contracts stand in interface/streamproxy.h.
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <new>
@@ -7,71 +8,52 @@
 #include "android/log.h"
 #include "cutils/properties.h"
 #include "interface/CallbackScope.h"
+#include "interface/LibraryState.h"
 #include "interface/OutputWrapper.h"
+#include "interface/StreamHandles.h"
 #include "interface/streamproxy.h"
 #include "pipeline/AudioPipeline.h"
 #include "stream/AudioStream.h"
 #include "stream/TunnelStream.h"
 #include "utils/Mutex.h"
-#include "utils/Vector.h"
 
 using android::AudioPipeline;
 using android::AudioStream;
 using android::CallbackScope;
+using android::LibraryState;
 using android::Mutex;
 using android::OutputWrapper;
 using android::sp;
+using android::StreamHandles;
 using android::TunnelStream;
-using android::Vector;
 
 namespace {
 
 constexpr const char* kTag = "stream_wrapper";
+constexpr const char* kBufferProperty = "persist.vendor.hwsync.fbuffer.size";
 constexpr int kDefaultBufferFrameCount = 2000;
+// Frames. Below, no block is ever whole; above, a host that is paced by its writes fills the memory.
+constexpr int kMinBufferFrameCount = 64;
+constexpr int kMaxBufferFrameCount = 1'000'000;
 
-/**
- * The pipeline slot. Its owner is whoever holds the global lock; the lock of its own is for the two
- * functions that look without the global one, and is never held while anything else is taken.
- */
-class PipelineSlot {
-public:
-    PipelineSlot() = default;
-    /** Releases the pipeline, unless the process ends from inside a callback: the worker can't wait
-     *  for itself, and leaves what it uses to the system. */
-    ~PipelineSlot() {
-        const Mutex::Autolock lock(mLock);
-        if (CallbackScope::isActive() && mPipeline != nullptr) {
-            mPipeline->incStrong(this);
-            sAbandoned = mPipeline.get();
-        }
+LibraryState& state() {
+    return LibraryState::instance();
+}
+
+/** True where the pipeline is another process's, or can't be waited for any more; the first time with
+ *  an error line. */
+bool refusedAsAbandoned(const char* function) {
+    if (!LibraryState::isAbandoned()) {
+        return false;
     }
-    PipelineSlot(const PipelineSlot&) = delete;
-    PipelineSlot& operator=(const PipelineSlot&) = delete;
-
-    sp<AudioPipeline> get() {
-        const Mutex::Autolock lock(mLock);
-        return mPipeline;
+    static std::atomic<bool> sIsLogged{false};
+    if (!sIsLogged.exchange(true, std::memory_order_relaxed)) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag,
+                            "%s, refused: the process was forked from one with a pipeline, or ends",
+                            function);
     }
-    /** Returns what was there, for the caller to release outside of the lock. */
-    sp<AudioPipeline> exchange(sp<AudioPipeline> pipeline) {
-        const Mutex::Autolock lock(mLock);
-        mPipeline.swap(pipeline);
-        return pipeline;
-    }
-
-private:
-    static inline volatile AudioPipeline* sAbandoned = nullptr;  // for whoever counts leaks
-
-    Mutex mLock{"pipeline slot"};
-    sp<AudioPipeline> mPipeline GUARDED_BY(mLock);
-};
-
-// Made in this order when the library is loaded, released in the reverse order when it is unloaded:
-// releasing the slot stops the mixer thread, which uses the key until then.
-CallbackScope::Key gCallbackKey;
-Mutex gLock("global");  // its place among the locks: platform/utils/LockOrder.cpp
-PipelineSlot gPipeline;
-Vector<sp<OutputWrapper>> gOutputs GUARDED_BY(gLock);  // in the order registered
+    return true;
+}
 
 /** True, with an error line, where a call would wait for the callback it is made from. */
 bool refusedInCallback(const char* function) {
@@ -85,14 +67,15 @@ bool refusedInCallback(const char* function) {
 
 /** The pipeline in the slot when it is this one, otherwise null. */
 sp<AudioPipeline> currentPipeline(const AudioPipeline* pipeline) {
-    sp<AudioPipeline> current = gPipeline.get();
+    sp<AudioPipeline> current = state().pipeline.get();
     return current.get() == pipeline ? current : nullptr;
 }
 
 /** The index in the registry, or -1. */
-ssize_t findOutput_l(void* cookie, audio_proxy_output_callback_t callback) REQUIRES(gLock) {
-    for (size_t i = 0; i < gOutputs.size(); ++i) {
-        if (gOutputs[i]->isFor(cookie, callback)) {
+ssize_t findOutput_l(const LibraryState& library, void* cookie,
+                     audio_proxy_output_callback_t callback) REQUIRES(library.lock) {
+    for (size_t i = 0; i < library.outputs.size(); ++i) {
+        if (library.outputs[i]->isFor(cookie, callback)) {
             return static_cast<ssize_t>(i);
         }
     }
@@ -101,8 +84,34 @@ ssize_t findOutput_l(void* cookie, audio_proxy_output_callback_t callback) REQUI
 
 int bufferFrameCount() {
     char value[PROPERTY_VALUE_MAX] = {};
-    const int length = property_get("persist.vendor.hwsync.fbuffer.size", value, nullptr);
-    return length >= 1 ? static_cast<int>(strtol(value, nullptr, 10)) : kDefaultBufferFrameCount;
+    if (property_get(kBufferProperty, value, nullptr) < 1) {
+        return kDefaultBufferFrameCount;
+    }
+    const int frameCount = static_cast<int>(strtol(value, nullptr, 10));
+    if (frameCount < kMinBufferFrameCount || frameCount > kMaxBufferFrameCount) {
+        __android_log_print(ANDROID_LOG_WARN, kTag, "%s, %s is %d frames, usable are %d to %d",
+                            "create_audio_proxy_stream", kBufferProperty, frameCount,
+                            kMinBufferFrameCount, kMaxBufferFrameCount);
+    }
+    return frameCount;
+}
+
+/** A close would wait its second for a mixer that has stopped, and the end of the process with it. */
+void discardAtProcessEnd(audio_proxy_stream_t& stream) {
+    if (LibraryState::hasProcessEnded()) {
+        stream.flush();
+    }
+}
+
+/** Calls the operation with the stream, which lives on to the end of the call whoever destroys it
+ *  meanwhile. -EINVAL: null, or a stream that is gone. */
+template <typename Operation>
+int onStream(const char* function, audio_proxy_stream_t* stream, Operation operation) {
+    if (stream == nullptr || refusedAsAbandoned(function)) {
+        return -EINVAL;
+    }
+    const StreamHandles::Found found = state().streams.find(stream);
+    return found.kind != StreamHandles::Kind::kGone ? operation(found.stream) : -EINVAL;
 }
 
 }  // namespace
@@ -111,11 +120,11 @@ int bufferFrameCount() {
 // exception may get to a host: each function that may allocate catches it.
 
 AudioPipeline* create_audio_proxy_pipeline() try {
-    if (refusedInCallback(__func__)) {
+    if (refusedAsAbandoned(__func__) || refusedInCallback(__func__)) {
         return nullptr;
     }
-    const Mutex::Autolock lock(gLock);
-    sp<AudioPipeline> pipeline = gPipeline.get();
+    const Mutex::Autolock lock(state().lock);
+    sp<AudioPipeline> pipeline = state().pipeline.get();
     if (pipeline == nullptr) {
         pipeline = new AudioPipeline();
         const int status = pipeline->initCheck();
@@ -125,7 +134,8 @@ AudioPipeline* create_audio_proxy_pipeline() try {
                                 __func__, status);
             return nullptr;
         }
-        gPipeline.exchange(pipeline);
+        LibraryState::watchForProcessEnd(false);
+        state().pipeline.exchange(pipeline);
     }
     return pipeline.get();
 } catch (const std::bad_alloc&) {
@@ -133,18 +143,28 @@ AudioPipeline* create_audio_proxy_pipeline() try {
 }
 
 int destroy_audio_proxy_pipeline(AudioPipeline* pipeline) {
+    if (refusedAsAbandoned(__func__)) {
+        return -EINVAL;
+    }
     if (refusedInCallback(__func__)) {
         return -ENOSYS;
     }
-    const Mutex::Autolock lock(gLock);
-    if (gPipeline.get().get() != pipeline) {
+    const Mutex::Autolock lock(state().lock);
+    if (state().pipeline.get().get() != pipeline) {
         return -EINVAL;
     }
-    gPipeline.exchange(nullptr);
+    const sp<AudioPipeline> gone = state().pipeline.exchange(nullptr);
+    if (gone != nullptr) {
+        // Here and not with the last reference, which a dump on another thread may hold.
+        state().release(gone);
+    }
     return 0;
 }
 
 int audio_proxy_pipeline_dump(AudioPipeline* pipeline, int fd) try {
+    if (refusedAsAbandoned(__func__)) {
+        return 0;
+    }
     if (refusedInCallback(__func__)) {
         return -ENOSYS;
     }
@@ -160,22 +180,26 @@ int audio_proxy_pipeline_dump(AudioPipeline* pipeline, int fd) try {
 int audio_proxy_pipeline_register_output(AudioPipeline* pipeline,
                                          const audio_proxy_config_t* config, void* cookie,
                                          audio_proxy_output_callback_t callback) try {
+    if (refusedAsAbandoned(__func__)) {
+        return -EINVAL;
+    }
     if (refusedInCallback(__func__)) {
         return -ENOSYS;
     }
-    const Mutex::Autolock lock(gLock);
+    const Mutex::Autolock lock(state().lock);
     const sp<AudioPipeline> current = currentPipeline(pipeline);
     if (current == nullptr || config == nullptr) {
         return -EINVAL;
     }
-    if (findOutput_l(cookie, callback) >= 0) {
+    if (findOutput_l(state(), cookie, callback) >= 0) {
         return 0;
     }
     const sp<OutputWrapper> output(new OutputWrapper(*config, cookie, callback));
-    gOutputs.setCapacity(gOutputs.size() + 1);  // none plays that could not be listed
+    state().outputs.setCapacity(state().outputs.size() + 1);  // none plays that could not be listed
     const int status = current->registerOutput(output);
     if (status == 0) {
-        gOutputs.add(output);
+        state().outputs.add(output);
+        LibraryState::watchForProcessEnd(true);
     }
     return status;
 } catch (const std::bad_alloc&) {
@@ -184,28 +208,34 @@ int audio_proxy_pipeline_register_output(AudioPipeline* pipeline,
 
 int audio_proxy_pipeline_unregister_output(AudioPipeline* pipeline, void* cookie,
                                            audio_proxy_output_callback_t callback) {
+    if (refusedAsAbandoned(__func__)) {
+        return -EINVAL;
+    }
     if (refusedInCallback(__func__)) {
         return -ENOSYS;
     }
-    const Mutex::Autolock lock(gLock);
+    const Mutex::Autolock lock(state().lock);
     const sp<AudioPipeline> current = currentPipeline(pipeline);
     if (current == nullptr) {
         return -EINVAL;
     }
-    const ssize_t index = findOutput_l(cookie, callback);
+    const ssize_t index = findOutput_l(state(), cookie, callback);
     if (index < 0) {
         return 0;
     }
-    const int status = current->unregisterOutput(gOutputs[static_cast<size_t>(index)]);
-    gOutputs.removeAt(static_cast<size_t>(index));
+    const int status = current->unregisterOutput(state().outputs[static_cast<size_t>(index)]);
+    state().outputs.removeAt(static_cast<size_t>(index));
     return status;
 }
 
 int audio_proxy_pipeline_set_parameters(AudioPipeline* pipeline, const char* keyValuePairs) try {
+    if (refusedAsAbandoned(__func__)) {
+        return -EINVAL;
+    }
     if (refusedInCallback(__func__)) {
         return -ENOSYS;
     }
-    const Mutex::Autolock lock(gLock);
+    const Mutex::Autolock lock(state().lock);
     const sp<AudioPipeline> current = currentPipeline(pipeline);
     return current != nullptr ? current->setParameters(keyValuePairs) : -EINVAL;
 } catch (const std::bad_alloc&) {
@@ -213,7 +243,7 @@ int audio_proxy_pipeline_set_parameters(AudioPipeline* pipeline, const char* key
 }
 
 audio_proxy_stream_t* create_audio_proxy_stream(const audio_proxy_config_t* config) try {
-    if (refusedInCallback(__func__) || config == nullptr) {
+    if (refusedAsAbandoned(__func__) || refusedInCallback(__func__) || config == nullptr) {
         return nullptr;
     }
     const int frameCount = bufferFrameCount();
@@ -232,8 +262,8 @@ audio_proxy_stream_t* create_audio_proxy_stream(const audio_proxy_config_t* conf
         stream = new AudioStream(config->sample_rate, format, config->channel_mask, flags,
                                  static_cast<size_t>(static_cast<ssize_t>(frameCount)));
     }
-    const Mutex::Autolock lock(gLock);
-    const sp<AudioPipeline> pipeline = gPipeline.get();
+    const Mutex::Autolock lock(state().lock);
+    const sp<AudioPipeline> pipeline = state().pipeline.get();
     if (pipeline == nullptr) {
         __android_log_print(
             ANDROID_LOG_ERROR, kTag,
@@ -243,78 +273,103 @@ audio_proxy_stream_t* create_audio_proxy_stream(const audio_proxy_config_t* conf
             config->flags);
         return nullptr;
     }
+    state().streams.reserve();  // or else it would be listed, and nobody have its handle
     const int status = pipeline->addAudioStream(stream);
     if (status != 0) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "%s, fail to cache stream %d", __func__,
                             status);
         return nullptr;
     }
+    state().streams.add(stream);
     return stream.get();
 } catch (const std::bad_alloc&) {
     return nullptr;
 }
 
 int audio_proxy_stream_set_parameters(audio_proxy_stream_t* stream, const char* keyValuePairs) {
-    return stream != nullptr ? stream->setParameters(keyValuePairs) : -EINVAL;
+    return onStream(__func__, stream,
+                    [=](const auto&) { return stream->setParameters(keyValuePairs); });
 }
 
 int audio_proxy_stream_open(audio_proxy_stream_t* stream) {
-    return stream != nullptr ? stream->open() : -EINVAL;
+    return onStream(__func__, stream, [=](const auto&) { return stream->open(); });
 }
 
 int audio_proxy_stream_pause(audio_proxy_stream_t* stream) {
-    return stream != nullptr ? stream->pause() : -EINVAL;
+    return onStream(__func__, stream, [=](const auto&) { return stream->pause(); });
 }
 
 int audio_proxy_stream_resume(audio_proxy_stream_t* stream) {
-    return stream != nullptr ? stream->resume() : -EINVAL;
+    return onStream(__func__, stream, [=](const auto&) { return stream->resume(); });
 }
 
 int audio_proxy_stream_close(audio_proxy_stream_t* stream) {
-    return stream != nullptr ? stream->close() : -EINVAL;
+    return onStream(__func__, stream, [=](const auto&) {
+        discardAtProcessEnd(*stream);
+        return stream->close();
+    });
 }
 
 int audio_proxy_stream_flush(audio_proxy_stream_t* stream) {
-    return stream != nullptr ? stream->flush() : -EINVAL;
+    return onStream(__func__, stream, [=](const auto&) { return stream->flush(); });
 }
 
 int audio_proxy_stream_write(audio_proxy_stream_t* stream, const void* buffer, size_t bytes) {
-    if (stream == nullptr) {
-        return -EINVAL;
-    }
-    if (!stream->isOpened()) {
-        stream->open();
-    }
-    return stream->write(buffer, bytes);
+    return onStream(__func__, stream, [=](const sp<AudioStream>& own) {
+        if (own != nullptr) {
+            return own->openAndWrite(buffer, bytes);
+        }
+        if (!stream->isOpened()) {
+            stream->open();
+        }
+        return stream->write(buffer, bytes);
+    });
 }
 
 int audio_proxy_stream_set_volume(audio_proxy_stream_t* stream, float left, float right) {
-    return stream != nullptr ? stream->setVolume(left, right) : -EINVAL;
+    return onStream(__func__, stream, [=](const auto&) { return stream->setVolume(left, right); });
 }
 
 int audio_proxy_stream_set_downstream_latency(audio_proxy_stream_t* stream, unsigned long latencyMs,
                                               long offsetMs) {
-    return stream != nullptr ? stream->setDownstreamLatency(latencyMs, offsetMs) : -EINVAL;
+    return onStream(__func__, stream,
+                    [=](const auto&) { return stream->setDownstreamLatency(latencyMs, offsetMs); });
 }
 
 uint32_t audio_proxy_stream_get_latency(audio_proxy_stream_t* stream) {
-    return stream != nullptr ? stream->getLatency() : static_cast<uint32_t>(-EINVAL);
+    return static_cast<uint32_t>(onStream(
+        __func__, stream, [=](const auto&) { return static_cast<int>(stream->getLatency()); }));
 }
 
 int audio_proxy_stream_dump(audio_proxy_stream_t* stream, int fd) {
-    return stream != nullptr ? stream->dump(fd) : -EINVAL;
+    return onStream(__func__, stream, [=](const auto&) { return stream->dump(fd); });
 }
 
 int destroy_audio_proxy_stream(audio_proxy_stream_t* stream) {
+    if (stream == nullptr) {
+        return -EINVAL;
+    }
+    if (refusedAsAbandoned(__func__)) {
+        return -EINVAL;
+    }
     if (refusedInCallback(__func__)) {
         return -ENOSYS;
     }
     // A handle does not outlive its pipeline: without one there is nothing that may be touched.
-    const sp<AudioPipeline> pipeline = gPipeline.get();
-    if (stream == nullptr || pipeline == nullptr) {
+    const sp<AudioPipeline> pipeline = state().pipeline.get();
+    if (pipeline == nullptr) {
         return -EINVAL;
     }
-    stream->close();
+    // First, so that no call that begins from here on reaches the stream.
+    const StreamHandles::Found found = state().streams.remove(stream);
+    if (found.kind == StreamHandles::Kind::kGone) {
+        return -EINVAL;
+    }
     const sp<AudioStream> held(static_cast<AudioStream*>(stream));
+    if (found.kind == StreamHandles::Kind::kLive) {
+        held->retire();
+    }
+    discardAtProcessEnd(*stream);
+    held->close();
     return pipeline->removeAudioStream(held);
 }

@@ -11,8 +11,8 @@
  * first registered output fixes the mixing configuration.
  *
  * Statuses: 0 for success, otherwise a negative errno value.
- *   -EINVAL (-22)  null handle, a pipeline that is not the current one, a configuration that is
- *                  refused; nothing changes
+ *   -EINVAL (-22)  null handle, a stream that was destroyed, a pipeline that is not the current one,
+ *                  a configuration that is refused; nothing changes
  *   -ENODEV (-19)  the stream can't be played; no function answers it at present
  *   -ENOSYS (-38)  not supported by this kind of stream, or a call that is forbidden inside an
  *                  output callback; nothing changes
@@ -26,6 +26,9 @@
  * output callback takes; the audio_proxy_stream_ functions do not wait for a callback. Two of them
  * wait for frames to be mixed, which none are meanwhile: inside a callback a write into a full stream
  * and the closing of one that holds frames take their second.
+ *
+ * Processes: when the process ends, the mixer thread is stopped and the rest is left to the system. In
+ * a process that was forked from one with a pipeline there is none and none can be made.
  *
  * C sees opaque handles. C++ sees the stream interface itself.
  */
@@ -106,14 +109,17 @@ typedef struct audio_proxy_stream_t audio_proxy_stream_t;
 #endif
 
 /** The one pipeline, made by the first call; its mixer thread starts at once. Null only inside an
- *  output callback, or where there is no memory or no thread for it; a later call tries again. */
+ *  output callback, in a process that was forked from one with a pipeline, or where there is no memory
+ *  or no thread for it; a later call tries again. */
 STREAMPROXY_API audio_proxy_pipeline_t* create_audio_proxy_pipeline(void);
 
-/** Stops the mixer thread, waits for it, and releases every stream that was not destroyed.
- *  0, also for null while there is no pipeline; -EINVAL: not the current pipeline. */
+/** Stops the mixer thread and waits for it: no callback runs afterwards. Closes and releases every
+ *  stream that was not destroyed. 0, also for null while there is no pipeline; -EINVAL: not the
+ *  current pipeline. */
 STREAMPROXY_API int destroy_audio_proxy_pipeline(audio_proxy_pipeline_t* pipeline);
 
-/** Writes the mixer's and every stream's state as text to `fd`. 0, also for a pipeline that is not
+/** Writes the mixer's and every stream's state as text to `fd`. Waits for a callback in progress, at
+ *  most 200 ms; a line tells of one that lasts longer. 0, also for a pipeline that is not
  *  the current one and for a descriptor that takes nothing; a broken pipe raises no SIGPIPE. */
 STREAMPROXY_API int audio_proxy_pipeline_dump(audio_proxy_pipeline_t* pipeline, int fd);
 
@@ -150,7 +156,8 @@ STREAMPROXY_API int audio_proxy_pipeline_set_parameters(audio_proxy_pipeline_t* 
  */
 STREAMPROXY_API audio_proxy_stream_t* create_audio_proxy_stream(const audio_proxy_config_t* config);
 
-/* Every function below answers -EINVAL to a null stream. */
+/* Every function below returns -EINVAL for a null stream and, as far as the library can still tell, for
+   one that was destroyed: the next stream may get the same handle. */
 
 /** "key=value;..." pairs. Known to a stream with AV sync: "hw_av_sync", the id of its clock, a
  *  decimal int. 0, also for unknown keys and where no clock can be had. */
@@ -159,19 +166,26 @@ STREAMPROXY_API int audio_proxy_stream_set_parameters(audio_proxy_stream_t* stre
 /** The mixer takes frames from the stream from its next cycle on. 0; -ENOSYS: a tunnel stream got no
  *  memory, and stays closed. */
 STREAMPROXY_API int audio_proxy_stream_open(audio_proxy_stream_t* stream);
-/** The mixer skips the stream from its next cycle on; the next write opens it again. */
+/** The mixer skips the stream from its next cycle on, until audio_proxy_stream_open() or a write that
+ *  begins after this call. A tunnel stream's write that waits for room goes on after
+ *  audio_proxy_stream_resume() too; without any of these it gives up after its second. */
 STREAMPROXY_API int audio_proxy_stream_pause(audio_proxy_stream_t* stream);
-/** Lets the clock of a stream with AV sync run on and anchors it anew. Does not open the stream: the
- *  next write does, or audio_proxy_stream_open(). 0. */
+/** Lets the clock of a stream with AV sync run on and anchors it anew. Opens the stream only for a
+ *  write that a pause has struck while it waits; otherwise the next write does, or
+ *  audio_proxy_stream_open(). 0. */
 STREAMPROXY_API int audio_proxy_stream_resume(audio_proxy_stream_t* stream);
-/** Waits up to 1 s for the mixer to take frames, or for a signal, discards what is left, closes. */
+/** Ends a write in progress, whose count is what was placed. Waits up to 1 s for the mixer to take
+ *  frames, or for a signal, discards what is left, closes; a write that begins meanwhile ends with
+ *  it. A tunnel stream begins anew with a header. */
 STREAMPROXY_API int audio_proxy_stream_close(audio_proxy_stream_t* stream);
-/** Discards every frame that was written and not yet mixed. */
+/** Discards every frame that was placed and not yet mixed, in the rate converter too, and ends silence
+ *  that is being inserted. A write that waits goes on with the rest of its data. */
 STREAMPROXY_API int audio_proxy_stream_flush(audio_proxy_stream_t* stream);
 
 /**
  * Writes whole frames, opening the stream if it is closed. Blocks while the stream's buffer is
- * full, for about a second at most. Bytes taken (a multiple of the frame size, fewer than `bytes`
+ * full, for about a second at most (a tunnel stream: for each run of payload and each silence), or
+ * until the stream is closed or destroyed. Bytes taken (a multiple of the frame size, fewer than `bytes`
  * when the mixer did not make room), or a negative status.
  */
 STREAMPROXY_API int audio_proxy_stream_write(audio_proxy_stream_t* stream, const void* buffer,
@@ -194,8 +208,9 @@ STREAMPROXY_API uint32_t audio_proxy_stream_get_latency(audio_proxy_stream_t* st
  *  pipe raises no SIGPIPE. -ENOMEM: nothing is written. */
 STREAMPROXY_API int audio_proxy_stream_dump(audio_proxy_stream_t* stream, int fd);
 
-/** Closes the stream and releases it; the handle is invalid afterwards. -EINVAL: null, or there is
- *  no pipeline (nothing is touched then). */
+/** Closes the stream and releases it; a call that another thread has under way ends safely, and the
+ *  handle is invalid afterwards. -EINVAL: null, a stream that was destroyed, or there is no pipeline
+ *  (nothing is touched then). */
 STREAMPROXY_API int destroy_audio_proxy_stream(audio_proxy_stream_t* stream);
 
 #ifdef __cplusplus

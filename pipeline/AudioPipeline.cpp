@@ -11,8 +11,16 @@ std::atomic<int> AudioPipeline::sId{1};
 AudioPipeline::AudioPipeline() : mThread(new MixerThread()) {}
 
 AudioPipeline::~AudioPipeline() {
-    mThread->exit();
+    stop();
     mThread.clear();
+}
+
+void AudioPipeline::stop() {
+    mThread->exit();
+}
+
+bool AudioPipeline::stopWithin(int64_t limitNs) {
+    return mThread->exitWithin(limitNs);
 }
 
 status_t AudioPipeline::initCheck() {

@@ -14,8 +14,13 @@ class AudioPipeline : public virtual RefBase {
 public:
     /** The mixer thread runs from here on. */
     AudioPipeline();
-    /** Stops and joins the worker; its object then releases the streams and outputs left. */
+    /** As stop(); the worker's object then releases the streams and outputs left. */
     ~AudioPipeline() override;
+
+    /** Stops and joins the worker: no callback comes any more, whoever still holds a reference. */
+    void stop();
+    /** The same for `limitNs` at most; false: a callback does not return. */
+    bool stopWithin(int64_t limitNs);
 
     /** 0; otherwise why nothing can be mixed, see MixerThread. */
     status_t initCheck();

@@ -1,12 +1,11 @@
 #include "pipeline/AudioThread.h"
 
 #include <cerrno>
-#include <limits>
 #include <new>
 #include <utility>
 
 #include "android/log.h"
-#include "utils/Timers.h"
+#include "sync/Futex.h"
 
 namespace android {
 
@@ -15,11 +14,10 @@ namespace {
 constexpr const char* kTag = "audio_thread";
 constexpr int kUrgentAudioPriority = -19;
 constexpr int64_t kIdleSleepNs = 1'000'000'000;
-constexpr int64_t kNoDeadline = std::numeric_limits<int64_t>::max();
 
 /** The index of an item by identity, or -1. */
 template <typename T>
-ssize_t indexOf(const Vector<sp<T>>& items, const sp<T>& item) {
+ssize_t indexOf(const Vector<T*>& items, const T* item) {
     for (size_t i = 0; i < items.size(); ++i) {
         if (items[i] == item) {
             return static_cast<ssize_t>(i);
@@ -29,7 +27,7 @@ ssize_t indexOf(const Vector<sp<T>>& items, const sp<T>& item) {
 }
 
 template <typename T>
-bool removeFirst(Vector<sp<T>>& items, const sp<T>& item) {
+bool removeFirst(Vector<T*>& items, const T* item) {
     const ssize_t index = indexOf(items, item);
     if (index < 0) {
         return false;
@@ -38,18 +36,16 @@ bool removeFirst(Vector<sp<T>>& items, const sp<T>& item) {
     return true;
 }
 
-int64_t deadlineIn(int64_t durationNs) {
-    const int64_t now = systemTime(SYSTEM_TIME_MONOTONIC);
-    return durationNs > kNoDeadline - now ? kNoDeadline : now + durationNs;
-}
-
 }  // namespace
 
 AudioThread::AudioThread(const String8& name) : Thread(true), mName(name) {}
 
 AudioThread::~AudioThread() {
     AudioThread::exit();
+    const Mutex::Autolock listLock(mListLock);
     const ThreadLock::Autolock lock(mLock);
+    mListedStreams.clear();
+    mListedOutputs.clear();
     mStreams.clear();
     mOutputs.clear();
 }
@@ -63,27 +59,29 @@ void AudioThread::onFirstRef() {
 }
 
 int AudioThread::exit() {
-    {
-        const ThreadLock::Autolock lock(mLock);
-        requestExit();
-        sendCommand(CONFIG_EXIT, 0, 0, 0);
-    }
+    requestExit();
+    sendCommand(CONFIG_EXIT, 0, 0, 0);
+    wake();
     requestExitAndWait();
     return OK;
+}
+
+bool AudioThread::exitWithin(int64_t limitNs) {
+    requestExit();
+    wake();
+    if (!mHandover.waitUntilStopped(Futex::deadlineIn(limitNs))) {
+        return false;
+    }
+    requestExitAndWait();
+    return true;
 }
 
 int AudioThread::addStream(sp<AudioStream> stream) {
     if (stream == nullptr) {
         return -EINVAL;
     }
-    {
-        const ThreadLock::Autolock lock(mLock);
-        if (indexOf(mStreams, stream) < 0) {
-            mOpened.setCapacity(mStreams.size() + 1);
-            mStreams.add(stream);
-        }
-    }
-    sendCommand(CONFIG_ADD_STREAM, 0, 0, 0);
+    announce(CONFIG_ADD_STREAM,
+             [&]() REQUIRES(mListLock) { return add_l(mListedStreams, stream.get()); });
     return OK;
 }
 
@@ -91,14 +89,14 @@ int AudioThread::removeStream(sp<AudioStream> stream) {
     if (stream == nullptr) {
         return -EINVAL;
     }
-    {
-        const ThreadLock::Autolock lock(mLock);
-        if (!removeFirst(mStreams, stream)) {
+    announce(CONFIG_REMOVE_STREAM, [&]() REQUIRES(mListLock) {
+        const bool isListed = removeFirst(mListedStreams, stream.get());
+        if (!isListed) {
             __android_log_print(ANDROID_LOG_WARN, kTag, "%s, this stream is not in the list",
-                                __func__);
+                                "removeStream");
         }
-    }
-    sendCommand(CONFIG_REMOVE_STREAM, 0, 0, 0);
+        return isListed;
+    });
     return OK;
 }
 
@@ -106,13 +104,8 @@ int AudioThread::registerOutput(sp<AudioOutput> output) {
     if (output == nullptr) {
         return -EINVAL;
     }
-    {
-        const ThreadLock::Autolock lock(mLock);
-        if (indexOf(mOutputs, output) < 0) {
-            mOutputs.add(output);
-        }
-    }
-    sendCommand(CONFIG_REGISTER_OUTPUT, 0, 0, 0);
+    announce(CONFIG_REGISTER_OUTPUT,
+             [&]() REQUIRES(mListLock) { return add_l(mListedOutputs, output.get()); });
     return OK;
 }
 
@@ -120,12 +113,44 @@ int AudioThread::unregisterOutput(sp<AudioOutput> output) {
     if (output == nullptr) {
         return -EINVAL;
     }
-    {
-        const ThreadLock::Autolock lock(mLock);
-        removeFirst(mOutputs, output);
-    }
-    sendCommand(CONFIG_UNREGISTER_OUTPUT, 0, 0, 0);
+    announce(CONFIG_UNREGISTER_OUTPUT,
+             [&]() REQUIRES(mListLock) { return removeFirst(mListedOutputs, output.get()); });
     return OK;
+}
+
+template <typename T>
+bool AudioThread::add_l(Vector<T*>& items, T* item) {
+    if (indexOf(items, item) >= 0) {
+        return false;
+    }
+    // As if it were one of either: whichever list grows has the room.
+    mHandover.reserve(mListedStreams.size() + 1, mListedOutputs.size() + 1);
+    items.add(item);
+    return true;
+}
+
+template <typename Change>
+void AudioThread::announce(CommandCode code, Change change) {
+    bool isChanged = false;
+    uint32_t ticket = 0;
+    {
+        const Mutex::Autolock lock(mListLock);
+        isChanged = change();
+        if (isChanged) {
+            ticket = mHandover.offer(mListedStreams, mListedOutputs);
+        }
+    }
+    if (isChanged) {
+        wake();
+        mHandover.waitUntilTaken(ticket);
+        const Mutex::Autolock listLock(mListLock);  // nobody takes an offer back meanwhile
+        if (!mHandover.isTaken(ticket)) {
+            const ThreadLock::Autolock lock(mLock);  // there is no worker
+            mHandover.takeOver(mStreams, mOutputs, mOpened);
+        }
+        mHandover.collect();
+    }
+    sendCommand(code, 0, 0, 0);
 }
 
 int AudioThread::updateLatencyOffset(long offsetMs) {
@@ -139,38 +164,70 @@ int AudioThread::sendCommand(int code, int arg1, int arg2, int /*arg3*/) {
         command->mArg1 = arg1;
         command->mArg2 = arg2;
     }
-    Vector<sp<Command>> handled;  // given back behind the lock
-    const CommandLock::Autolock lock(mCommandLock);
+    const int status = post(command);
+    // Also without memory: most commands only say that something was done before they were sent. And
+    // after the lock is released: a worker that found it taken left the queue for this wake-up.
+    tellOfCommand();
+    return status;
+}
+
+int AudioThread::post(const sp<Command>& command) {
+    Vector<sp<Command>> handled;  // freed after the lock is released
+    const Mutex::Autolock lock(mCommandLock);
     std::swap(handled, mHandled);
-    // Also without memory: most commands are told by what was done before they were sent.
-    mWoken = true;
-    mCommandLock.signal();
     if (command == nullptr) {
         return -ENOMEM;
     }
     try {
         mCommands.add(command);
+        mHasCommands.store(true, std::memory_order_relaxed);
     } catch (const std::bad_alloc&) {
         return -ENOMEM;
     }
     return OK;
 }
 
+void AudioThread::tellOfCommand() {
+    mCommandCount.fetch_add(1, std::memory_order_release);
+    wake();
+}
+
+void AudioThread::wake() {
+    mWake.set([](std::atomic<uint32_t>& word) { Futex::wake(word, 1); });
+}
+
 void AudioThread::removeCommand(int code) {
-    Vector<sp<Command>> removed;  // given back behind the lock
-    const CommandLock::Autolock lock(mCommandLock);
-    removed.setCapacity(mCommands.size());
-    for (size_t i = mCommands.size(); i-- > 0;) {
-        if (mCommands[i]->mCode == code) {
-            removed.add(mCommands[i]);
-            mCommands.removeAt(i);
+    {
+        const Mutex::Autolock lock(mCommandLock);
+        for (size_t i = mCommands.size(); i-- > 0;) {
+            if (mCommands[i]->mCode == code) {
+                mCommands.removeAt(i);
+            }
         }
     }
+    tellOfCommand();  // for those that stay, see sendCommand()
+}
+
+// The analysis does not follow a lock that is only tried.
+bool AudioThread::takeCommands_l() NO_THREAD_SAFETY_ANALYSIS {
+    if (mCommandLock.tryLock() != OK) {
+        return false;
+    }
+    mHasCommands.store(false, std::memory_order_relaxed);
+    const bool hasCommands = !mCommands.isEmpty();
+    if (hasCommands) {
+        std::swap(mTaken, mHandled);
+        std::swap(mTaken, mCommands);
+    }
+    mCommandLock.unlock();
+    return hasCommands;
 }
 
 void AudioThread::handleConfigEvent() {
-    const CommandLock::Autolock lock(mCommandLock);
-    for (const sp<Command>& command : mCommands) {
+    if (!mHasCommands.load(std::memory_order_relaxed) || !takeCommands_l()) {
+        return;
+    }
+    for (const sp<Command>& command : mTaken) {
         switch (command->mCode) {
             case CONFIG_ADD_STREAM:
             case CONFIG_REMOVE_STREAM:
@@ -180,16 +237,17 @@ void AudioThread::handleConfigEvent() {
             case CONFIG_LATENCY_OFFSET:
                 handleConfigLatecyOffset_l(command->mArg1);
                 break;
+            case CONFIG_EXIT:
+                if (exitPending()) {
+                    break;  // of exit(): the worker leaves before it handles commands again
+                }
+                [[fallthrough]];
             default:
                 __android_log_print(ANDROID_LOG_WARN, kTag, "%s, unexpected event %d", __func__,
                                     command->mCode);
                 break;
         }
     }
-    if (!mCommands.isEmpty()) {
-        std::swap(mCommands, mHandled);
-    }
-    mWoken = false;
 }
 
 void AudioThread::handleConfigLatecyOffset_l(int offsetMs) {
@@ -211,38 +269,43 @@ ssize_t AudioThread::threadLoopProcess_l() {
 }
 
 bool AudioThread::threadLoop() {
+    mHandover.setWorking(true);
     while (!exitPending()) {
         const ThreadLock::Autolock lock(mLock);
+        mWake.take();  // before the looks at what it may have told of
+        mSeenCommandCount = mCommandCount.load(std::memory_order_acquire);
         if (exitPending()) {
             break;
         }
+        mHandover.takeOver(mStreams, mOutputs, mOpened);
         handleConfigEvent();
         if (!isReadyToProcess_l()) {
-            waitForCommand(kNoDeadline);
+            waitForCommand(Futex::kNoDeadline);
             continue;
         }
         const int64_t sleepNs = computeSleepTimeNs_l();
         if (threadLoopProcess_l() <= 0) {
-            waitForCommand(deadlineIn(sleepNs));
+            waitForCommand(Futex::deadlineIn(sleepNs));
         }
     }
+    mHandover.setWorking(false);
     return true;
 }
 
-// The command lock is taken before mLock is let go, and commands are posted under it: none can slip
-// in between the look at the queue and the sleep, and posting never waits for a cycle.
 void AudioThread::waitForCommand(int64_t deadlineNs) NO_THREAD_SAFETY_ANALYSIS {
-    mCommandLock.lock();
-    mLock.unlock();
-    while (!mWoken) {
-        if (deadlineNs == kNoDeadline) {
-            mCommandLock.wait();
-        } else if (!mCommandLock.waitUntil(deadlineNs)) {
-            break;
-        }
+    bool isInTime = true;
+    while (isInTime && !exitPending() &&
+           mCommandCount.load(std::memory_order_acquire) == mSeenCommandCount) {
+        mLock.unlock();
+        mWake.wait([&isInTime, deadlineNs](std::atomic<uint32_t>& word, uint32_t expected) {
+            isInTime = Futex::waitUntil(word, expected, deadlineNs);
+            return isInTime;
+        });
+        mLock.lock();
+        // A change of the lists alone is no reason for a cycle: its command comes next.
+        mWake.take();
+        mHandover.takeOver(mStreams, mOutputs, mOpened);
     }
-    mCommandLock.unlock();
-    mLock.lock();
 }
 
 }  // namespace android

@@ -3,9 +3,11 @@
 #include <cstdint>
 
 #include "pipeline/AudioOutput.h"
-#include "pipeline/CommandLock.h"
-#include "pipeline/ThreadLock.h"
+#include "pipeline/ListHandover.h"
 #include "stream/AudioStream.h"
+#include "sync/ThreadLock.h"
+#include "sync/WakeFlag.h"
+#include "utils/Mutex.h"
 #include "utils/RefBase.h"
 #include "utils/String8.h"
 #include "utils/Thread.h"
@@ -17,6 +19,10 @@ namespace android {
  * A worker with a list of streams, a list of outputs and a queue of commands. On each pass it
  * handles the commands, runs one cycle of work when there is a stream and an output, and sleeps
  * when the cycle produced nothing. The first strong reference starts it.
+ *
+ * Control threads change lists of their own and hand the worker a copy, which it takes over between
+ * two cycles. While it runs nobody else takes its lock but for a change of the whole mix, when there
+ * is none: a control thread that the system preempts holds nothing that the worker waits for.
  *
  * Lock order of the whole library: platform/utils/LockOrder.cpp.
  * Threads: any may call; exit() not the worker.
@@ -49,13 +55,17 @@ public:
 
     /** Stops the worker after its cycle and waits for it; at once when it has stopped. 0. */
     virtual int exit() EXCLUDES(mLock, mCommandLock);
+    /** The same for `limitNs` at most; false: the worker is still in its cycle, and will stop after
+     *  it. */
+    bool exitWithin(int64_t limitNs) EXCLUDES(mLock, mCommandLock);
 
-    /** Each waits for a cycle in progress, then wakes the worker. 0, whether or not the list
-     *  changed; -EINVAL: null. */
-    virtual int addStream(sp<AudioStream> stream) EXCLUDES(mLock, mCommandLock);
-    virtual int removeStream(sp<AudioStream> stream) EXCLUDES(mLock, mCommandLock);
-    virtual int registerOutput(sp<AudioOutput> output) EXCLUDES(mLock, mCommandLock);
-    virtual int unregisterOutput(sp<AudioOutput> output) EXCLUDES(mLock, mCommandLock);
+    /** Each wakes the worker and waits until it has the change, which is after a cycle in progress.
+     *  0, whether or not the list changed; -EINVAL: null. No memory: std::bad_alloc, and nothing
+     *  changed. */
+    virtual int addStream(sp<AudioStream> stream) EXCLUDES(mListLock, mLock, mCommandLock);
+    virtual int removeStream(sp<AudioStream> stream) EXCLUDES(mListLock, mLock, mCommandLock);
+    virtual int registerOutput(sp<AudioOutput> output) EXCLUDES(mListLock, mLock, mCommandLock);
+    virtual int unregisterOutput(sp<AudioOutput> output) EXCLUDES(mListLock, mLock, mCommandLock);
 
     /** The worker gives the offset (ms, 32 bits) to every stream before its next cycle. Does not
      *  wait. 0; -ENOMEM: nobody is given anything. */
@@ -64,9 +74,10 @@ public:
     /** Queues a command and wakes the worker; does not wait. The last argument is not kept. 0;
      *  -ENOMEM: nothing is queued, and the worker woken all the same. */
     virtual int sendCommand(int code, int arg1, int arg2, int arg3) EXCLUDES(mCommandLock);
-    /** Drops every queued command of that code. */
+    /** Drops every command of that code that is still queued. */
     virtual void removeCommand(int code) EXCLUDES(mCommandLock);
-    /** Handles and empties the queue, oldest first. */
+    /** Handles and empties the queue, oldest first. Senders do not wait for that. While one is in
+     *  the middle of posting, the queue is left for the next pass, which that sender brings about. */
     virtual void handleConfigEvent() REQUIRES(mLock) EXCLUDES(mCommandLock);
 
     /** How long to sleep after a cycle that produced nothing, in ns. */
@@ -79,25 +90,49 @@ protected:
     void handleConfigLatecyOffset_l(int offsetMs) REQUIRES(mLock);
 
     const String8 mName;
-    ThreadLock mLock;          // held for a whole cycle, released while the worker sleeps
-    CommandLock mCommandLock;  // guards the queue; the worker sleeps on its condition
+    Mutex mListLock{"lists"};  // a control thread's, for one change; never the worker's
+    // In the order added, and registered. The worker's copy, or the one that it is offered, holds them.
+    Vector<AudioStream*> mListedStreams GUARDED_BY(mListLock);
+    Vector<AudioOutput*> mListedOutputs GUARDED_BY(mListLock);
+    ThreadLock mLock;  // held for a whole cycle, released while the worker sleeps
+    Mutex mCommandLock{"command queue"};  // the worker tries it and never waits for it
     Vector<sp<Command>> mCommands GUARDED_BY(mCommandLock);  // oldest first
-    // The worker gives back no memory: what it has handled waits for the next sender. Empty while
-    // mCommands is not.
+    // Written under mCommandLock; wake() publishes it.
+    std::atomic<bool> mHasCommands{false};
+    // The worker gives back no memory: what it has handled goes this way to the next sender. Empty
+    // while mCommands is not.
     Vector<sp<Command>> mHandled GUARDED_BY(mCommandLock);
-    bool mWoken GUARDED_BY(mCommandLock) = false;        // somebody has sent something
-    Vector<sp<AudioStream>> mStreams GUARDED_BY(mLock);  // in the order added
-    // The streams of the cycle under way: a stream paused or opened meanwhile stays out or in until
-    // it ends. Empty between cycles; always with room for all that are listed, made by the thread
-    // that adds one.
+    Vector<sp<Command>> mTaken GUARDED_BY(mLock);        // being handled, or handled last
+    Vector<sp<AudioStream>> mStreams GUARDED_BY(mLock);  // the lists as the worker knows them
+    Vector<sp<AudioOutput>> mOutputs GUARDED_BY(mLock);
+    // The streams of the cycle under way: a stream opened meanwhile stays out until it ends. Empty
+    // between cycles; always with room for all that are listed.
     Vector<sp<AudioStream>> mOpened GUARDED_BY(mLock);
-    Vector<sp<AudioOutput>> mOutputs GUARDED_BY(mLock);  // in the order registered
 
 private:
+    /** Appends; false where it is listed. Throws std::bad_alloc with nothing changed. */
+    template <typename T>
+    bool add_l(Vector<T*>& items, T* item) REQUIRES(mListLock);
+    /** Makes the change, which says whether there was one, and waits until the worker has it; then sends
+     *  the command. */
+    template <typename Change>
+    void announce(CommandCode code, Change change) EXCLUDES(mListLock, mLock, mCommandLock);
+    int post(const sp<Command>& command) EXCLUDES(mCommandLock);
+    /** Moves what is queued to mTaken; false: nothing, or a sender is at it. */
+    bool takeCommands_l() REQUIRES(mLock) EXCLUDES(mCommandLock);
+    /** Brings about a pass that looks at the queue. */
+    void tellOfCommand();
+    void wake();
     /** Sleeps with mLock released until a command is sent, or the monotonic clock reaches the
-     *  deadline. A command that came before the sleep ends it at once. */
+     *  deadline. A command that came before the sleep ends it at once. Takes new lists over in
+     *  between. */
     void waitForCommand(int64_t deadlineNs) REQUIRES(mLock) EXCLUDES(mCommandLock);
 
+    ListHandover mHandover;
+    WakeFlag<> mWake;  // something was sent or offered; its word is a futex
+    // Of what was sent; release: the queue first. And how many of those the pass under way knows of.
+    std::atomic<uint32_t> mCommandCount{0};
+    uint32_t mSeenCommandCount GUARDED_BY(mLock) = 0;
     status_t mStartStatus = -EINVAL;  // written before anybody else knows of the thread
 };
 

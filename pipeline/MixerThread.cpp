@@ -7,6 +7,7 @@
 #include "processor/VolumeMixer.h"
 #include "stream/ConversionChain.h"
 #include "stream/DumpText.h"
+#include "utils/Timers.h"
 
 namespace android {
 
@@ -14,6 +15,8 @@ namespace {
 
 constexpr const char* kTag = "mixer_thread";
 constexpr uint32_t kDefaultSampleRate = 44100;
+// Ten blocks: no callback that plays takes so long.
+constexpr nsecs_t kCallbackPatienceNs = 200'000'000;
 // The rates between which the resampler converts: at others a stream could not follow a change of
 // the mix, and would play its former rate into it.
 constexpr uint32_t kMinSampleRate = 4000;
@@ -64,33 +67,27 @@ void MixerThread::adopt_l(unsigned int sampleRate, audio_format_t format, unsign
     mFrameCount = frameCount;
     mFrameSize = mixBuffer->mFrameSize;
     mMixBuffer = mixBuffer;
+    const Mutex::Autolock lock(mMixLock);
+    mMix = {sampleRate, format, channelMask};
 }
 
 bool MixerThread::match(const sp<AudioOutput>& output) {
-    const ThreadLock::Autolock lock(mLock);
-    return output != nullptr && match_l(output);
+    const PcmConfig now = mix();
+    return output != nullptr && output->mSampleRate == now.sampleRate &&
+           output->mFormat == now.format && output->mChannelMask == now.channelMask;
 }
 
-bool MixerThread::match_l(const sp<AudioOutput>& output) const {
-    return output->mSampleRate == mSampleRate && output->mFormat == mFormat &&
-           output->mChannelMask == mChannelMask;
+PcmConfig MixerThread::mix() {
+    const Mutex::Autolock lock(mMixLock);
+    return mMix;
 }
 
 int MixerThread::addStream(sp<AudioStream> stream) {
     if (stream == nullptr) {
         return -EINVAL;
     }
-    uint32_t sampleRate = 0;
-    audio_format_t format = AUDIO_FORMAT_DEFAULT;
-    uint32_t channelMask = 0;
-    {
-        const ThreadLock::Autolock lock(mLock);
-        sampleRate = mSampleRate;
-        format = mFormat;
-        channelMask = mChannelMask;
-    }
-    // Without the lock: building a chain takes longer than a cycle may wait.
-    const int status = stream->config(sampleRate, format, channelMask);
+    const PcmConfig target = mix();
+    const int status = stream->config(target.sampleRate, target.format, target.channelMask);
     return status != OK ? status : AudioThread::addStream(stream);
 }
 
@@ -103,13 +100,13 @@ int MixerThread::registerOutput(sp<AudioOutput> output) {
         return -EINVAL;
     }
     {
-        const ThreadLock::Autolock lock(mLock);
-        for (const sp<AudioOutput>& listed : mOutputs) {
+        const Mutex::Autolock lock(mListLock);
+        for (AudioOutput* const listed : mListedOutputs) {
             if (!listed->match(output)) {
                 return -EINVAL;
             }
         }
-        if (mIncomplete || !match_l(output)) {
+        if (mIncomplete || !match(output)) {
             const int status = reconfigure_l(output);
             if (status != OK) {
                 return status;
@@ -135,9 +132,11 @@ int MixerThread::reconfigure_l(const sp<AudioOutput>& output) {
     if (!mixBuffer->validate()) {
         return -ENOMEM;
     }
+    // No output is listed, so nothing is mixed that the worker could be late with.
+    const ThreadLock::Autolock lock(mLock);
     adopt_l(output->mSampleRate, output->mFormat, output->mChannelMask, frameCount, mixBuffer);
     mIncomplete = false;
-    for (const sp<AudioStream>& stream : mStreams) {
+    for (AudioStream* const stream : mListedStreams) {
         // One that can't be converted stays silent for good; one without memory has another chance.
         mIncomplete |=
             stream->config(output->mSampleRate, output->mFormat, output->mChannelMask) == -ENOMEM;
@@ -176,19 +175,29 @@ ssize_t MixerThread::threadLoopProcess_l() {
     return frameCount;
 }
 
+// A stream that is paused or closed from now on counts as if that had come before the cycle noted
+// who is open: were its refusal to count as an empty stream, the others would lose this block.
 int MixerThread::mixStreams_l() {
     int frameCount = static_cast<int>(mFrameCount);
-    for (size_t i = 0; i < mOpened.size(); ++i) {
+    int mixedCount = 0;
+    for (const sp<AudioStream>& stream : mOpened) {
+        if (!stream->isOpened()) {
+            continue;
+        }
         const int processed =
-            mOpened[i]->process(mMixBuffer, static_cast<size_t>(static_cast<ssize_t>(frameCount)));
+            stream->process(mMixBuffer, static_cast<size_t>(static_cast<ssize_t>(frameCount)));
+        if (processed < 1 && !stream->isOpened()) {
+            continue;  // it has added nothing
+        }
         if (processed < frameCount && processed != 0) {
             __android_log_print(ANDROID_LOG_WARN, kTag,
                                 "%s, stream %d processed %d frames, but %d required",
-                                "threadLoopProcess_l", static_cast<int>(i), processed, frameCount);
+                                "threadLoopProcess_l", mixedCount, processed, frameCount);
         }
         frameCount = std::min(frameCount, processed);
+        ++mixedCount;
     }
-    return frameCount;
+    return mixedCount > 0 ? frameCount : -EINVAL;
 }
 
 void MixerThread::deliver_l(int frameCount) {
@@ -210,27 +219,37 @@ void MixerThread::deliver_l(int frameCount) {
 }
 
 void MixerThread::notifyDataMixed_l(void* buffer, size_t byteCount) {
-    for (const sp<AudioOutput>& listed : mOutputs) {
-        const sp<AudioOutput> output(listed);
+    for (size_t i = 0; i < mOutputs.size(); ++i) {
+        const sp<AudioOutput> output(mOutputs[i]);
+        mCallbackWatch.enter(i);
         output->onDataProcessed(buffer, byteCount);
+        mCallbackWatch.leave();
     }
 }
 
 int MixerThread::dump(int fd) {
     Vector<sp<AudioStream>> streams;
-    PcmConfig mix = {};
+    const PcmConfig now = mix();
     {
-        const ThreadLock::Autolock lock(mLock);
-        mix = {mSampleRate, mFormat, mChannelMask};
-        streams = mStreams;
+        const Mutex::Autolock lock(mListLock);
+        for (AudioStream* const stream : mListedStreams) {
+            streams.add(stream);
+        }
     }
     String8 text;
     text.appendFormat("MixerThread:    %p\n", static_cast<void*>(this));
-    text.appendFormat("Sample Rate:    %d\n", static_cast<int>(mix.sampleRate));
-    text.appendFormat("Format:         0x%x\n", mix.format);
-    text.appendFormat("Channel Mask:   0x%x\n", mix.channelMask);
-    // Written without the lock: whoever stops reading the other end must not stop the mixer.
+    text.appendFormat("Sample Rate:    %d\n", static_cast<int>(now.sampleRate));
+    text.appendFormat("Format:         0x%x\n", now.format);
+    text.appendFormat("Channel Mask:   0x%x\n", now.channelMask);
     writeDumpText(fd, text);
+    CallbackWatch::Visit visit = {};
+    if (mCallbackWatch.outlasts(kCallbackPatienceNs, visit)) {
+        const nsecs_t lastedNs = systemTime(SYSTEM_TIME_MONOTONIC) - visit.startNs;
+        String8 line;
+        line.appendFormat("In Callback:    output %zu, for %lld ms\n", visit.output,
+                          static_cast<long long>(lastedNs / 1'000'000));
+        writeDumpText(fd, line);
+    }
     for (const sp<AudioStream>& stream : streams) {
         stream->dump(fd);
     }

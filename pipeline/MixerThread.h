@@ -5,6 +5,8 @@
 
 #include "buffer/FrameBuffer.h"
 #include "pipeline/AudioThread.h"
+#include "pipeline/CallbackWatch.h"
+#include "stream/PcmConfig.h"
 #include "system/audio.h"
 
 namespace android {
@@ -30,14 +32,14 @@ public:
     void set(unsigned int sampleRate, audio_format_t format, unsigned int channelMask,
              unsigned int frameCount) REQUIRES(mLock);
     /** The output's rate, format and mask are the mixer's. */
-    bool match(const sp<AudioOutput>& output) EXCLUDES(mLock);
+    bool match(const sp<AudioOutput>& output) EXCLUDES(mMixLock);
 
     /** Configures the stream for the mix, then lists it. 0; -EINVAL: null; or its refusal. */
-    int addStream(sp<AudioStream> stream) override EXCLUDES(mLock, mCommandLock);
-    int removeStream(sp<AudioStream> stream) override EXCLUDES(mLock, mCommandLock);
+    int addStream(sp<AudioStream> stream) override EXCLUDES(mListLock, mLock, mCommandLock);
+    int removeStream(sp<AudioStream> stream) override EXCLUDES(mListLock, mLock, mCommandLock);
     /** 0; -EINVAL: null, unlike the outputs already listed, or out of every stream's reach;
      *  -ENOMEM: for the mix or for a stream's way to it. The next output configures all anew. */
-    int registerOutput(sp<AudioOutput> output) override EXCLUDES(mLock, mCommandLock);
+    int registerOutput(sp<AudioOutput> output) override EXCLUDES(mListLock, mLock, mCommandLock);
 
     /** Half a cycle, in whole ms. */
     int64_t computeSleepTimeNs_l() override REQUIRES(mLock);
@@ -45,14 +47,15 @@ public:
     ssize_t threadLoopProcess_l() override REQUIRES(mLock);
     void notifyDataMixed_l(void* buffer, size_t byteCount) REQUIRES(mLock);
 
-    /** Writes the mixer's lines, then every stream's. 0. */
-    int dump(int fd) EXCLUDES(mLock);
+    /** Writes the mixer's lines, then every stream's. Waits for a callback in progress, 200 ms at
+     *  most, then writes a line about it as well. 0. */
+    int dump(int fd) EXCLUDES(mListLock);
 
 private:
     void adopt_l(unsigned int sampleRate, audio_format_t format, unsigned int channelMask,
                  unsigned int frameCount, const sp<FrameBuffer>& mixBuffer) REQUIRES(mLock);
-    bool match_l(const sp<AudioOutput>& output) const REQUIRES(mLock);
-    int reconfigure_l(const sp<AudioOutput>& output) REQUIRES(mLock);
+    PcmConfig mix() EXCLUDES(mMixLock);
+    int reconfigure_l(const sp<AudioOutput>& output) REQUIRES(mListLock) EXCLUDES(mLock);
     int mixStreams_l() REQUIRES(mLock);
     void deliver_l(int frameCount) REQUIRES(mLock);
 
@@ -62,8 +65,11 @@ private:
     size_t mFrameCount GUARDED_BY(mLock) = 0;  // frames a cycle
     size_t mFrameSize GUARDED_BY(mLock) = 0;   // bytes
     sp<FrameBuffer> mMixBuffer GUARDED_BY(mLock);
+    CallbackWatch mCallbackWatch;
+    Mutex mMixLock{"mix"};                     // never the worker's
+    PcmConfig mMix GUARDED_BY(mMixLock) = {};  // the first three, for control threads
     // A stream got no memory for the present configuration. No output is listed then.
-    bool mIncomplete GUARDED_BY(mLock) = false;
+    bool mIncomplete GUARDED_BY(mListLock) = false;
 };
 
 }  // namespace android

@@ -16,4 +16,10 @@ void AudioProcesser::setOutputBuffer(sp<FrameBuffer> buffer) {
     mOutputBuffer = std::move(buffer);
 }
 
+void AudioProcesser::discardInput() {
+    if (mInputBuffer != nullptr) {
+        mInputBuffer->flush();
+    }
+}
+
 }  // namespace android

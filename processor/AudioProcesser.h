@@ -30,6 +30,9 @@ public:
      */
     virtual ssize_t process(size_t frameCount) = 0;
 
+    /** Discards what waits in the input buffer. */
+    void discardInput();
+
     const String8& name() const { return mName; }
 
 protected:

@@ -33,6 +33,12 @@ Resampler::~Resampler() {
     }
 }
 
+void Resampler::reset() {
+    if (mResampler != nullptr) {
+        mResampler->reset(mResampler);
+    }
+}
+
 size_t Resampler::getInputFramesRequired(size_t outFrameCount) {
     if (mDstSampleRate == 0) {
         return 0;

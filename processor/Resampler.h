@@ -25,6 +25,9 @@ public:
 
     ssize_t process(size_t frameCount) override;
 
+    /** Forgets the signal so far: the next input starts from silence, as after construction. */
+    void reset();
+
     /** Input frames that `outFrameCount` output frames need, rounded up. */
     virtual size_t getInputFramesRequired(size_t outFrameCount);
     /** Pulls what `frameCount` output frames need from `in`. The output frames written; -EINVAL for

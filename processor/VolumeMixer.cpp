@@ -94,25 +94,19 @@ VolumeOp VolumeMixer::volumeOp(audio_format_t src, audio_format_t dst, volumer_t
 }
 
 status_t VolumeMixer::setVolume(float left, float right) {
-    const Mutex::Autolock lock(mLock);
     if (!(left >= 0.0F && left <= 1.0F)) {
         return -EINVAL;
     }
     // A negative gain would invert the channel and a NaN has no meaning to a listener: the right
     // gain is held to the range instead of being refused, so that the status tells of the left.
-    const float heldRight = std::isnan(right) ? 0.0F : std::clamp(right, 0.0F, 1.0F);
-    if (left != mVolume[0] || heldRight != mVolume[1]) {
-        mVolume[0] = left;
-        mVolume[1] = heldRight;
-        mVolumeChanged.store(true, std::memory_order_relaxed);
-    }
+    mVolume.set({left, std::isnan(right) ? 0.0F : std::clamp(right, 0.0F, 1.0F)});
     return OK;
 }
 
 void VolumeMixer::getVolume(float& left, float& right) {
-    const Mutex::Autolock lock(mLock);
-    left = mVolume[0];
-    right = mVolume[1];
+    const Gains gains = mVolume.get();
+    left = gains.left;
+    right = gains.right;
 }
 
 void VolumeMixer::ramp(bool enable) {
@@ -120,14 +114,13 @@ void VolumeMixer::ramp(bool enable) {
 }
 
 void VolumeMixer::setVolumeRampVariables() {
-    // Nearly always; a change that this misses comes with the next pass.
-    if (!mVolumeChanged.load(std::memory_order_relaxed)) {
+    const std::optional<Gains> changed = mVolume.takeChange();
+    if (!changed) {
         return;
     }
-    const Mutex::Autolock lock(mLock);
-    mVolumeChanged.store(false, std::memory_order_relaxed);
+    const float gains[2] = {changed->left, changed->right};
     for (int i = 0; i < 2; ++i) {
-        const int gain = static_cast<int>(std::min(mVolume[i] * kUnityGain, kUnityGain));
+        const int gain = static_cast<int>(std::min(gains[i] * kUnityGain, kUnityGain));
         const int target = gain << kRampShift;
         // 64 bits: the position may have wrapped, and a ramp of -1 frames divides by -1.
         const int64_t distance =
@@ -143,8 +136,7 @@ void VolumeMixer::setVolumeRampVariables() {
 
 bool VolumeMixer::shouldRamp() const {
     return mRampEnabled.load(std::memory_order_relaxed) &&
-           (mVolumeChanged.load(std::memory_order_relaxed) || mVolumeInc[0] != 0 ||
-            mVolumeInc[1] != 0);
+           (mVolume.isChanged() || mVolumeInc[0] != 0 || mVolumeInc[1] != 0);
 }
 
 void VolumeMixer::adjustVolumeRamp(int* prevVolume, int* volumeInc, short* volume) {

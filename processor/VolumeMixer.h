@@ -4,6 +4,7 @@
 
 #include "processor/AudioDump.h"
 #include "processor/AudioProcesser.h"
+#include "processor/RequestedGains.h"
 #include "processor/VolumeKernels.h"
 #include "system/audio.h"
 #include "utils/Mutex.h"
@@ -41,8 +42,8 @@ public:
 
     /** Gains from 0.0 to 1.0; takes effect with the next frames processed. -EINVAL: the left gain
      *  is outside, nothing changes. The right gain is held to the range; NaN is silence. */
-    virtual status_t setVolume(float left, float right) EXCLUDES(mLock);
-    virtual void getVolume(float& left, float& right) EXCLUDES(mLock);
+    virtual status_t setVolume(float left, float right);
+    virtual void getVolume(float& left, float& right);
     /** Without ramps a change applies at once; a prepared ramp waits. */
     virtual void ramp(bool enable);
     /** In place, for the overwriting type alone. The frames processed; -ENOSYS: the other type. */
@@ -54,7 +55,7 @@ public:
     ssize_t mix(void* out, size_t frameCount, const sp<FrameBuffer>& in);
 
     /** Turns changed gains into targets and ramp increments. */
-    void setVolumeRampVariables() EXCLUDES(mLock);
+    void setVolumeRampVariables();
     bool shouldRamp() const;
     /** Ends each channel's ramp that has reached its target. Run once after every ramped pass. */
     static void adjustVolumeRamp(int* prevVolume, int* volumeInc, short* volume);
@@ -77,19 +78,17 @@ private:
     // For whoever looks at a stage in a debugger; the kernel and the sizes follow from them.
     [[maybe_unused]] const audio_format_t mSrcFormat;
     [[maybe_unused]] const uint32_t mSrcChannelMask;
-    const size_t mSrcFrameSize;  // bytes
-    const size_t mDstFrameSize;  // bytes
-    float mVolume[2] GUARDED_BY(mLock) = {1.0F, 1.0F};
+    const size_t mSrcFrameSize;                // bytes
+    const size_t mDstFrameSize;                // bytes
+    RequestedGains mVolume{{1.0F, 1.0F}};      // any thread sets them
     short mIntVolume[2] = {1 << 12, 1 << 12};  // U4.12, the targets
     int mPrevVolume[2] = {1 << 28, 1 << 28};   // U4.28, where each ramp stands
     int mVolumeInc[2] = {0, 0};                // U4.28 a frame; 0: no ramp
-    std::atomic<bool> mVolumeChanged{false};   // written under mLock
     const int mRampFrames;
     std::atomic<bool> mRampEnabled{true};  // any thread sets it; orders nothing
     const volumer_type_t mType;
     const sp<AudioDump> mDump;
     const VolumeOp mVolumeOp;  // null: nothing is written
-    Mutex mLock{"gain"};       // see platform/utils/LockOrder.cpp
 };
 
 }  // namespace android

@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# ./dev coverage : the outcomes of conditions in the six library folders that no test takes must stand,
+# ./dev coverage : the outcomes of conditions in the library's folders that no test takes must stand,
 # each with its reason, in tests/uncovered.txt.
 
 verb_coverage() {
@@ -25,6 +25,6 @@ verb_coverage() {
         -object build/coverage/bin/streamproxy_fault_test \
         -object build/coverage/lib/libstreamproxy.so >build/coverage/coverage.json 2>/dev/null
     figures=$(python3 scripts/uncovered.py build/coverage/coverage.json tests/uncovered.txt \
-        buffer hwsync interface pipeline processor stream) || die "coverage: $figures"
+        buffer hwsync interface pipeline processor stream sync) || die "coverage: $figures"
     record coverage "$figures"
 }

@@ -1,12 +1,6 @@
 #include "stream/AudioStream.h"
 
-#include <linux/futex.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
-#include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <limits>
 #include <new>
 #include <utility>
@@ -14,8 +8,8 @@
 #include "android/log.h"
 #include "stream/ConversionChain.h"
 #include "stream/DumpText.h"
+#include "sync/Futex.h"
 #include "utils/String8.h"
-#include "utils/Timers.h"
 
 namespace android {
 
@@ -25,25 +19,6 @@ constexpr const char* kTag = "audio_stream";
 constexpr nsecs_t kWriteLimitNs = 999'999'999;
 constexpr timespec kWriteWait = {.tv_sec = 0, .tv_nsec = 10'000'000};
 constexpr timespec kCloseWait = {.tv_sec = 1, .tv_nsec = 0};
-
-/** Whole frames in `byteCount`, as many as a 32-bit byte count can report. */
-size_t wholeFrames(size_t byteCount, size_t frameSize) {
-    if (frameSize == 0) {
-        return 0;
-    }
-    return std::min<size_t>(byteCount, std::numeric_limits<int32_t>::max()) / frameSize;
-}
-
-long futex(std::atomic<uint32_t>& word, int operation, uint32_t value, const timespec* timeout) {
-    static_assert(sizeof(word) == sizeof(uint32_t) && std::atomic<uint32_t>::is_always_lock_free);
-    return syscall(SYS_futex, &word, operation, value, timeout, nullptr, 0);
-}
-
-/** Sleeps while the word has this value: until a wake-up, the time-out or a signal. 0, or an errno
- *  value. */
-int sleepWhile(std::atomic<uint32_t>& word, uint32_t value, const timespec& timeout) {
-    return futex(word, FUTEX_WAIT, value, &timeout) == 0 ? 0 : errno;
-}
 
 }  // namespace
 
@@ -64,13 +39,12 @@ AudioStream::AudioStream(uint32_t sampleRate, audio_format_t format, uint32_t ch
           new AudioDump("/data/misc/audioserver/", "audio_stream", "vendor.audio.hwsync.stream")) {}
 
 AudioStream::~AudioStream() {
-    const Mutex::Autolock lock(mLock);
+    const PriorityMutex::Autolock lock(mLock);
     mProcessers.clear();
-    mVolumeMixer.clear();
 }
 
 int AudioStream::setVolume(float left, float right) {
-    const Mutex::Autolock lock(mLock);
+    const Mutex::Autolock lock(mConfigLock);
     return mVolumeMixer != nullptr ? mVolumeMixer->setVolume(left, right) : -ENODEV;
 }
 
@@ -94,16 +68,21 @@ int AudioStream::setParameters(const char* /*keyValuePairs*/) {
 }
 
 bool AudioStream::isOpened() const {
-    return mActive.load(std::memory_order_relaxed);
+    return mActive.load(std::memory_order_acquire);
 }
 
 int AudioStream::open() {
-    mActive.store(true, std::memory_order_relaxed);
+    if (isRetired()) {
+        return -ENODEV;
+    }
+    mActive.store(true, std::memory_order_release);
     return OK;
 }
 
 int AudioStream::pause() {
-    mActive.store(false, std::memory_order_relaxed);
+    // The count first: whoever sees the stream closed sees since when.
+    mPauseCount.fetch_add(1, std::memory_order_release);
+    mActive.store(false, std::memory_order_release);
     return OK;
 }
 
@@ -115,7 +94,7 @@ template <typename IsNeeded>
 int AudioStream::waitUntilDataConsumed_l(const timespec* timeout, IsNeeded isNeeded) {
     const int error =
         mConsumed.wait(isNeeded, [timeout](std::atomic<uint32_t>& word, uint32_t expected) {
-            return sleepWhile(word, expected, *timeout);
+            return Futex::waitWhile(word, expected, timeout);
         });
     if (error == 0 || error == EINTR || error == EAGAIN || error == ETIMEDOUT) {
         return OK;
@@ -125,64 +104,143 @@ int AudioStream::waitUntilDataConsumed_l(const timespec* timeout, IsNeeded isNee
     return error;
 }
 
-int AudioStream::close() {
-    if (mInputBuffer->availableToRead() > 0) {
-        waitUntilDataConsumed_l(&kCloseWait,
-                                [this] { return mInputBuffer->availableToRead() > 0; });
-    }
-    AudioStream::flush();
-    mActive.store(false, std::memory_order_relaxed);
-    return OK;
-}
-
-int AudioStream::flush() {
-    // A flush moves the consumer's side of the ring; under the lock the mixer is not reading it.
-    const Mutex::Autolock lock(mLock);
-    mInputBuffer->flush();
-    return OK;
-}
-
 int AudioStream::notifyDataConsumed_l() {
-    return mConsumed.notify([](std::atomic<uint32_t>& word) {
-        return futex(word, FUTEX_WAKE, 1, nullptr) < 0 ? errno : 0;
+    return mConsumed.notify([this](std::atomic<uint32_t>& word) {
+        // A write that is just ending may be asleep beside the close.
+        return Futex::wake(word,
+                           mCloserCount.load(std::memory_order_relaxed) > 0 ? Futex::kAll : 1);
     });
 }
 
+void AudioStream::wakeWriter() {
+    mConsumed.notify([](std::atomic<uint32_t>& word) { return Futex::wake(word, Futex::kAll); });
+}
+
+void AudioStream::endWrite() {
+    mCloseCount.fetch_add(1, std::memory_order_acq_rel);
+    wakeWriter();
+}
+
+int AudioStream::close() {
+    endWrite();
+    if (mInputBuffer->availableToRead() > 0) {
+        mCloserCount.fetch_add(1, std::memory_order_relaxed);
+        waitUntilDataConsumed_l(&kCloseWait,
+                                [this] { return mInputBuffer->availableToRead() > 0; });
+        mCloserCount.fetch_sub(1, std::memory_order_relaxed);
+    }
+    endAndDiscard();
+    return OK;
+}
+
+// A write that began before any of this finds that it is ended. One that begins later finds the stream
+// closed, and waits for the end of this before it opens it.
+void AudioStream::endAndDiscard() {
+    const Mutex::Autolock closeLock(mCloseLock);
+    mActive.store(false, std::memory_order_release);
+    mDiscardCount.fetch_add(1, std::memory_order_acq_rel);
+    endWrite();  // also one that began while the close waited
+    const PriorityMutex::Autolock lock(mLock);
+    discard_l();
+}
+
+int AudioStream::flush() {
+    mFlushCount.fetch_add(1, std::memory_order_acq_rel);
+    // A flush moves the consumer's side of the ring; under the lock the mixer is not reading it.
+    const PriorityMutex::Autolock lock(mLock);
+    discard_l();
+    return OK;
+}
+
+void AudioStream::discard_l() {
+    mInputBuffer->flush();
+    for (const sp<AudioProcesser>& stage : mProcessers) {
+        stage->discardInput();
+    }
+    if (mResampler != nullptr) {
+        mResampler->reset();
+    }
+}
+
+// Of the two changes of the count one comes first. If it is the close's, the writer sees it here and
+// takes out what it placed since; if it is this one, which changes nothing, the close has acquired
+// with it all that the writer placed, and has discarded it. The same with a flush.
+void AudioStream::discardIfClosedSince(const WriteStart& start) {
+    if (mDiscardCount.fetch_add(0, std::memory_order_acq_rel) != start.discardCount) {
+        const PriorityMutex::Autolock lock(mLock);
+        discard_l();
+    }
+}
+
+void AudioStream::discardIfFlushedSince(uint32_t flushCount) {
+    if (mFlushCount.fetch_add(0, std::memory_order_acq_rel) != flushCount) {
+        const PriorityMutex::Autolock lock(mLock);
+        discard_l();
+    }
+}
+
+AudioStream::WriteStart AudioStream::now() const {
+    return {mPauseCount.load(std::memory_order_acquire),
+            mCloseCount.load(std::memory_order_acquire),
+            mDiscardCount.load(std::memory_order_acquire)};
+}
+
+AudioStream::WriteStart AudioStream::startWrite() {
+    const WriteStart start = mHostWrite.value_or(now());
+    mHostWrite.reset();
+    return start;
+}
+
+int AudioStream::openAndWrite(const void* data, size_t byteCount) {
+    WriteStart start = now();
+    if (!isOpened() && !isPausedSince(start)) {
+        open();
+        // A close before that is undone by this write; a pause is not.
+        start = {start.pauseCount, now().closeCount, now().discardCount};
+    }
+    mHostWrite = start;
+    return write(data, byteCount);
+}
+
 int AudioStream::write(const void* data, size_t byteCount) {
+    const WriteStart start = startWrite();
     if (data == nullptr || byteCount == 0) {
         return 0;
     }
     if (!isOpened()) {
-        open();
-    }
-    const nsecs_t start = systemTime(SYSTEM_TIME_MONOTONIC);
-    const size_t frameCount = wholeFrames(byteCount, mFrameSize);
-    const auto* source = static_cast<const uint8_t*>(data);
-    size_t done = 0;
-    while (done < frameCount) {
-        void* region = nullptr;
-        size_t regionFrameCount = frameCount - done;
-        if (mInputBuffer->obtainWriteBuffer(&region, regionFrameCount) == OK) {
-            memcpy(region, source + done * mFrameSize, regionFrameCount * mFrameSize);
-            mInputBuffer->releaseWriteBuffer(region, regionFrameCount);
-            done += regionFrameCount;
-        } else if (systemTime(SYSTEM_TIME_MONOTONIC) - start > kWriteLimitNs) {
-            __android_log_print(ANDROID_LOG_WARN, kTag, "%s, It costs too long (%d ms) to write",
-                                __func__, 1000);
-            break;
-        } else {
-            waitUntilDataConsumed_l(&kWriteWait, [this] {
-                return !mInputBuffer->validate() || mInputBuffer->availableToWrite() == 0;
-            });
+        const Mutex::Autolock lock(mCloseLock);
+        if (!isPausedSince(start) && !isClosedSince(start)) {
+            open();
         }
     }
-    const size_t written = done * mFrameSize;
-    if (written < byteCount) {
-        __android_log_print(ANDROID_LOG_WARN, kTag, "%s, some bytes (%lu) are missed", __func__,
-                            static_cast<unsigned long>(byteCount - written));
-    }
-    mAudioDump->dump(data, written);
+    const size_t written = placeBytes(
+        data, byteCount, [this, &start](nsecs_t& /*startNs*/) { return !isClosedSince(start); });
+    discardIfClosedSince(start);
     return static_cast<int>(written);
+}
+
+bool AudioStream::waitForRoom(nsecs_t startNs) {
+    if (systemTime(SYSTEM_TIME_MONOTONIC) - startNs > kWriteLimitNs) {
+        __android_log_print(ANDROID_LOG_WARN, kTag, "%s, It costs too long (%d ms) to write",
+                            "write", 1000);
+        return false;
+    }
+    waitUntilDataConsumed_l(&kWriteWait, [this] {
+        return !mInputBuffer->validate() || mInputBuffer->availableToWrite() == 0;
+    });
+    return true;
+}
+
+size_t AudioStream::wholeFrames(size_t byteCount) const {
+    if (mFrameSize == 0) {
+        return 0;
+    }
+    return std::min<size_t>(byteCount, std::numeric_limits<int32_t>::max()) / mFrameSize;
+}
+
+void AudioStream::logMissed(size_t byteCount) {
+    __android_log_print(ANDROID_LOG_WARN, kTag, "%s, some bytes (%lu) are missed", "write",
+                        static_cast<unsigned long>(byteCount));
 }
 
 int AudioStream::read(void* data, size_t byteCount) {
@@ -190,8 +248,8 @@ int AudioStream::read(void* data, size_t byteCount) {
         __android_log_print(ANDROID_LOG_WARN, kTag, "%s, stream is not opened yet", __func__);
         return -ENODEV;
     }
-    const Mutex::Autolock lock(mLock);
-    const int32_t frameCount = mInputBuffer->read(data, wholeFrames(byteCount, mFrameSize));
+    const PriorityMutex::Autolock lock(mLock);
+    const int32_t frameCount = mInputBuffer->read(data, wholeFrames(byteCount));
     if (frameCount < 1) {
         return frameCount;
     }
@@ -213,14 +271,33 @@ int AudioStream::config(uint32_t sampleRate, audio_format_t format, uint32_t cha
             ANDROID_LOG_WARN, kTag,
             "%s, do not support configuration, sample rate %u, format %x,  channel %x", __func__,
             sampleRate, format, channelMask);
+        __android_log_print(ANDROID_LOG_WARN, kTag,
+                            "%s, that is for a stream of sample rate %u, format %x,  channel %x",
+                            __func__, mSampleRate, mFormat, mChannelMask);
         return -EINVAL;
     }
-    const Mutex::Autolock lock(mLock);
-    std::swap(mProcessers, chain.processers);
-    mVolumeMixer.swap(chain.volumeMixer);
-    mDstSampleRate = sampleRate;
-    mDstFormat = format;
-    mDstChannelMask = channelMask;
+    Gains lost = {1.0F, 1.0F};
+    {
+        const PriorityMutex::Autolock lock(mLock);
+        std::swap(mProcessers, chain.processers);
+        mResampler.swap(chain.resampler);
+        mChainTarget = {sampleRate, format, channelMask};
+        const Mutex::Autolock configLock(mConfigLock);
+        mVolumeMixer.swap(chain.volumeMixer);
+        if (chain.volumeMixer != nullptr) {
+            chain.volumeMixer->getVolume(lost.left, lost.right);
+        }
+        mDstSampleRate = sampleRate;
+        mDstFormat = format;
+        mDstChannelMask = channelMask;
+    }
+    if (lost.left < 1.0F || lost.right < 1.0F) {
+        // A listener hears the jump, and the host alone knows the gain that it wants.
+        __android_log_print(ANDROID_LOG_WARN, kTag,
+                            "%s, the volume (%.3f, %.3f) is lost with the former chain; it is 1.0",
+                            __func__, static_cast<double>(lost.left),
+                            static_cast<double>(lost.right));
+    }
     return OK;
 } catch (const std::bad_alloc&) {
     return -ENOMEM;
@@ -234,12 +311,12 @@ int AudioStream::process(sp<FrameBuffer> output, size_t frameCount) {
     if (output == nullptr) {
         return -EINVAL;
     }
-    const Mutex::Autolock lock(mLock);
+    const PriorityMutex::Autolock lock(mLock);
     // A chain that a failed reconfiguration left behind would write frames of another size.
-    if (mProcessers.isEmpty() || !output->match(mDstFormat, mDstChannelMask)) {
+    if (mProcessers.isEmpty() || !output->match(mChainTarget.format, mChainTarget.channelMask)) {
         return 0;
     }
-    mVolumeMixer->setOutputBuffer(output);
+    mProcessers[mProcessers.size() - 1]->setOutputBuffer(output);
     ssize_t processed = 0;
     for (const sp<AudioProcesser>& stage : mProcessers) {
         processed = stage->process(frameCount);
@@ -262,10 +339,9 @@ int AudioStream::process(sp<FrameBuffer> output, size_t frameCount) {
 int AudioStream::dump(int fd) try {
     PcmConfig target{};
     {
-        const Mutex::Autolock lock(mLock);
+        const Mutex::Autolock lock(mConfigLock);
         target = {mDstSampleRate, mDstFormat, mDstChannelMask};
     }
-    // Without the lock: the mixer may not wait for an allocation.
     String8 text;
     text.appendFormat("AudioStream:     %p\n", static_cast<void*>(this));
     text.appendFormat("Active:          %d\n", isOpened() ? 1 : 0);

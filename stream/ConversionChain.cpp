@@ -22,6 +22,8 @@ public:
         mChain.processers.add(stage);
     }
 
+    void remember(const sp<Resampler>& resampler) { mChain.resampler = resampler; }
+
     ConversionChain finish(const sp<VolumeMixer>& last) {
         if (!mComplete) {
             // As many frames could be had once, or else the stream never plays at all.
@@ -78,6 +80,7 @@ ConversionChain ConversionChain::build(const PcmConfig& source, const PcmConfig&
             return ChainBuilder::refusal(resampler->createStatus());
         }
         builder.append(resampler, format, target.channelMask);
+        builder.remember(resampler);
     }
     return builder.finish(new VolumeMixer(format, source.channelMask, target.format,
                                           target.channelMask, rampFrameCount, VOLUMER_TYPE_MIX));

@@ -3,18 +3,12 @@
 #include <cstdint>
 
 #include "processor/AudioProcesser.h"
+#include "processor/Resampler.h"
 #include "processor/VolumeMixer.h"
-#include "system/audio.h"
+#include "stream/PcmConfig.h"
 #include "utils/Vector.h"
 
 namespace android {
-
-/** What PCM looks like at one end of a chain. */
-struct PcmConfig {
-    uint32_t sampleRate;  // Hz
-    audio_format_t format;
-    uint32_t channelMask;
-};
 
 /**
  * The stages that turn a stream's frames into the mixing configuration, in the order of processing:
@@ -23,6 +17,7 @@ struct PcmConfig {
  */
 struct ConversionChain {
     Vector<sp<AudioProcesser>> processers;
+    sp<Resampler> resampler;      // the stage that keeps a history; null where rates are equal
     sp<VolumeMixer> volumeMixer;  // the last stage; its output is the caller's buffer
     status_t status = -EINVAL;    // 0: the chain is whole
 

@@ -7,8 +7,7 @@
 namespace android {
 
 /**
- * Holds the bytes of a frame that payload runs cut in two, until its other bytes come. Runs follow
- * the host's write boundaries, which know nothing of frames.
+ * Holds the bytes of a frame that two payload runs of a burst cut in two, until its other bytes come.
  * Invariant: byteCount() < the frame size. Threads: one at a time.
  */
 class FrameCarry {

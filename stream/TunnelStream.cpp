@@ -1,7 +1,6 @@
 #include "stream/TunnelStream.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <limits>
 #include <new>
 
@@ -17,7 +16,7 @@ namespace {
 constexpr const char* kTag = "TunnelStream";
 constexpr unsigned int kBridgeKind = 128;
 constexpr uint64_t kNsPerMs = 1'000'000;
-constexpr int kMaxIdleAttempts = 4;  // of a second each
+constexpr uint32_t kPiecesPerSecond = 50;  // of silence: each about a block
 constexpr uint64_t kMaxCount = std::numeric_limits<uint64_t>::max();
 
 /** The product, or the largest count where it does not fit. */
@@ -30,15 +29,15 @@ uint64_t saturatingMultiply(uint64_t a, uint64_t b) {
 
 class TunnelStream::CallbackScope {
 public:
-    explicit CallbackScope(TunnelStream& stream) : mStream(stream) {
-        mStream.mCallbackThread.store(std::this_thread::get_id(), std::memory_order_relaxed);
+    explicit CallbackScope(bool& isInCallback) : mIsInCallback(isInCallback) {
+        mIsInCallback = true;
     }
-    ~CallbackScope() { mStream.mCallbackThread.store({}, std::memory_order_relaxed); }
+    ~CallbackScope() { mIsInCallback = false; }
     CallbackScope(const CallbackScope&) = delete;
     CallbackScope& operator=(const CallbackScope&) = delete;
 
 private:
-    TunnelStream& mStream;
+    bool& mIsInCallback;
 };
 
 TunnelStream::TunnelStream(uint32_t sampleRate, audio_format_t format, uint32_t channelMask,
@@ -53,7 +52,7 @@ TunnelStream::TunnelStream(uint32_t sampleRate, audio_format_t format, uint32_t 
 TunnelStream::~TunnelStream() = default;
 
 sp<BridgeHalHidl> TunnelStream::bridge() const {
-    const Mutex::Autolock lock(mBridgeLock);
+    const PriorityMutex::Autolock lock(mBridgeLock);
     return mBridge;
 }
 
@@ -78,9 +77,9 @@ int TunnelStream::setParameters(const char* keyValuePairs) try {
                             __func__, status);
         return OK;
     }
-    const Mutex::Autolock latencyLock(mLatency);
+    const PriorityMutex::Autolock latencyLock(mLatency);
     {
-        const Mutex::Autolock lock(mBridgeLock);
+        const PriorityMutex::Autolock lock(mBridgeLock);
         mBridge.swap(made);
     }
     setLatency_l(mLatencyMs, mLatencyOffsetMs, false);
@@ -90,7 +89,7 @@ int TunnelStream::setParameters(const char* keyValuePairs) try {
 }
 
 int TunnelStream::setLatency(unsigned long latencyMs, long offsetMs, bool onlyIfChanged) {
-    const Mutex::Autolock lock(mLatency);
+    const PriorityMutex::Autolock lock(mLatency);
     return setLatency_l(latencyMs, offsetMs, onlyIfChanged);
 }
 
@@ -121,7 +120,7 @@ int TunnelStream::setDownstreamLatency(unsigned long latencyMs, long offsetMs) {
 }
 
 int TunnelStream::setDownstreamLatencyOffset(long offsetMs) {
-    const Mutex::Autolock lock(mLatency);
+    const PriorityMutex::Autolock lock(mLatency);
     return setLatency_l(mLatencyMs, offsetMs, true);
 }
 
@@ -129,27 +128,28 @@ int TunnelStream::open() {
     if (isOpened()) {
         return OK;
     }
-    // From inside a parser callback: the stream was paused meanwhile and plays on. It is
-    // registered, or it would not have been called, and the parser's lock is held.
-    if (mCallbackThread.load(std::memory_order_relaxed) == std::this_thread::get_id()) {
-        return startPlaying();
-    }
     const Mutex::Autolock lock(mLifecycle);
     if (isOpened()) {
         return OK;
     }
-    const int status = mParser->registerObserver(this);
-    if (status != OK) {
-        __android_log_print(ANDROID_LOG_ERROR, kTag, "%s, fail to register parser observer: %d",
-                            __func__, status);
-        return -ENOSYS;
+    if (isRetired()) {
+        return -ENODEV;
     }
-    mObserverRegistered = true;
-    return startPlaying();
+    // A paused stream is still registered, and its parser may be calling back for a while yet.
+    if (!mObserverRegistered) {
+        const int status = mParser->registerObserver(this);
+        if (status != OK) {
+            __android_log_print(ANDROID_LOG_ERROR, kTag, "%s, fail to register parser observer: %d",
+                                __func__, status);
+            return -ENOSYS;
+        }
+        mObserverRegistered = true;
+    }
+    const Mutex::Autolock playState(mPlayState);
+    return startPlaying_l();
 }
 
-int TunnelStream::startPlaying() {
-    const Mutex::Autolock lock(mPlayState);
+int TunnelStream::startPlaying_l() {
     const sp<BridgeHalHidl> current = bridge();
     if (current != nullptr) {
         current->start();
@@ -158,24 +158,50 @@ int TunnelStream::startPlaying() {
     return AudioStream::open();
 }
 
+// A write opens the stream unless a pause or a close came after the write began. In a parser
+// callback the stream is registered, or it would not have been called, and the parser's lock is
+// held: it only starts to play.
+void TunnelStream::playOn(const WriteStart& start) {
+    if (isOpened()) {
+        return;
+    }
+    if (!mIsInCallback || !mWrite) {
+        open();
+        return;
+    }
+    const Mutex::Autolock lock(mPlayState);
+    const bool mayPlay = !isPausedSince(start) || mIsResumed.load(std::memory_order_relaxed);
+    if (mayPlay && !isClosedSince(start) && !isOpened()) {
+        startPlaying_l();
+    }
+}
+
+bool TunnelStream::isHeld() const {
+    return !isOpened() && isPausedSince(writeInProgress()) &&
+           !mIsResumed.load(std::memory_order_relaxed);
+}
+
 int TunnelStream::pause() {
     const Mutex::Autolock lock(mPlayState);
+    mIsResumed.store(false, std::memory_order_relaxed);
     const sp<BridgeHalHidl> current = bridge();
     if (current != nullptr) {
         current->pause();
     }
-    const int status = AudioStream::pause();
-    // Last: a write that sees the old count begins before this pause and looks again.
-    mPauseCount.fetch_add(1, std::memory_order_release);
-    return status;
+    return AudioStream::pause();
 }
 
 int TunnelStream::resume() {
-    const sp<BridgeHalHidl> current = bridge();
-    if (current != nullptr) {
-        current->resume();
+    {
+        const Mutex::Autolock lock(mPlayState);
+        const sp<BridgeHalHidl> current = bridge();
+        if (current != nullptr) {
+            current->resume();
+        }
+        mPolicy->setFirstPts();
+        mIsResumed.store(true, std::memory_order_relaxed);
     }
-    mPolicy->setFirstPts();
+    wakeWriter();
     return OK;
 }
 
@@ -186,15 +212,20 @@ int TunnelStream::flush() {
 }
 
 int TunnelStream::close() {
-    sp<TunnelStream> self;  // dropped last, behind the lock
+    {
+        // From here on no write that began before opens the stream again.
+        const Mutex::Autolock lock(mPlayState);
+        endWrite();
+    }
+    sp<TunnelStream> self;  // dropped last, after the lock is released
     const Mutex::Autolock lock(mLifecycle);
     if (mObserverRegistered) {
         self = this;  // the parser's reference may be the only one
         mParser->unregisterObserver(this);
         mObserverRegistered = false;
     }
-    mRestarted.store(true, std::memory_order_relaxed);
     if (!isOpened()) {
+        endAndDiscard();  // what a pause had kept
         return OK;
     }
     const sp<BridgeHalHidl> current = bridge();
@@ -205,13 +236,38 @@ int TunnelStream::close() {
 }
 
 int TunnelStream::write(const void* data, size_t byteCount) {
-    return mParser->parse(data, byteCount);
+    mWrite = startWrite();
+    mHasGivenUp = false;
+    beginProgramme();
+    const int parsed = mParser->parse(data, byteCount);
+    discardIfClosedSince(*mWrite);
+    mWrite.reset();
+    return parsed;
+}
+
+// The parser may have been left inside a burst, and a drop pending, by a programme that was closed.
+void TunnelStream::beginProgramme() {
+    if (mProgramme != mWrite->closeCount) {
+        mProgramme = mWrite->closeCount;
+        mParser->reset();
+        mCarry.clear();
+        mDropBytes = 0;
+    }
 }
 
 int TunnelStream::onBurstHeaderParsed(hw_sync_mode_t mode, unsigned int /*burstByteCount*/,
                                       unsigned long ptsNs) {
-    const CallbackScope scope(*this);
-    forgetCutFrames();
+    const CallbackScope scope(mIsInCallback);
+    forgetCutFrame();
+    mHeldMode.reset();
+    if (isClosedSince(writeInProgress())) {
+        return -ENOSYS;  // the rest of a programme that is over
+    }
+    if (isHeld()) {
+        // The clock stands still with the stream. The first header after the pause anchors it anew.
+        mHeldMode = mode;
+        return -ENOSYS;
+    }
     updateMode(mode);
     const sp<BridgeHalHidl> current = bridge();
     if (mHwSyncMode != HW_SYNC_MODE_AV_SYNC || current == nullptr) {
@@ -264,19 +320,37 @@ void TunnelStream::updateMode(hw_sync_mode_t mode) {
 void TunnelStream::fill(unsigned long durationMs) {
     const uint64_t byteCount =
         saturatingMultiply(saturatingMultiply(mFrameSize, mSampleRate / 1000), durationMs);
-    // More than a signed 32-bit count of silence can't be had, like silence that the system
-    // refuses.
-    std::unique_ptr<void, decltype(&free)> silence(nullptr, &free);
-    if (byteCount <= std::numeric_limits<int32_t>::max()) {
-        silence.reset(calloc(byteCount > 0 ? byteCount : 1, 1));
-    }
-    if (silence == nullptr) {
+    // More than a signed 32-bit count of silence can't be had.
+    if (byteCount > std::numeric_limits<int32_t>::max()) {
         __android_log_print(ANDROID_LOG_WARN, kTag, "No enough memory");
         return;
     }
     __android_log_print(ANDROID_LOG_DEBUG, kTag, "%s, filling silience %llu ms, %d bytes", __func__,
                         static_cast<unsigned long long>(durationMs), static_cast<int>(byteCount));
-    AudioStream::write(silence.get(), byteCount);
+    if (byteCount == 0) {
+        return;
+    }
+    const uint32_t flushes = flushCount();
+    const WriteStart start = writeInProgress();
+    playOn(start);
+    const WriteStart here = now();
+    const auto goesOn = [&](nsecs_t& /*startNs*/) {
+        return isOpened() && !isPausedSince(here) && !isClosedSince(start) &&
+               flushCount() == flushes;
+    };
+    const size_t frameCount = byteCount / mFrameSize;
+    const size_t placed = place(
+        frameCount, std::max<size_t>(mSampleRate / kPiecesPerSecond, 1),
+        [this](void* region, size_t /*done*/, size_t regionFrameCount) {
+            memset(region, 0, regionFrameCount * mFrameSize);
+        },
+        goesOn);
+    discardIfFlushedSince(flushes);
+    // Silence that the host itself has ended is not missed.
+    nsecs_t ignored = 0;
+    if (placed < frameCount && goesOn(ignored)) {
+        logMissed((frameCount - placed) * mFrameSize);
+    }
 }
 
 void TunnelStream::drop(unsigned long durationMs) {
@@ -287,27 +361,21 @@ void TunnelStream::drop(unsigned long durationMs) {
     // What does not fit is more than will ever come; it is still whole frames.
     const uint64_t wholeFrames =
         byteCount == kMaxCount && mFrameSize > 0 ? byteCount - byteCount % mFrameSize : byteCount;
-    // A frame that is half dropped is dropped whole.
-    const uint64_t begun = mFrameSize > 0 ? mDropBytes % mFrameSize : 0;
-    mDropBytes = wholeFrames > kMaxCount - begun ? wholeFrames : wholeFrames + begun;
+    mDropBytes = wholeFrames;
 }
 
-// After a flush, a close, garbage or an abandoned burst the payload begins with a new frame: what a
-// carry or a drop has of a former frame belongs to nothing any more.
-void TunnelStream::forgetCutFrames() {
-    const uint64_t breaks = mParser->breakCount();
-    const bool restarted = mRestarted.exchange(false, std::memory_order_relaxed);
-    if (breaks == mSeenBreaks && !restarted) {
-        return;
+// The payload after a header begins with a new frame: a burst that ends inside a frame costs that
+// frame and shifts nothing behind it.
+void TunnelStream::forgetCutFrame() {
+    if (mCarry.byteCount() > 0 && flushCount() == mCarryFlushCount) {
+        logMissed(mCarry.byteCount());
     }
-    mSeenBreaks = breaks;
     mCarry.clear();
     mDropBytes -= mFrameSize > 0 ? mDropBytes % mFrameSize : 0;
 }
 
 int TunnelStream::onBurstPayloadParsed(const void* data, unsigned long byteCount) {
-    const CallbackScope scope(*this);
-    forgetCutFrames();
+    const CallbackScope scope(mIsInCallback);
     const auto* payload = static_cast<const uint8_t*>(data);
     size_t remaining = byteCount;
     if (mDropBytes > 0) {
@@ -324,12 +392,14 @@ int TunnelStream::onBurstPayloadParsed(const void* data, unsigned long byteCount
     return static_cast<int>(byteCount);
 }
 
-// AudioStream::write() takes whole frames only, so a frame that two runs share is put together
-// here. A frame cut by the end of a burst is completed by the next burst's payload: the payloads of
-// bursts that follow each other are one run of frames.
+// Runs follow the host's write boundaries, which know nothing of frames: a frame that two runs of a
+// burst share is put together here.
 void TunnelStream::writePayload(const uint8_t* data, size_t byteCount) {
     if (byteCount == 0) {
         return;
+    }
+    if (flushCount() != mCarryFlushCount) {
+        mCarry.clear();
     }
     const size_t taken = mCarry.complete(data, byteCount);
     data += taken;
@@ -343,25 +413,33 @@ void TunnelStream::writePayload(const uint8_t* data, size_t byteCount) {
         writeFrames(data, byteCount - cut);
     }
     mCarry.append(data + (byteCount - cut), cut);
+    mCarryFlushCount = flushCount();
 }
 
-// A pause that strikes while this waits for room would cost the payload: no cycle takes frames of a
-// paused stream. The rest counts as the stream's next write, which opens it again. A host that
-// pauses without end gives up the payload after kMaxIdleAttempts.
+// A paused stream takes what its ring has room for; the rest waits like any write, and goes on when
+// the host lets the stream play again. A pause that outlasts one run's second costs the later runs
+// of the same write no second each.
 void TunnelStream::writeFrames(const uint8_t* data, size_t byteCount) {
-    size_t written = 0;
-    for (int idleAttempts = 0; idleAttempts < kMaxIdleAttempts;) {
-        const uint32_t pauseCount = mPauseCount.load(std::memory_order_acquire);
-        const auto more =
-            static_cast<size_t>(AudioStream::write(data + written, byteCount - written));
-        written += more;
-        const bool wasPaused =
-            !isOpened() || pauseCount != mPauseCount.load(std::memory_order_acquire);
-        if (written == byteCount || !wasPaused) {
-            return;
+    const WriteStart start = writeInProgress();
+    bool wasHeld = false;
+    const size_t written = placeBytes(data, byteCount, [&](nsecs_t& startNs) {
+        playOn(start);
+        if (!isOpened()) {
+            wasHeld = true;
+            return !isClosedSince(start) && !mHasGivenUp;
         }
-        idleAttempts = more > 0 ? 0 : idleAttempts + 1;
-    }
+        if (wasHeld) {
+            // The mixer had no chance to make room meanwhile.
+            startNs = systemTime(SYSTEM_TIME_MONOTONIC);
+            wasHeld = false;
+            if (mHeldMode) {
+                updateMode(*mHeldMode);
+                mHeldMode.reset();
+            }
+        }
+        return !isClosedSince(start);
+    });
+    mHasGivenUp = written < byteCount && !isOpened();
 }
 
 }  // namespace android

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <thread>
+#include <optional>
 
 #include "avsync/AVSyncBridge.h"
 #include "hwsync/HwSyncBurstObserver.h"
@@ -12,6 +12,7 @@
 #include "hwsync/HwSyncPolicy.h"
 #include "stream/AudioStream.h"
 #include "stream/FrameCarry.h"
+#include "sync/PriorityMutex.h"
 #include "utils/Mutex.h"
 
 namespace android {
@@ -26,6 +27,10 @@ namespace android {
  * Locks:   mLifecycle, the parser's lock, mPlayState, mBridgeLock; mParameters, mLatency,
  *          mBridgeLock. A parser callback, which runs under the parser's lock, takes only
  *          mPlayState, mBridgeLock and what a plain write takes.
+ *
+ * A pause holds: the write that it strikes keeps its payload for as long as a write may wait, about
+ * a second. resume() or open() within that time lets it go on, for another second; otherwise it gives
+ * the rest up and the stream stays paused. Its headers leave the clock alone meanwhile.
  */
 class TunnelStream : public AudioStream, public HwSyncBurstObserver {
 public:
@@ -41,11 +46,16 @@ public:
      *  where none can be made; -ENOMEM: no memory to read the text. */
     int setParameters(const char* keyValuePairs) override;
 
-    /** -ENOSYS: the parser refuses. Waits for a parser callback in progress, as close() does. */
+    /** -ENOSYS: the parser refuses. A closed stream's waits for a parser callback in progress, as
+     *  close() does. */
     int open() override;
     int pause() override;
+    /** Opens the stream for the payload of a write that waits; otherwise the next write does. */
     int resume() override;
+    /** Ends silence that is being written, and keeps a pending drop. */
     int flush() override;
+    /** Ends a write in progress. The next write begins a new programme: a search for a header, with
+     *  nothing to drop. */
     int close() override;
     /** The bytes parsed, normally all; payload that found no room in time is not reported. */
     int write(const void* data, size_t byteCount) override;
@@ -56,7 +66,8 @@ public:
 
     /** `onlyIfChanged`: tells nobody when neither the pair nor its sum changes. */
     int setLatency(unsigned long latencyMs, long offsetMs, bool onlyIfChanged);
-    /** Writes silence ahead of what is parsed next. Whole frames. Writer's thread. */
+    /** Writes silence ahead of what is parsed next, unless the stream is paused; a pause, a flush or
+     *  a close ends it. Whole frames. Writer's thread. */
     void fill(unsigned long durationMs);
     /** Discards that much of the payload that is parsed next, instead of what is still to be
      *  discarded. Whole frames. Writer's thread. */
@@ -64,21 +75,30 @@ public:
     void updateMode(hw_sync_mode_t mode);
 
 private:
-    /** Marks the writer's thread as being inside a parser callback. */
+    /** Marks that the writer's thread is inside a parser callback. */
     class CallbackScope;
 
     sp<BridgeHalHidl> bridge() const EXCLUDES(mBridgeLock);
     int setLatency_l(unsigned long latencyMs, long offsetMs, bool onlyIfChanged) REQUIRES(mLatency);
-    int startPlaying();
-    void forgetCutFrames();
+    int startPlaying_l() REQUIRES(mPlayState);
+    WriteStart writeInProgress() const { return mWrite.value_or(now()); }
+    void playOn(const WriteStart& start) EXCLUDES(mPlayState);
+    bool isHeld() const;  // by a pause that came after the write in progress began
+    void beginProgramme();
+    void forgetCutFrame();
     void writePayload(const uint8_t* data, size_t byteCount);
     void writeFrames(const uint8_t* data, size_t byteCount);
 
     // The writer's thread alone.
+    std::optional<WriteStart> mWrite;  // while write() runs
+    bool mIsInCallback = false;
+    bool mHasGivenUp = false;                 // this write met a pause that outlasted its second
+    std::optional<hw_sync_mode_t> mHeldMode;  // of a header that a pause holds
     hw_sync_mode_t mHwSyncMode = HW_SYNC_MODE_AV_SYNC;
     uint64_t mDropBytes = 0;
     FrameCarry mCarry;
-    uint64_t mSeenBreaks = 0;  // of the parser's
+    uint32_t mCarryFlushCount = 0;  // when mCarry was filled
+    uint32_t mProgramme = 0;        // the close count that the parser's state goes with
 
     bool mObserverRegistered GUARDED_BY(mLifecycle) = false;
     const sp<HwSyncBurstParser> mParser;
@@ -91,12 +111,12 @@ private:
     Mutex mLifecycle{"lifecycle"};    // open against close
     Mutex mPlayState{"play state"};   // bridge and stream start and pause together
     Mutex mParameters{"parameters"};  // one bridge is made at a time
-    Mutex mLatency{"latency"};        // the pair, and the order in which policy and bridge are told
-    mutable Mutex mBridgeLock{"bridge"};  // the pointer, never held during a call of the bridge
-    // Any thread sets it: the carried bytes belong to the past.
-    std::atomic<bool> mRestarted{false};
-    std::atomic<uint32_t> mPauseCount{0};            // pauses add, the writer compares
-    std::atomic<std::thread::id> mCallbackThread{};  // the writer's own mark; orders nothing
+    // The worker waits for these two when it passes an offset on.
+    PriorityMutex mLatency{
+        "latency"};  // the pair, and the order in which policy and bridge are told
+    mutable PriorityMutex mBridgeLock{"bridge"};  // the pointer, never held during a call
+    // Since the last pause; written under mPlayState.
+    std::atomic<bool> mIsResumed{false};
 };
 
 }  // namespace android

@@ -7,7 +7,7 @@
 #include "buffer/RingPositions.h"
 #include "fuzz/model/Explorer.h"
 #include "fuzz/model/ModelAtomic.h"
-#include "stream/ConsumeSignal.h"
+#include "sync/ConsumeSignal.h"
 
 enum class Flaw { kNone, kFlushWithoutLock, kNotifyBeforeAdvance };
 

@@ -7,6 +7,8 @@
 #include <mutex>
 #include <new>
 
+#include "../utils/UntilUnload.h"
+
 namespace android {
 
 namespace {
@@ -24,11 +26,6 @@ struct ClockRegistry {
     std::map<uint32_t, sp<AVSyncClock>> clocks;
 };
 
-ClockRegistry& registry() {
-    static ClockRegistry instance;
-    return instance;
-}
-
 std::atomic<int> gRefusal{0};
 std::atomic<AVSyncClock::TimeSource> gTimeSource{&monotonicNow};
 
@@ -43,7 +40,7 @@ AVSyncClock::AVSyncClock(uint32_t hwSyncId, TimeSource now) : mId(hwSyncId), mNo
 AVSyncClock::~AVSyncClock() = default;
 
 sp<AVSyncClock> AVSyncClock::forId(uint32_t hwSyncId) {
-    ClockRegistry& all = registry();
+    ClockRegistry& all = untilUnload<ClockRegistry>();
     const std::lock_guard<std::mutex> lock(all.lock);
     // Clocks that only the registry holds are nobody's any more. A null one got no memory.
     std::erase_if(all.clocks, [hwSyncId](const auto& entry) {

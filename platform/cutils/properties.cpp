@@ -2,28 +2,64 @@
 
 #include <errno.h>
 
+#include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <string>
 #include <string_view>
 
+#include "../utils/UntilUnload.h"
 #include "android/log.h"
 
 namespace {
 
 constexpr const char* kTag = "properties";
 
+using BadLine = void (*)(const property_bad_line* line, void* cookie);
+
+/** The whole file; 0 or a negative errno value. */
+int readFile(const char* path, std::string& content) {
+    const auto closeFile = [](FILE* file) { fclose(file); };
+    const std::unique_ptr<FILE, decltype(closeFile)> file(fopen(path, "re"), closeFile);
+    if (file == nullptr) {
+        return -errno;
+    }
+    char bytes[4096];
+    while (const size_t count = fread(bytes, 1, sizeof(bytes), file.get())) {
+        content.append(bytes, count);
+    }
+    return ferror(file.get()) != 0 ? -errno : 0;
+}
+
+std::string_view trimmed(std::string_view text) {
+    constexpr const char* kBlanks = " \t\r";
+    text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
+    return text.substr(0, text.find_last_not_of(kBlanks) + 1);
+}
+
 class PropertyStore {
 public:
     PropertyStore() {
         const char* const path = getenv("STREAMPROXY_PROPERTIES");
-        if (path != nullptr && *path != '\0') {
-            load(path);
+        if (path == nullptr || *path == '\0') {
+            return;
+        }
+        const auto log = [](const property_bad_line* line, void* cookie) {
+            __android_log_print(ANDROID_LOG_ERROR, kTag, "load, %s:%d %s: %s",
+                                static_cast<const char*>(cookie), line->number,
+                                line->key == nullptr ? "is not key=value" : "has too long a value",
+                                line->text);
+        };
+        const int status = load(path, log, const_cast<char*>(path));
+        if (status != 0) {
+            __android_log_print(ANDROID_LOG_ERROR, kTag, "load, can't read %s: %s", path,
+                                strerror(-status));
         }
     }
 
@@ -51,27 +87,37 @@ public:
         return 0;
     }
 
+    int load(const char* path, BadLine badLine, void* cookie) {
+        std::string content;
+        const int status = readFile(path, content);
+        if (status != 0) {
+            return status;
+        }
+        std::string_view rest = content;
+        for (int number = 1; !rest.empty(); ++number) {
+            const size_t end = std::min(rest.find('\n'), rest.size());
+            loadLine(number, std::string(trimmed(rest.substr(0, end))), badLine, cookie);
+            rest.remove_prefix(std::min(end + 1, rest.size()));
+        }
+        return 0;
+    }
+
 private:
-    void load(const char* path) {
-        std::ifstream file(path);
-        if (!file) {
-            __android_log_print(ANDROID_LOG_ERROR, kTag, "%s, can't read %s: %s", __func__, path,
-                                strerror(errno));
+    void loadLine(int number, const std::string& text, BadLine badLine, void* cookie) {
+        if (text.empty() || text[0] == '#') {
             return;
         }
-        std::string line;
-        for (int lineNumber = 1; std::getline(file, line); ++lineNumber) {
-            const size_t end = line.find_last_not_of(" \t\r");
-            line.resize(end == std::string::npos ? 0 : end + 1);
-            if (line.empty() || line[0] == '#') {
-                continue;
-            }
-            const size_t equals = line.find('=');
-            if (equals == std::string::npos ||
-                set(line.substr(0, equals), line.substr(equals + 1)) != 0) {
-                __android_log_print(ANDROID_LOG_ERROR, kTag, "%s, %s:%d is not key=value: %s",
-                                    __func__, path, lineNumber, line.c_str());
-            }
+        const size_t equals = text.find('=');
+        if (equals == std::string::npos || equals == 0) {
+            const property_bad_line line = {number, text.c_str(), nullptr, nullptr};
+            badLine(&line, cookie);
+            return;
+        }
+        const std::string key(trimmed(std::string_view(text).substr(0, equals)));
+        const std::string value(trimmed(std::string_view(text).substr(equals + 1)));
+        if (set(key, value) != 0) {
+            const property_bad_line line = {number, text.c_str(), key.c_str(), value.c_str()};
+            badLine(&line, cookie);
         }
     }
 
@@ -80,8 +126,7 @@ private:
 };
 
 PropertyStore& store() {
-    static PropertyStore instance;
-    return instance;
+    return android::untilUnload<PropertyStore>();
 }
 
 }  // namespace
@@ -102,6 +147,12 @@ int property_get(const char* key, char* value, const char* defaultValue) {
 
 int property_set(const char* key, const char* value) try {
     return key != nullptr ? store().set(key, value != nullptr ? value : "") : -EINVAL;
+} catch (const std::bad_alloc&) {
+    return -ENOMEM;
+}
+
+int property_load(const char* path, BadLine badLine, void* cookie) try {
+    return store().load(path, badLine, cookie);
 } catch (const std::bad_alloc&) {
     return -ENOMEM;
 }

@@ -12,10 +12,12 @@ namespace {
 // The order of all named locks, outer first: under one that is held, only those below may be taken.
 constexpr const char* kOrder[] = {
     "global",         // held by a call until the pipeline has its change
+    "lists",          // of control threads, while one changes them
     "worker turn",    // waits for the worker's lock
     "worker",         // held for a cycle, in which every stream is asked and every output called;
                       // a callback may use streams, so all that is theirs comes behind
-    "command queue",  // read by the worker before a cycle, filled by any thread
+    "mix",            // its configuration as control threads know it
+    "command queue",  // filled by any thread, emptied by the worker where it gets it at once
     "lifecycle",      // of a tunnel stream: opening and closing wait for its parser
     "parser turn",    // waits for the parser's lock
     "parser",         // held while callbacks write into the stream: before all that a stream takes
@@ -23,8 +25,9 @@ constexpr const char* kOrder[] = {
     "parameters",     // a new bridge is told the latency
     "latency",        // told to the streams by the worker, and to their bridges
     "bridge",         // the pointer alone
+    "close",          // a close against a write that opens the stream
     "chain",          // held for a pull, down to the last stage
-    "gain",           // read by the last stage, set through the chain
+    "config",         // the chain as control threads know it
     "pipeline slot",  // the pointer alone
 };
 constexpr size_t kLockCount = sizeof(kOrder) / sizeof(kOrder[0]);

@@ -230,6 +230,27 @@ TEST(FrameBuffer, RefusesToCopyNothingAndToHandOutNowhere) {
     EXPECT_EQ(OK, ring->getPartialPosition(9, false, region, count, region, count));
 }
 
+TEST(FrameBuffer, AskedForNoFramesSaysWhereTheNextOnesAre) {
+    const auto ring = makeBuffer(4);
+    void* start = nullptr;
+    void* region = &start;
+    size_t frameCount = 0;
+    ring->obtainWriteBuffer(&start, frameCount);
+    EXPECT_EQ(OK, ring->obtainReadBuffer(&region, frameCount));
+    EXPECT_EQ(&start, region) << "nothing is held";
+    ring->write(numberedFrames(1, 3).data(), 3);
+    ring->releaseReadBuffer(nullptr, 1);
+
+    EXPECT_EQ(OK, ring->obtainReadBuffer(&region, frameCount));
+    EXPECT_EQ(static_cast<uint32_t*>(start) + 1, region);
+    AudioBufferProvider::Buffer record = {};
+    EXPECT_EQ(OK, ring->getNextBuffer(&record, 0));
+    EXPECT_EQ(region, record.raw);
+    EXPECT_EQ(OK, ring->obtainWriteBuffer(&region, frameCount));
+    EXPECT_EQ(static_cast<uint32_t*>(start) + 3, region);
+    EXPECT_EQ(0U, frameCount + record.frameCount);
+}
+
 TEST(FrameBuffer, FlushZeroesWhatItDiscardsAndNothingMore) {
     const auto ring = makeBuffer(4);
     ring->write(numberedFrames(1, 4).data(), 4);

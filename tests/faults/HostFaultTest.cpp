@@ -13,7 +13,9 @@
 #include <thread>
 #include <vector>
 
+#include "avsync/AVSyncClock.h"
 #include "interface/streamproxy.h"
+#include "tests/support/Bursts.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/FaultInjection.h"
 #include "tests/support/LogCapture.h"
@@ -226,6 +228,68 @@ TEST_F(HostFaultTest, AStreamNeverWaitsForACallbackThatWaitsForItsCaller) {
         EXPECT_EQ(1, mBlocks) << "the callback waits all the while";
     }
     EXPECT_EQ(0, destroy_audio_proxy_stream(tunnel));
+}
+
+TEST(PipelineFault, NoCallbackComesOnceThePipelineIsDestroyedWhoeverElseUsesIt) {
+    struct Host {
+        std::atomic<bool> isGone{false};
+        std::atomic<int> lateCalls{0};
+    };
+    const int nowhere = open("/dev/null", O_WRONLY);
+    for (int round = 0; round < 100; ++round) {
+        Host host;
+        audio_proxy_pipeline_t* const pipeline = create_audio_proxy_pipeline();
+        const audio_proxy_output_callback_t hear = [](void* cookie, void*, size_t) {
+            auto* const heard = static_cast<Host*>(cookie);
+            heard->lateCalls += heard->isGone ? 1 : 0;
+            return 0;
+        };
+        audio_proxy_pipeline_register_output(pipeline, &kMix, &host, hear);
+        audio_proxy_stream_t* const stream = create_audio_proxy_stream(&kMix);
+        std::atomic<bool> done{false};
+        std::thread writer([&] {
+            const std::vector<uint8_t> block(3840);
+            while (!done) {
+                audio_proxy_stream_write(stream, block.data(), block.size());
+            }
+        });
+        std::thread dumper([&] {
+            while (!done) {
+                audio_proxy_pipeline_dump(pipeline, nowhere);
+            }
+        });
+        std::this_thread::sleep_for(std::chrono::microseconds(500 + 13 * round));
+        EXPECT_EQ(0, destroy_audio_proxy_pipeline(pipeline));
+        host.isGone = true;
+        std::this_thread::sleep_for(std::chrono::microseconds(300));
+        done = true;
+        writer.join();
+        dumper.join();
+        EXPECT_EQ(0, host.lateCalls);
+        EXPECT_EQ(-EINVAL, audio_proxy_stream_open(stream)) << "it went with its pipeline";
+        audio_proxy_pipeline_t* const next = create_audio_proxy_pipeline();
+        audio_proxy_pipeline_unregister_output(next, &host, hear);
+        destroy_audio_proxy_pipeline(next);
+    }
+    close(nowhere);
+}
+
+TEST(PipelineFault, AnOpenTunnelStreamThatIsLeftGoesWithItsPipeline) {
+    constexpr uint32_t kHwSyncId = 77;
+    audio_proxy_pipeline_t* const pipeline = create_audio_proxy_pipeline();
+    audio_proxy_stream_t* const stream = create_audio_proxy_stream(&kTunnel);
+    audio_proxy_stream_set_parameters(stream, "hw_av_sync=77");
+    const Bytes burst = makeBurst({.ptsNs = 5'000'000'000}, Bytes(400));
+    audio_proxy_stream_write(stream, burst.data(), burst.size());
+    {
+        const auto clock = android::AVSyncClock::forId(kHwSyncId);
+        EXPECT_TRUE(clock->isRunning());
+        const int32_t held = clock->getStrongCount();
+        EXPECT_EQ(0, destroy_audio_proxy_pipeline(pipeline));
+        EXPECT_EQ(held - 1, clock->getStrongCount()) << "the bridge went with the stream";
+        EXPECT_FALSE(clock->isRunning());
+    }
+    EXPECT_EQ(-EINVAL, audio_proxy_stream_flush(stream));
 }
 
 TEST_F(HostFaultTest, DumpsSurviveDescriptorsThatTakeNothing) {

@@ -51,17 +51,26 @@ private:
                                  std::to_string(skipped) + " garbage bytes are received");
         }
         skipped = 0;
-        const uint64_t offset = rest.size() < 20 ? ~0ULL : number(&rest[16], 4);
+        if (rest.size() < 20) {
+            return rest.size();
+        }
+        const uint64_t offset = number(&rest[16], 4);
+        const uint64_t announced = number(&rest[4], 4);
+        const uint64_t ptsNs = number(&rest[8], 8);
         if (offset < 20) {
             faultLog.push_back("parse, the payload offset(" + std::to_string(offset) +
                                ") is invalid ");
+        }
+        if (offset > 65536 || announced > 16777216) {
+            faultLog.push_back("parse, the header looks corrupt: payload offset " +
+                               std::to_string(offset) + ", burst size " +
+                               std::to_string(announced) + ", timestamp " + std::to_string(ptsNs));
         }
         const uint64_t payload = std::max<uint64_t>(offset, 20);
         if (rest.size() < payload) {
             return rest.size();
         }
-        const auto announced = number(&rest[4], 4);
-        events.push_back({rest[0] == 0x66 ? 1 : 0, announced, number(&rest[8], 8), {}});
+        events.push_back({rest[0] == 0x66 ? 1 : 0, announced, ptsNs, {}});
         const uint64_t end = std::min<uint64_t>(rest.size(), payload + announced);
         if (announced >= 1ULL << 31 && end > payload) {
             faultLog.push_back("getAvailableBufferLength_l, abnormal burst length, mBurstSize " +

@@ -51,4 +51,34 @@ TEST(HwSyncHeader, TheSecondVersionCountsAnExtensionOfFourGigabytes) {
     EXPECT_EQ(HW_SYNC_MODE_FREE_RUN, header.mMode) << "stays until the next header";
 }
 
+TEST(HwSyncHeader, TheSecondVersionWarnsOnceOfEachHeaderThatLooksCorrupt) {
+    constexpr uint32_t kAvSync = 0x55550002;
+    constexpr uint32_t kMaxOffset = 65536;
+    constexpr uint32_t kMaxBurst = 16777216;
+    LogCapture log;
+    HwSyncHeaderV2 header;
+    const auto take = [&](const Header& fields, size_t pieceByteCount) {
+        header.reset();
+        Bytes wire = fields.bytes();
+        wire.resize(40);
+        for (size_t at = 0; at < wire.size() && !header.isHeaderEnded(); at += pieceByteCount) {
+            feed(header, Bytes(&wire[at], &wire[at] + pieceByteCount));
+        }
+    };
+    take({1, kMaxBurst, kAvSync, kMaxOffset}, 20);
+    EXPECT_TRUE(log.messages().empty());
+    const std::string warning = "W hwsync_parser: parse, the header looks corrupt: payload offset ";
+    std::vector<std::string> expected;
+    for (const size_t pieceByteCount : {1, 4, 20}) {
+        take({1, kMaxBurst + 1, kAvSync, 28}, pieceByteCount);
+        expected.push_back(warning + "28, burst size 16777217, timestamp 1");
+        // The extension does not end here, and comes in pieces.
+        take({~0ULL, 7, kAvSync, kMaxOffset + 1}, pieceByteCount);
+        expected.push_back(warning + "65537, burst size 7, timestamp 18446744073709551615");
+        take({2, ~0U, kAvSync, ~0U}, pieceByteCount);
+        expected.push_back(warning + "4294967295, burst size 4294967295, timestamp 2");
+    }
+    EXPECT_EQ(expected, log.messages());
+}
+
 }  // namespace

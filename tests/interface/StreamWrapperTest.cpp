@@ -147,8 +147,9 @@ TEST_F(StreamWrapperTest, MakesATunnelStreamForHardwareAvSync) {
 }
 
 TEST_F(StreamWrapperTest, SizesTheBufferByThePropertyForEachStreamAnew) {
+    LogCapture log;
     const std::pair<const char*, uint32_t> latenciesUs[] = {
-        {"", 41000}, {"4800", 100000}, {"12abc", 0}, {"0", 0}};
+        {"", 41000}, {"4800", 100000}, {"12abc", 0}, {"0", 0}, {"64", 1000}, {"1000000", 20833000}};
     for (const auto& [frameCount, latencyUs] : latenciesUs) {
         property_set("persist.vendor.hwsync.fbuffer.size", frameCount);
         ASSERT_EQ(0, listen(&mHeard));
@@ -157,6 +158,36 @@ TEST_F(StreamWrapperTest, SizesTheBufferByThePropertyForEachStreamAnew) {
         EXPECT_EQ(latencyUs, audio_proxy_stream_get_latency(stream));
         EXPECT_EQ(-ENOSYS, audio_proxy_stream_set_downstream_latency(stream, 10, 0));
         destroy_audio_proxy_stream(stream);
+    }
+    for (const int frameCount : {12, 0}) {
+        EXPECT_EQ(1U, log.count("W stream_wrapper: create_audio_proxy_stream, "
+                                "persist.vendor.hwsync.fbuffer.size is " +
+                                std::to_string(frameCount) + " frames, usable are 64 to 1000000"));
+    }
+    EXPECT_EQ(3U, log.messages().size()) << "and a ring of no frames is told of";
+}
+
+TEST_F(StreamWrapperTest, AStreamDestroyedUnderACallOutlivesItAndIsRefusedFromThenOn) {
+    for (const uint32_t flags : {0U, 0x40U}) {
+        const audio_proxy_config_t config = {48000, 1, 3, flags};
+        audio_proxy_stream_t* const stream = create_audio_proxy_stream(&config);
+        // Nobody consumes: the write waits for room.
+        std::vector<uint8_t> burst(40'000);
+        const uint8_t header[] = {0x55, 0x55, 0, 2, 0, 0, 0x90, 0, 0, 0,
+                                  0,    0,    0, 0, 0, 0, 0,    0, 0, 20};
+        std::copy(std::begin(header), std::end(header), burst.begin());
+        std::atomic<bool> isWriting{true};
+        std::thread writer([&] {
+            while (audio_proxy_stream_write(stream, burst.data(), burst.size()) >= 0) {
+            }
+            isWriting = false;
+        });
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        EXPECT_EQ(0, destroy_audio_proxy_stream(stream));
+        EXPECT_TRUE(within(std::chrono::milliseconds(900), [&] { return !isWriting; }));
+        writer.join();
+        EXPECT_EQ(-EINVAL, audio_proxy_stream_flush(stream));
+        EXPECT_EQ(-EINVAL, destroy_audio_proxy_stream(stream));
     }
 }
 

@@ -82,6 +82,60 @@ TEST_F(MixerThreadTest, AStreamWithoutDataOrWithAnErrorEmptiesTheBlock) {
               mLog.messages());
 }
 
+// Closes itself, before or after it would have been pulled, or another in the middle of a cycle.
+struct PausingStream : FakeStream {
+    explicit PausingStream(sp<AudioStream> paused) : FakeStream({960}, 7), mPaused(paused) {}
+    int process(sp<FrameBuffer> output, size_t frameCount) override {
+        (mPaused != nullptr ? mPaused.get() : this)->pause();
+        return mPaused != nullptr ? FakeStream::process(output, frameCount) : mOwnAnswer;
+    }
+    const sp<AudioStream> mPaused;
+    int mOwnAnswer = -ENODEV;
+};
+
+TEST_F(MixerThreadTest, APauseInTheMiddleOfACycleCostsNobodyABlock) {
+    const sp<FakeStream> paused(new FakeStream({960}, 100));
+    const sp<PausingStream> flushed(new PausingStream(nullptr));
+    flushed->mOwnAnswer = 0;
+    for (const auto& [stream, value] :
+         {std::pair{sp<FakeStream>(new PausingStream(paused.get())), 7},
+          {paused, 100},
+          {sp<FakeStream>(new PausingStream(nullptr)), 0},
+          {sp<FakeStream>(flushed.get()), 0},
+          {sp<FakeStream>(new FakeStream({960}, 30)), 30}}) {
+        stream->open();
+        ASSERT_EQ(OK, mMixer->addStream(stream.get()));
+    }
+    EXPECT_EQ(FakeOutput::Block(1920, 37), hear(1)[0]);
+    EXPECT_TRUE(paused->asked().empty());
+    EXPECT_EQ(0U, mLog.messages().size());
+}
+
+TEST_F(MixerThreadTest, WhereAllArePausedInTheMiddleOfACycleThereIsNoBlock) {
+    const sp<FakeStream> stream(new PausingStream(nullptr));
+    stream->open();
+    mMixer->addStream(stream.get());
+    mMixer->registerOutput(mOutput.get());
+    EXPECT_TRUE(eventually([&stream] { return !stream->isOpened(); }));
+    mMixer->exit();
+    EXPECT_EQ(0U, mOutput->blockCount());
+}
+
+TEST_F(MixerThreadTest, ADumpTellsOfACallbackThatHangsAndOfAllElse) {
+    addOpenStream({960}, 1);
+    hear(1);  // and stays in its callback
+    const std::string text = textOf([this](int fd) { EXPECT_EQ(OK, mMixer->dump(fd)); });
+    const std::string prefix = "\nIn Callback:    output 0, for ";
+    const size_t line = text.find(prefix);
+    ASSERT_NE(std::string::npos, line) << text;
+    EXPECT_EQ(0U, text.find("MixerThread:    0x"));
+    EXPECT_LT(line, text.find("\nAudioStream:     0x"));
+    EXPECT_GE(std::stoi(text.substr(line + prefix.size())), 200);
+    mOutput->letRun();
+    mMixer->unregisterOutput(mOutput.get());
+    EXPECT_EQ(std::string::npos, textOf([this](int fd) { mMixer->dump(fd); }).find("In Callback"));
+}
+
 TEST_F(MixerThreadTest, TheFirstOutputFixesTheConfigurationForAllStreams) {
     const sp<FakeStream> stream(new FakeStream({0}));
     mMixer->addStream(stream.get());
@@ -102,6 +156,19 @@ TEST_F(MixerThreadTest, TheFirstOutputFixesTheConfigurationForAllStreams) {
     mMixer->unregisterOutput(first.get());
     EXPECT_TRUE(mMixer->match(first.get()));
     EXPECT_EQ(OK, mMixer->registerOutput(new FakeOutput(96000)));
+    EXPECT_EQ((Config{96000, 1, 3}), stream->configs().back());
+}
+
+TEST_F(MixerThreadTest, AMixThatIsSetIsTheOneThatIsMatchedAndDumped) {
+    const auto set = [this]() NO_THREAD_SAFETY_ANALYSIS {
+        mMixer->set(96000, AUDIO_FORMAT_PCM_16_BIT, 3, 1920);
+    };
+    set();
+    EXPECT_TRUE(mMixer->match(new FakeOutput(96000)));
+    EXPECT_NE(std::string::npos,
+              textOf([this](int fd) { mMixer->dump(fd); }).find("Rate:    96000"));
+    const sp<FakeStream> stream(new FakeStream({0}));
+    mMixer->addStream(stream.get());
     EXPECT_EQ((Config{96000, 1, 3}), stream->configs().back());
 }
 

@@ -1,8 +1,10 @@
 #include "avsync/AVSyncClock.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <limits>
 #include <thread>
 
@@ -117,6 +119,22 @@ TEST(AVSyncClockThreads, ControlAndBridgeCallsFromManyThreadsAgree) {
     churn();
     other.join();
     EXPECT_GE(clock->positionNs(), 1000U);
+}
+
+TEST(AVSyncClockDeathTest, ClocksOutliveTheDestructorsOfAProcessThatEnds) {
+#ifdef STREAMPROXY_EMULATOR
+    GTEST_SKIP() << "a program under emulation can't start itself";
+#endif
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            static sp<AVSyncClock> sClock;
+            // Called late in exit(): handlers run in reverse.
+            atexit([] { _exit(AVSyncClock::forId(7) == sClock ? 0 : 1); });
+            sClock = AVSyncClock::forId(7);
+            exit(1);
+        },
+        testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

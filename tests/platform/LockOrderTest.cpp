@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "pipeline/CommandLock.h"
-#include "pipeline/ThreadLock.h"
+#include "sync/PriorityMutex.h"
+#include "sync/ThreadLock.h"
 #include "utils/Mutex.h"
 
 using namespace android;
@@ -32,29 +32,29 @@ TEST(LockOrderDeathTest, AbortsOnALockTakenAgainstTheOrder) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     Mutex global("global");
     ThreadLock worker;
-    CommandLock commands;
+    Mutex commands("command queue");
     Mutex parser("parser");
-    Mutex chain("chain");
+    PriorityMutex chain("chain");
     Mutex otherChain("chain");
-    Mutex gain("gain");
-    Mutex misspelt("gian");
+    Mutex config("config");
+    Mutex misspelt("confug");
     Mutex anywhere;
     Mutex elsewhere;
     takeBoth(global, worker);
     takeBoth(worker, commands);
     takeBoth(commands, chain);
-    takeBoth(chain, gain);
+    takeBoth(chain, config);
     takeBoth(parser, chain);
-    takeBoth(gain, anywhere);
+    takeBoth(config, anywhere);
     takeBoth(elsewhere, global);
     EXPECT_DEATH(takeBoth(worker, global), "\"global\" is taken while \"worker\" is held");
     EXPECT_DEATH(takeBoth(commands, worker), "\"worker turn\" is taken while \"command queue\"");
     EXPECT_DEATH(takeBoth(chain, commands), "\"command queue\" is taken while \"chain\" is held");
-    EXPECT_DEATH(takeBoth(gain, chain), "\"chain\" is taken while \"gain\" is held");
+    EXPECT_DEATH(takeBoth(config, chain), "\"chain\" is taken while \"config\" is held");
     EXPECT_DEATH(takeBoth(chain, parser), "\"parser\" is taken while \"chain\" is held");
     EXPECT_DEATH(takeBoth(chain, otherChain), "\"chain\" is taken while \"chain\" is held");
-    EXPECT_DEATH(take(misspelt), "\"gian\" has no place");
-    EXPECT_DEATH(release(gain), "released by a thread that does not hold it");
+    EXPECT_DEATH(take(misspelt), "\"confug\" has no place");
+    EXPECT_DEATH(release(config), "released by a thread that does not hold it");
 }
 
 #else

@@ -1,13 +1,18 @@
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
+#include <cstdlib>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "audio_utils/channels.h"
 #include "audio_utils/roundup.h"
 #include "cutils/properties.h"
 #include "media/AudioParameter.h"
 #include "system/audio.h"
+#include "tests/support/LogCapture.h"
 #include "utils/String8.h"
 #include "utils/Thread.h"
 
@@ -52,6 +57,108 @@ TEST(Properties, KeepShortTextsByName) {
     EXPECT_EQ(-EINVAL, property_set(nullptr, "v"));
     EXPECT_EQ(0, property_set("test.key", nullptr));
     EXPECT_EQ(91, property_get("test.key", value, std::string(200, 'd').c_str()));
+}
+
+/** A file that is gone with the process at the latest. */
+class TextFile {
+public:
+    explicit TextFile(const std::string& text) : mFd(memfd_create("properties", MFD_CLOEXEC)) {
+        EXPECT_EQ(static_cast<ssize_t>(text.size()), write(mFd, text.data(), text.size()));
+    }
+    ~TextFile() { close(mFd); }
+    TextFile(const TextFile&) = delete;
+    TextFile& operator=(const TextFile&) = delete;
+    std::string path() const { return "/proc/self/fd/" + std::to_string(mFd); }
+
+private:
+    const int mFd;
+};
+
+std::string property(const char* key) {
+    char value[PROPERTY_VALUE_MAX];
+    property_get(key, value, nullptr);
+    return value;
+}
+
+const std::string kTooLong(92, 'x');
+const std::string kPropertyLines =
+    "# a comment\r\n\n  #=another\n test.a =\t1 = one \r\nnonsense\n=v\n"
+    "test.b=" +
+    kTooLong + "\ntest.c=\ntest.d = last";
+
+TEST(Properties, AreLoadedFromAFileButForItsBadLines) {
+    const TextFile file(kPropertyLines);
+    std::vector<std::string> bad;
+    const auto note = [](const property_bad_line* line, void* cookie) {
+        static_cast<std::vector<std::string>*>(cookie)->push_back(
+            std::to_string(line->number) + " " + line->text + "|" +
+            (line->key != nullptr ? line->key + std::string("|") + line->value : ""));
+    };
+    property_set("test.c", "former");
+    EXPECT_EQ(0, property_load(file.path().c_str(), note, &bad));
+    EXPECT_EQ("1 = one", property("test.a"));
+    EXPECT_EQ("", property("test.c"));
+    EXPECT_EQ("last", property("test.d"));
+    EXPECT_EQ((std::vector<std::string>{"5 nonsense|", "6 =v|",
+                                        "7 test.b=" + kTooLong + "|test.b|" + kTooLong}),
+              bad);
+    EXPECT_EQ(-EISDIR, property_load("/", note, &bad));
+    EXPECT_EQ(-ENOENT, property_load("/none", note, &bad));
+}
+
+/** Ends the process, with 0 if that is true. */
+[[noreturn]] void endWith(bool isTrue) {
+    _exit(isTrue ? 0 : 1);
+}
+
+/** In processes of their own, where nobody has asked for a property yet. */
+class PropertiesDeathTest : public testing::Test {
+protected:
+    void SetUp() override {
+#ifdef STREAMPROXY_EMULATOR
+        GTEST_SKIP() << "a program under emulation can't start itself";
+#endif
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+    }
+};
+
+TEST_F(PropertiesDeathTest, AreLoadedFromTheFileThatTheEnvironmentNames) {
+    const TextFile file(kPropertyLines);
+    EXPECT_EXIT(
+        {
+            const LogCapture log;
+            setenv("STREAMPROXY_PROPERTIES", file.path().c_str(), 1);
+            const std::string where = "E properties: load, " + file.path();
+            endWith(property("test.a") == "1 = one" && property("test.d") == "last" &&
+                    log.messages() ==
+                        std::vector{where + ":5 is not key=value: nonsense",
+                                    where + ":6 is not key=value: =v",
+                                    where + ":7 has too long a value: test.b=" + kTooLong});
+        },
+        testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(
+        {
+            const LogCapture log;
+            setenv("STREAMPROXY_PROPERTIES", "/none", 1);
+            endWith(property("test.a").empty() &&
+                    log.count("E properties: load, can't read /none: No such file or directory"));
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+TEST_F(PropertiesDeathTest, OutliveTheDestructorsOfAProcessThatEnds) {
+    static const std::string sLongest(91, 'x');
+    EXPECT_EXIT(
+        {
+            // Called late in exit(): handlers run in reverse.
+            atexit([] {
+                property_set("test.late", "set");
+                endWith(property("test.early") == sLongest && property("test.late") == "set");
+            });
+            property_set("test.early", sLongest.c_str());
+            exit(1);
+        },
+        testing::ExitedWithCode(0), "");
 }
 
 TEST(AudioParameter, ReadsWholeIntegersOnly) {

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "tests/support/Dump.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/Frames.h"
 #include "tests/support/LogCapture.h"
 
@@ -140,12 +141,70 @@ TEST(AudioStream, FlushBesideWriterAndConsumerTearsAndLosesNothingWrittenLater) 
     EXPECT_GT(last, 0U);
 }
 
+TEST(AudioStream, FlushAndCloseEmptyTheWholeChain) {
+    using Control = int (AudioStream::*)();
+    for (const uint32_t rateHz : {8000U, 44100U, 48000U, 96000U}) {
+        for (const Control discard : {&AudioStream::flush, &AudioStream::close}) {
+            const auto stream = makeStream(2000, rateHz, k32, AUDIO_CHANNEL_OUT_MONO);
+            ASSERT_EQ(OK, stream->config(48000, k16, kStereo));
+            const std::vector<int32_t> loud(2000, 1 << 26);
+            stream->write(loud.data(), loud.size() * 4);
+            EXPECT_GT(stream->process(makeBuffer(960), 960), 0);
+            std::thread mixer([&] {  // the close waits for it
+                std::this_thread::sleep_for(milliseconds(20));
+                stream->process(makeBuffer(100), 100);
+            });
+            ((*stream).*discard)();
+            mixer.join();
+            const std::vector<int32_t> silent(2000, 0);
+            stream->write(silent.data(), silent.size() * 4);
+            const auto out = makeBuffer(960);
+            EXPECT_GT(stream->process(out, 960), 0);
+            const auto heard = drain<int16_t>(*out);
+            EXPECT_EQ(std::vector<int16_t>(heard.size(), 0), heard) << rateHz;
+        }
+    }
+}
+
+TEST(AudioStream, ACloseEndsABlockedWriteAndLeavesNothingToTheNextProgramme) {
+    const auto stream = makeMixedStream(64);
+    for (int round = 0; round < 100; ++round) {
+        stream->open();
+        std::atomic<bool> isClosing{true};
+        std::atomic<bool> isHeard{false};
+        std::thread writer([&] {
+            // Room comes and goes, so that the close strikes the write anywhere.
+            EXPECT_LE(writeFrames(*stream, 1, 100'000), 400'000);
+        });
+        std::thread mixer([&] {
+            while (isClosing) {
+                isHeard = stream->process(makeBuffer(48), 48) > 0 || isHeard;
+            }
+        });
+        ASSERT_TRUE(eventually([&isHeard] { return isHeard.load(); }));  // the write has begun
+        std::this_thread::sleep_for(std::chrono::microseconds(37 * round));
+        const auto start = steady_clock::now();
+        stream->close();
+        writer.join();
+        EXPECT_LT(steady_clock::now() - start, milliseconds(900));
+        isClosing = false;
+        mixer.join();
+        stream->open();
+        EXPECT_EQ(0, stream->process(makeBuffer(48), 48));
+    }
+}
+
 TEST(AudioStream, RefusesTargetsOutOfReachAndKeepsItsChain) {
     LogCapture log;
     const auto stream = makeMixedStream(100);
     EXPECT_EQ(-EINVAL, stream->config(48000, k16, 1));
     EXPECT_EQ(-EINVAL, stream->config(1000, k16, kStereo));
-    EXPECT_EQ(2U, log.messages().size());
+    EXPECT_EQ((std::vector<std::string>{
+                  "W audio_stream: config, do not support configuration, sample rate 48000, format "
+                  "1,  channel 1",
+                  "W audio_stream: config, that is for a stream of sample rate 48000, format 1,  "
+                  "channel 3"}),
+              (std::vector<std::string>{log.messages()[0], log.messages()[1]}));
     writeFrames(*stream, 1, 10);
     const auto out = makeBuffer(10);
     EXPECT_EQ(10, stream->process(out, 10));
@@ -157,6 +216,7 @@ TEST(AudioStream, RefusesTargetsOutOfReachAndKeepsItsChain) {
 }
 
 TEST(AudioStream, VolumeReachesTheLastStageAndANewChainStartsAtUnity) {
+    LogCapture log;
     const auto stream = makeMixedStream(4);
     EXPECT_EQ(-EINVAL, stream->setVolume(2, 1));
     EXPECT_EQ(OK, stream->setVolume(0.5F, 0.0F));
@@ -171,6 +231,10 @@ TEST(AudioStream, VolumeReachesTheLastStageAndANewChainStartsAtUnity) {
     EXPECT_EQ((std::vector<int16_t>{500, 0, 500, 0, 500, 0, 500, 0}), hear());
     ASSERT_EQ(OK, stream->config(48000, k16, kStereo));
     EXPECT_EQ(std::vector<int16_t>(8, 1000), hear());
+    ASSERT_EQ(OK, stream->config(48000, k16, kStereo));
+    EXPECT_EQ(1U, log.count("W audio_stream: config, the volume (0.500, 0.000) is lost with the "
+                            "former chain; it is 1.0"));
+    EXPECT_EQ(1U, log.messages().size());
 }
 
 TEST(AudioStream, ReportsItsBufferAsLatencyAndDumpsItsConfiguration) {

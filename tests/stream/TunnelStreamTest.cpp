@@ -191,17 +191,21 @@ TEST_F(TunnelStreamTest, MakesABridgeForEachNewIdAndKeepsTheOldOneWhenRefused) {
     EXPECT_EQ(OK, mStream->setParameters(nullptr));
 }
 
-TEST_F(TunnelStreamTest, KeepsFramesWholeWhereverWritesAndBurstsCutThem) {
-    // Bursts of 6, 7 and 3 bytes over frames of 4, written 1, 2, 3, ... bytes at a time.
+TEST_F(TunnelStreamTest, AnOddBurstCostsItselfWhereverWritesCutIt) {
+    // Bursts of 6, 7 and 8 bytes over frames of 4, written 1, 2, 3, ... bytes at a time.
     Bytes stream = burst(0, counted(6));
     append(stream, burst(0, counted(7, 7)));
-    append(stream, burst(0, counted(3, 14)));
+    append(stream, burst(0, counted(8, 14)));
+    Bytes whole = counted(4);
+    append(whole, counted(4, 7));
+    append(whole, counted(8, 14));
     for (size_t step = 1; step < stream.size(); ++step) {
         for (size_t at = 0; at < stream.size(); at += step) {
             mStream.write(Bytes(&stream[at], stream.data() + std::min(stream.size(), at + step)));
         }
-        EXPECT_EQ(counted(16), mStream.payload()) << "step " << step;
+        EXPECT_EQ(whole, mStream.payload()) << "step " << step;
     }
+    EXPECT_EQ(stream.size() - 1, mLog.count("W audio_stream: write, some bytes (2) are missed"));
     // What a flush or a fault cuts off is not glued to what comes later.
     mStream.write(burst(0, counted(6)));
     mStream->flush();
@@ -215,9 +219,59 @@ TEST_F(TunnelStreamTest, KeepsFramesWholeWhereverWritesAndBurstsCutThem) {
     // Nor does a drop that ends inside a frame leave the rest shifted.
     mStream->drop(10);  // 1920 bytes, of which 919 are left
     mStream.write(burst(0, counted(1001)));
-    mStream->flush();
     mStream.write(burst(0, counted(924)));
     EXPECT_EQ(8U, mStream.payload().size());
+}
+
+TEST_F(TunnelStreamTest, AProgrammeThatWasClosedLeavesTheNextNothing) {
+    FakeBridge& bridge = connect();
+    mStream.write(burst(0, {}));
+    bridge.setPositionMs(1000);
+    Bytes cut = burst(0, counted(2000));  // a second late: 192000 bytes are to be dropped
+    cut.resize(1000);
+    mStream.write(cut);
+    mStream->close();
+    bridge.takeCalls();
+    mStream.write(burst(5000, counted(400)));
+    EXPECT_EQ((Calls{"start", "pts 5000"}), bridge.takeCalls())
+        << "its header was taken for payload";
+    EXPECT_EQ(counted(400), mStream.payload());
+    // Neither what a pause had kept.
+    mStream.write(burst(5000, counted(400)));
+    mStream->pause();
+    mStream->close();
+    mStream->open();
+    EXPECT_EQ(Bytes(), mStream.payload());
+}
+
+TEST_F(TunnelStreamTest, ACallbackFromOutsideAWriteOpensTheStreamLikeAWrite) {
+    const Bytes cut = counted(7);
+    mStream->onBurstPayloadParsed(cut.data(), cut.size());
+    EXPECT_EQ(counted(4), mStream.payload());
+    mStream->flush();
+    const Bytes whole = counted(8, 50);
+    mStream->onBurstPayloadParsed(whole.data(), whole.size());
+    EXPECT_EQ(whole, mStream.payload()) << "the flush has discarded the cut frame too";
+    mStream.write(burst(0, counted(8, 70)));
+    EXPECT_EQ(counted(8, 70), mStream.payload()) << "opened, and yet not registered";
+}
+
+TEST_F(TunnelStreamTest, NothingOpensAStreamThatIsRetired) {
+    FakeBridge& bridge = connect();
+    mStream->open();
+    mStream->retire();
+    mStream->close();
+    bridge.takeCalls();
+    const Bytes late = burst(0, counted(40));
+    EXPECT_EQ(-ENODEV, mStream->open());
+    mStream->openAndWrite(late.data(), late.size());
+    EXPECT_FALSE(mStream->isOpened());
+    EXPECT_EQ(Calls(), bridge.takeCalls());
+    const sp<AudioStream> plain(
+        new AudioStream(48000, AUDIO_FORMAT_PCM_16_BIT, 3, AUDIO_OUTPUT_FLAG_NONE, 100));
+    plain->retire();
+    EXPECT_EQ(0, plain->openAndWrite(late.data(), late.size()));
+    EXPECT_FALSE(plain->isOpened());
 }
 
 TEST_F(TunnelStreamTest, SurvivesAbsurdSilenceAndDrops) {
@@ -249,6 +303,13 @@ protected:
         EXPECT_TRUE(eventually([this] { return hear() >= 100; }));
         std::this_thread::sleep_for(milliseconds(30));
     }
+    // The same once the former write has returned.
+    void writeAgain() {
+        mWriter.join();
+        mHeard = 0;
+        mWriter = std::thread([this] { mSmall.write(burst(0, counted(1200))); });
+        EXPECT_TRUE(eventually([this] { return hear() >= 100; }));
+    }
     // Takes up to a ring's frames; all that came so far.
     size_t hear() {
         if (mSmall->isOpened()) {
@@ -264,39 +325,96 @@ protected:
     size_t mHeard = 0;
 };
 
-TEST_F(BlockedTunnelWrite, APauseLosesNoPayloadAndTheNextWritePlaysOn) {
+TEST_F(BlockedTunnelWrite, APauseHoldsUntilTheWriteGivesUpAndBeyond) {
+    const auto start = steady_clock::now();
     mSmall->pause();
-    // The mixer skips the stream until the write goes on.
-    EXPECT_TRUE(eventually([this] { return hear() == 300; }));
     mWriter.join();
-    mSmall->pause();
-    mSmall.write(burst(0, counted(8)));
-    EXPECT_TRUE(mSmall->isOpened());
+    EXPECT_LT(steady_clock::now() - start, milliseconds(1900));
+    EXPECT_FALSE(mSmall->isOpened());
+    EXPECT_EQ(100U, hear());
+    EXPECT_EQ(1U, mLog.count("W audio_stream: write, It costs too long (1000 ms) to write"));
+    EXPECT_EQ(1U, mLog.count("W audio_stream: write, some bytes (400) are missed"));
 }
 
-TEST_F(BlockedTunnelWrite, ASecondPauseRightAfterTheWriteWentOnLosesNoneEither) {
-    for (int i = 0; i < 2; ++i) {
-        mSmall->pause();
-        std::this_thread::sleep_for(milliseconds(1100));
-    }
-    EXPECT_TRUE(eventually([this] { return hear() == 300; }));
+TEST_F(BlockedTunnelWrite, HeadersThatAPauseHoldsLeaveTheClockAlone) {
+    FakeBridge& bridge = *FakeBridge::sLast;
+    mSmall->flush();  // makes room for the rest
+    mWriter.join();
+    mWriter = std::thread([this] {
+        Bytes programme = burst(0, counted(1200));
+        append(programme, burst(20, counted(40), kFreeRun));
+        append(programme, burst(40, counted(40)));
+        mSmall.write(programme);
+    });
+    std::this_thread::sleep_for(milliseconds(30));
+    bridge.takeCalls();
+    mSmall->pause();
+    mWriter.join();
+    EXPECT_EQ((Calls{"pause"}), bridge.takeCalls()) << "the rest of the write started it again";
+    mSmall->flush();
+    mSmall.write(burst(60, counted(40)));
+    EXPECT_EQ((Calls{"start", "pts 60"}), bridge.takeCalls());
+}
+
+TEST_F(BlockedTunnelWrite, ResumeOrOpenLetsItGoOnAtOnceWithAllItsPayload) {
+    mSmall->pause();
+    std::this_thread::sleep_for(milliseconds(300));
+    EXPECT_FALSE(mSmall->isOpened());
+    mSmall->resume();
+    EXPECT_TRUE(within(milliseconds(200), [this] { return hear() == 300; }));
+    // The mixer has a second again from there on.
+    writeAgain();
+    mSmall->pause();
+    std::this_thread::sleep_for(milliseconds(700));
+    mSmall->resume();
+    std::this_thread::sleep_for(milliseconds(500));
+    EXPECT_TRUE(within(milliseconds(200), [this] { return hear() == 300; }));
+    writeAgain();
+    mSmall->pause();
+    mSmall->resume();
+    mSmall->pause();
+    std::this_thread::sleep_for(milliseconds(300));
+    EXPECT_FALSE(mSmall->isOpened()) << "the resume was for the pause before";
+    const auto start = steady_clock::now();
+    mSmall->open();
+    EXPECT_LT(steady_clock::now() - start, milliseconds(300));
+    EXPECT_TRUE(within(milliseconds(200), [this] { return hear() == 300; }));
     mWriter.join();
 }
 
 TEST_F(BlockedTunnelWrite, CloseFlushAndParametersComeThroughAndLeaveTheStreamUsable) {
-    const auto start = steady_clock::now();
     mSmall->setParameters("hw_av_sync=10");
     mSmall->setDownstreamLatency(20, 0);
     mSmall->setDownstreamLatencyOffset(5);
     mSmall->flush();
-    EXPECT_LT(steady_clock::now() - start, milliseconds(500)) << "none of these waits for a write";
     mSmall->close();
-    EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(4));
     mWriter.join();
+    EXPECT_EQ(0U, mLog.count("W audio_stream: write, It costs too long (1000 ms) to write"))
+        << "none of these waits for the write";
     EXPECT_FALSE(mSmall->isOpened());
-    mSmall->flush();
     mSmall.write(burst(0, counted(8, 33)));
     EXPECT_EQ(counted(8, 33), mSmall.payload());
+}
+
+TEST_F(BlockedTunnelWrite, SilenceEndsWithAPauseAFlushOrAClose) {
+    mSmall->flush();
+    mWriter.join();
+    using Control = int (TunnelStream::*)();
+    for (const Control end : {&TunnelStream::pause, &TunnelStream::flush, &TunnelStream::close}) {
+        mSmall->open();
+        mSmall->flush();
+        mWriter = std::thread([this] { mSmall->fill(700); });
+        std::this_thread::sleep_for(milliseconds(50));
+        const auto start = steady_clock::now();
+        ((*mSmall.stream).*end)();
+        mWriter.join();
+        EXPECT_LT(steady_clock::now() - start,
+                  milliseconds(end == &TunnelStream::close ? 1900 : 300));
+        mSmall->open();
+        const auto out = makeBuffer(100);
+        EXPECT_EQ(end == &TunnelStream::pause ? 100 : 0, mSmall->process(out, 100));
+    }
+    EXPECT_EQ(0U, mLog.count("W audio_stream: write, It costs too long (1000 ms) to write"));
 }
 
 TEST_F(TunnelStreamTest, ControlThreadsBesideAWriterLeaveItPlaying) {

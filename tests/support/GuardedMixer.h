@@ -23,14 +23,10 @@ public:
 private:
     // Asked on the worker, which holds mLock.
     bool mayWaitFor(const void* mutex) const override NO_THREAD_SAFETY_ANALYSIS {
-        // The queue of commands: a sender holds it while it appends one.
-        if (liesIn(&mCommandLock, sizeof(mCommandLock), mutex)) {
-            return true;
-        }
         for (const auto& stream : mStreams) {
-            // A stream's lock: setVolume() and dump() hold it for a few words, config() for the
-            // exchange of two chains, flush() and read() for a pass over the ring, and no longer. A
-            // tunnel stream's latency lock: held while policy and bridge are told, in one order.
+            // A stream's chain: config() holds it for the exchange of two chains, flush(), close()
+            // and read() for a pass over the buffers, and no longer. A tunnel stream's latency:
+            // held while policy and bridge are told, in one order.
             const bool isTunnel = dynamic_cast<android::TunnelStream*>(stream.get()) != nullptr;
             if (liesIn(stream.get(),
                        isTunnel ? sizeof(android::TunnelStream) : sizeof(android::AudioStream),

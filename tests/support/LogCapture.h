@@ -16,7 +16,7 @@ public:
         sMessages.clear();
         __android_log_set_logger(&LogCapture::take);
     }
-    ~LogCapture() { __android_log_set_logger(nullptr); }
+    ~LogCapture() { __android_log_set_logger(&LogCapture::print); }
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
@@ -37,6 +37,16 @@ private:
                             ": " + message->message);
     }
 
+    /** What is logged while nobody takes the log. The file that it goes to is not the library's. */
+    static void print(const __android_log_message* message) {
+        const AudioPathGuard::HostCode host;
+        __android_log_stderr_logger(message);
+    }
+
+    static inline const bool sIsPrinting = [] {
+        __android_log_set_logger(&LogCapture::print);
+        return true;
+    }();
     static inline std::mutex sLock;
     static inline std::vector<std::string> sMessages;
 };

@@ -1,8 +1,12 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sndfile.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <fstream>
+#include <future>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <vector>
@@ -94,6 +98,22 @@ TEST_F(HwSyncReplay, PropertiesBoundCorrectionsAndAPlainStreamSoundsBeside) {
     const Audio heard = readAudio(folder / "out.wav");
     const auto sums = std::count(heard.samples.begin(), heard.samples.end(), 1 << 29) / 2;
     EXPECT_NEAR(24000, static_cast<double>(sums), 3000);
+}
+
+TEST_F(HwSyncReplay, DoesNotWaitForWhoeverReadsTheLog) {
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
+    const std::string page(4096, '-');
+    for (int room = fcntl(ends[1], F_GETPIPE_SZ); room > 0; room -= static_cast<int>(page.size())) {
+        ASSERT_EQ(4096, write(ends[1], page.data(), page.size()));
+    }
+    ToolRun run({"replay", stream, "--duration", "500ms", "--log", "verbose", "--quiet"}, "hwsync",
+                {.messages = ends[1]});
+    close(ends[1]);
+    auto result = std::async(std::launch::async, [&run] { return run.wait(); });
+    EXPECT_EQ(std::future_status::ready, result.wait_for(std::chrono::seconds(60)));
+    close(ends[0]);  // ends a program that waits
+    EXPECT_EQ(0, result.get().exitCode);
 }
 
 TEST_F(HwSyncReplay, WhatCantBeReplayedIsNamed) {

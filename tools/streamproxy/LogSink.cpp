@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
 
 namespace android {
 
@@ -14,12 +13,10 @@ std::atomic<int> sMinPriority{ANDROID_LOG_WARN};
 std::atomic<LogTap> sTap{nullptr};
 
 void writeMessage(const __android_log_message* message) {
-    const char* tag = message->tag ? message->tag : "";
     const LogTap tap = sTap.load(std::memory_order_acquire);
-    const bool isWanted = tap == nullptr || tap(tag, message->message);
+    const bool isWanted = tap == nullptr || tap(message->tag, message->message);
     if (isWanted && message->priority >= sMinPriority.load(std::memory_order_relaxed)) {
-        const char letter = "??VDIWEF?"[std::clamp(message->priority, 0, 8)];
-        fprintf(stderr, "%c %s: %s\n", letter, tag, message->message);
+        __android_log_stderr_logger(message);
     }
 }
 

@@ -2,10 +2,9 @@
 
 #include <cutils/properties.h>
 
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
+#include <optional>
 
 #include "tools/streamproxy/ToolError.h"
 
@@ -13,44 +12,42 @@ namespace android {
 
 namespace {
 
-std::string trimmed(const std::string& text) {
-    const char* blanks = " \t\r";
-    const size_t begin = text.find_first_not_of(blanks);
-    return begin == std::string::npos
-               ? std::string()
-               : text.substr(begin, text.find_last_not_of(blanks) + 1 - begin);
+ToolError unsettable(const std::string& key, const std::string& value) {
+    return ToolError("property '" + key + "' can't be set to '" + value +
+                     "'; values have at most " + std::to_string(PROPERTY_VALUE_MAX - 1) +
+                     " characters");
 }
 
 }  // namespace
 
 void setProperty(const std::string& key, const std::string& value) {
     if (property_set(key.c_str(), value.c_str()) != 0) {
-        throw ToolError("property '" + key + "' can't be set to '" + value +
-                        "'; values have at most " + std::to_string(PROPERTY_VALUE_MAX - 1) +
-                        " characters");
+        throw unsettable(key, value);
     }
 }
 
 void loadProperties(const std::string& path) {
-    std::ifstream file(path);
-    int lineNumber = 0;
-    std::string line;
-    while (std::getline(file, line)) {
-        ++lineNumber;
-        line = trimmed(line);
-        if (line.empty() || line[0] == '#') {
-            continue;
+    struct Load {
+        const std::string& path;
+        std::optional<ToolError> firstError;
+    };
+    Load load{path, std::nullopt};
+    const auto note = [](const property_bad_line* line, void* cookie) {
+        auto& [file, error] = *static_cast<Load*>(cookie);
+        if (!error) {
+            error = line->key != nullptr
+                        ? unsettable(line->key, line->value)
+                        : ToolError(file + ", line " + std::to_string(line->number) + ": '" +
+                                        line->text + "' is no key=value",
+                                    EXIT_USAGE);
         }
-        const size_t equals = line.find('=');
-        if (equals == std::string::npos || equals == 0) {
-            throw ToolError(
-                path + ", line " + std::to_string(lineNumber) + ": '" + line + "' is no key=value",
-                EXIT_USAGE);
-        }
-        setProperty(trimmed(line.substr(0, equals)), trimmed(line.substr(equals + 1)));
+    };
+    const int status = property_load(path.c_str(), note, &load);
+    if (load.firstError) {
+        throw ToolError(*load.firstError);
     }
-    if (!file.eof()) {
-        throw ToolError(path + ": can't be read: " + strerror(errno) + "; check --properties");
+    if (status != 0) {
+        throw ToolError(path + ": can't be read: " + strerror(-status) + "; check --properties");
     }
 }
 

@@ -33,6 +33,13 @@ typedef void (*__android_logger_function)(const __android_log_message* message);
 int __android_log_print(int priority, const char* tag, const char* format, ...)
     __attribute__((format(printf, 3, 4)));
 
-/** Replaces the sink; null restores the default one, standard error. A message under way on
- *  another thread may still reach the former sink. */
+/** Replaces the sink; null restores the default one, __android_log_stderr_logger. A message under way
+ *  on another thread may still reach the former sink. */
 void __android_log_set_logger(__android_logger_function logger);
+
+/**
+ * Writes the message to standard error as one line. Never waits for the reader: a line that a pipe or
+ * terminal has no room for is dropped, and the next one that gets through follows a line that tells
+ * how many were. Takes no lock; leaves errno alone; raises no SIGPIPE.
+ */
+void __android_log_stderr_logger(const __android_log_message* message);

@@ -17,6 +17,7 @@
 #define REQUIRES(...) THREAD_ANNOTATION_ATTRIBUTE__(requires_capability(__VA_ARGS__))
 #define EXCLUDES(...) THREAD_ANNOTATION_ATTRIBUTE__(locks_excluded(__VA_ARGS__))
 #define ACQUIRE(...) THREAD_ANNOTATION_ATTRIBUTE__(acquire_capability(__VA_ARGS__))
+#define TRY_ACQUIRE(...) THREAD_ANNOTATION_ATTRIBUTE__(try_acquire_capability(__VA_ARGS__))
 #define RELEASE(...) THREAD_ANNOTATION_ATTRIBUTE__(release_capability(__VA_ARGS__))
 #define NO_THREAD_SAFETY_ANALYSIS THREAD_ANNOTATION_ATTRIBUTE__(no_thread_safety_analysis)
 
@@ -35,6 +36,14 @@ public:
     status_t lock() ACQUIRE() {
         mPlace.take();
         return -pthread_mutex_lock(&mMutex);
+    }
+    /** Never waits. 0, or -EBUSY with the lock held by somebody else. */
+    status_t tryLock() TRY_ACQUIRE(0) {
+        const int error = pthread_mutex_trylock(&mMutex);
+        if (error == 0) {
+            mPlace.take();
+        }
+        return -error;
     }
     void unlock() RELEASE() {
         mPlace.release();  // first: the next holder may destroy the lock

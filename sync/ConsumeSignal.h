@@ -14,8 +14,8 @@ namespace android {
  * consumer sees the bit and wakes, and a clear between the set and the sleep ends the sleep at
  * once. If it is the consumer's, the writer has acquired with it that the frames are gone.
  *
- * That is for one sleeper: of two, such as a blocked write and a close, the consumer wakes one, and
- * the other sleeps until it takes frames for a writer that had to wait again, or for its time-out.
+ * That is for one sleeper. Where there may be two, such as a write that ends and a close, `wake` has
+ * to wake both: the word does not tell how many there are.
  *
  * Threads: any may wait; one consumer at a time notifies.
  * Atomic:  the type of the word, as in RingPositions.
@@ -38,7 +38,7 @@ public:
      *  returned, or 0. */
     template <typename Wake>
     int notify(Wake wake) {
-        const uint32_t former = mWord.fetch_and(~kWaiting, std::memory_order_release);
+        const uint32_t former = mWord.fetch_and(~kWaiting, std::memory_order_acq_rel);
         return (former & kWaiting) != 0 ? wake(mWord) : 0;
     }
 

@@ -1,4 +1,4 @@
-#include "pipeline/ThreadLock.h"
+#include "sync/ThreadLock.h"
 
 namespace android {
 

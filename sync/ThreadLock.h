@@ -1,5 +1,6 @@
 #pragma once
 
+#include "sync/PriorityMutex.h"
 #include "utils/Mutex.h"
 
 namespace android {
@@ -27,8 +28,8 @@ public:
 
 private:
     // Held while waiting for mLock, so the next comer waits behind.
-    Mutex mTurnstile{"worker turn"};
-    Mutex mLock{"worker"};
+    PriorityMutex mTurnstile{"worker turn"};
+    PriorityMutex mLock{"worker"};
 };
 
 }  // namespace android

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+#include "utils/Timers.h"
+
+namespace android {
+
+/**
+ * Where the worker is among the outputs' callbacks, for those who wonder why nothing moves.
+ * Threads: the worker enters and leaves, which never blocks; any may look.
+ */
+class CallbackWatch {
+public:
+    /** A callback under way. */
+    struct Visit {
+        size_t output;    // its index, in the order registered
+        nsecs_t startNs;  // monotonic
+        uint32_t number;  // odd; another one is another callback
+    };
+
+    void enter(size_t output) {
+        mOutput.store(output, std::memory_order_relaxed);
+        mStartNs.store(systemTime(SYSTEM_TIME_MONOTONIC), std::memory_order_relaxed);
+        mNumber.store(mNumber.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+    }
+    void leave() {
+        mNumber.store(mNumber.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+    }
+
+    /** Waits until the callback that is under way, if any, has lasted `patienceNs` or returns;
+     *  whether it has lasted that long. */
+    bool outlasts(nsecs_t patienceNs, Visit& visit) const;
+
+private:
+    bool look(Visit& visit) const;
+
+    std::atomic<size_t> mOutput{0};
+    std::atomic<nsecs_t> mStartNs{0};
+    std::atomic<uint32_t> mNumber{0};  // odd inside a callback; release: the others first
+};
+
+}  // namespace android

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "pipeline/AudioOutput.h"
+#include "stream/AudioStream.h"
+#include "sync/Progress.h"
+#include "utils/RefBase.h"
+#include "utils/Vector.h"
+
+namespace android {
+
+/**
+ * Hands lists over from control threads to the worker, which takes the newest between two cycles.
+ * The worker never waits for that, and neither allocates nor frees: lists that it worked on before
+ * come back, and a control thread empties them.
+ *
+ * Two packs of lists are enough for any number of changes: the worker works on one, and the other is
+ * spare, offered, or on its way back. So whatever there was room for once can be offered again
+ * without memory.
+ *
+ * Threads: the worker, or whoever holds its lock, takes over and stops; control threads do everything
+ *          else, reserve(), offer() and collect() one at a time.
+ */
+class ListHandover {
+public:
+    ListHandover() = default;
+    ~ListHandover();
+    ListHandover(const ListHandover&) = delete;
+    ListHandover& operator=(const ListHandover&) = delete;
+
+    /** Makes room for lists of these lengths. Throws std::bad_alloc; nothing has changed then. */
+    void reserve(size_t streamCount, size_t outputCount);
+    /** Offers a copy of these lists, no longer than reserved, in place of what the worker has not
+     *  taken yet. The ticket of the change. May wait until the worker has ended a take-over that it
+     *  is in the middle of, a few instructions. */
+    uint32_t offer(const Vector<AudioStream*>& streams, const Vector<AudioOutput*>& outputs);
+    /** Drops the references of the lists that came back. */
+    void collect();
+
+    /** Exchanges the worker's lists for the newest, if they have not been taken over yet. */
+    void takeOver(Vector<sp<AudioStream>>& streams, Vector<sp<AudioOutput>>& outputs,
+                  Vector<sp<AudioStream>>& opened);
+    /** While this is so, all offers are taken over before long. */
+    void setWorking(bool isWorking);
+
+    bool isWorking() const { return mIsWorking.load(std::memory_order_acquire); }
+    bool isTaken(uint32_t ticket) const;
+    /** Sleeps until the change is taken over, or nobody is working. Any control thread. */
+    void waitUntilTaken(uint32_t ticket);
+    /** Whether nobody is working any more, by the deadline of the monotonic clock. */
+    bool waitUntilStopped(int64_t deadlineNs);
+
+private:
+    struct Pack {
+        Pack(size_t streamRoom, size_t outputRoom);
+
+        Vector<sp<AudioStream>> streams;
+        Vector<sp<AudioOutput>> outputs;
+        Vector<sp<AudioStream>> opened;  // empty, with room for all streams
+        size_t streamCapacity;
+        size_t outputCapacity;
+        uint32_t ticket = 0;
+        Pack* next = nullptr;  // in the row of those that came back
+    };
+
+    std::unique_ptr<Pack> takeSpare();
+    void keep(std::unique_ptr<Pack> pack);
+    bool hasRoom(const Pack& pack) const;
+
+    // Control threads, one at a time.
+    size_t mStreamCapacity = 0;
+    size_t mOutputCapacity = 0;
+    std::unique_ptr<Pack> mSpares[2];
+    uint32_t mLastTicket = 0;
+
+    size_t mWorkersStreamCapacity = 0;  // of the lists that the worker works on; with its lock
+    size_t mWorkersOutputCapacity = 0;
+    std::atomic<Pack*> mOffered{nullptr};   // release: the lists first
+    std::atomic<Pack*> mReturned{nullptr};  // the same, the other way round
+    std::atomic<uint32_t> mTakenTicket{0};  // after the former lists were given back
+    std::atomic<bool> mIsWorking{false};
+    Progress mProgress;
+};
+
+}  // namespace android

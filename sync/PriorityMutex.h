@@ -1,0 +1,58 @@
+#pragma once
+
+#include <pthread.h>
+
+#include "utils/Mutex.h"
+
+#ifdef STREAMPROXY_CHECK_LOCK_ORDER
+#include "utils/LockOrder.h"
+#endif
+
+namespace android {
+
+/**
+ * A plain lock for which the worker may wait. Its holder inherits the priority of a real-time thread
+ * that waits for it, so that the system does not let others preempt the holder meanwhile. Nice
+ * values are not inherited: whoever holds such a lock beside the worker keeps it for a few words.
+ */
+class CAPABILITY("mutex") PriorityMutex {
+public:
+    /** `name`: its place in the lock order, see platform/utils/LockOrder.cpp. */
+    explicit PriorityMutex(const char* name);
+    ~PriorityMutex() { pthread_mutex_destroy(&mMutex); }
+    PriorityMutex(const PriorityMutex&) = delete;
+    PriorityMutex& operator=(const PriorityMutex&) = delete;
+
+    void lock() ACQUIRE() {
+#ifdef STREAMPROXY_CHECK_LOCK_ORDER
+        LockOrder::take(mName, this);
+#endif
+        pthread_mutex_lock(&mMutex);
+    }
+    void unlock() RELEASE() {
+#ifdef STREAMPROXY_CHECK_LOCK_ORDER
+        LockOrder::release(this);  // first: the next holder may destroy the lock
+#endif
+        pthread_mutex_unlock(&mMutex);
+    }
+
+    /** Holds the lock for a scope. */
+    class SCOPED_CAPABILITY Autolock {
+    public:
+        explicit Autolock(PriorityMutex& mutex) ACQUIRE(mutex) : mLock(mutex) { mLock.lock(); }
+        ~Autolock() RELEASE() { mLock.unlock(); }
+        Autolock(const Autolock&) = delete;
+        Autolock& operator=(const Autolock&) = delete;
+
+    private:
+        PriorityMutex& mLock;
+    };
+
+private:
+    pthread_mutex_t mMutex;
+#ifdef STREAMPROXY_CHECK_LOCK_ORDER
+    const char* const mName;
+#endif
+};
+
+}  // namespace android

@@ -1,0 +1,141 @@
+// A host that plays while its process ends in one of several ways; see ProcessEndTest.cpp.
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "interface/streamproxy.h"
+
+namespace {
+
+constexpr audio_proxy_config_t kMix = {48000, 1, 3, 0};
+constexpr audio_proxy_config_t kTunnel = {48000, 1, 3, 0x40};
+
+std::atomic<int> gBlocks{0};
+bool gHangs = false;
+
+int hear(void*, void*, size_t) {
+    ++gBlocks;
+    do {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    } while (gHangs);
+    return 0;
+}
+
+/** Whatever else a host takes down. */
+struct SlowTeardown {
+    ~SlowTeardown() { std::this_thread::sleep_for(std::chrono::milliseconds(300)); }
+} gTeardown;
+
+/** A host that gives everything back as its process ends. */
+struct Owner {
+    ~Owner() {
+        for (audio_proxy_stream_t* const stream : streams) {
+            destroy_audio_proxy_stream(stream);
+        }
+        if (!streams.empty()) {
+            audio_proxy_pipeline_unregister_output(pipeline, nullptr, &hear);
+            destroy_audio_proxy_pipeline(pipeline);
+        }
+    }
+    audio_proxy_pipeline_t* pipeline = nullptr;
+    std::vector<audio_proxy_stream_t*> streams;
+} gOwner;
+
+void own(audio_proxy_pipeline_t* pipeline) {
+    gOwner.pipeline = pipeline;
+    const std::vector<uint8_t> block(8000);
+    for (int i = 0; i < 8; ++i) {
+        gOwner.streams.push_back(create_audio_proxy_stream(&kMix));
+        audio_proxy_stream_write(gOwner.streams.back(), block.data(), block.size());
+    }
+}
+
+void awaitBlock() {
+    while (gBlocks == 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+audio_proxy_pipeline_t* play() {
+    audio_proxy_pipeline_t* const pipeline = create_audio_proxy_pipeline();
+    audio_proxy_pipeline_register_output(pipeline, &kMix, nullptr, &hear);
+    // Both before anybody writes: a creation waits for a callback, and this one may hang.
+    audio_proxy_stream_t* const streams[] = {create_audio_proxy_stream(&kMix),
+                                             create_audio_proxy_stream(&kTunnel)};
+    for (audio_proxy_stream_t* const stream : streams) {
+        audio_proxy_stream_set_parameters(stream, "hw_av_sync=1");
+        std::thread([stream] {
+            std::array<uint8_t, 3860> block = {};  // a forked process would see a leak in the heap
+            const uint8_t header[] = {0x55, 0x55, 0, 2, 0, 0, 0x0F, 0, 0, 0,
+                                      0,    0,    0, 0, 0, 0, 0,    0, 0, 20};
+            std::memcpy(block.data(), header, sizeof(header));
+            for (;;) {
+                audio_proxy_stream_write(stream, block.data(), block.size());
+            }
+        }).detach();
+    }
+    awaitBlock();
+    return pipeline;
+}
+
+/** What a forked process made of `deed`. */
+template <typename Deed>
+int inFork(Deed deed) {
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(10);
+        exit(deed());
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 100 + WTERMSIG(status);
+}
+
+}  // namespace
+
+int main(int, char** arguments) {
+    alarm(20);
+    const std::string way = arguments[1];
+    gHangs = way == "hang" || way == "give-back-hanging";
+    if (way == "fork-first") {
+        // A process without a pipeline hands nothing down: its child may make one.
+        return inFork([] { return destroy_audio_proxy_pipeline(play()); });
+    }
+    if (way == "give-back") {
+        own(play());
+        return 0;
+    }
+    if (way == "give-back-hanging") {
+        audio_proxy_pipeline_t* const pipeline = create_audio_proxy_pipeline();
+        own(pipeline);
+        audio_proxy_pipeline_register_output(pipeline, &kMix, nullptr, &hear);
+        awaitBlock();
+        return 0;
+    }
+    audio_proxy_pipeline_t* const pipeline = play();
+    if (way == "fork-exit") {
+        return inFork([] { return 0; });
+    }
+    if (way == "fork-call") {
+        return inFork([pipeline] {
+            audio_proxy_stream_t* const stream = create_audio_proxy_stream(&kMix);
+            const bool isRefused =
+                stream == nullptr && create_audio_proxy_pipeline() == nullptr &&
+                destroy_audio_proxy_pipeline(pipeline) == -22 &&
+                audio_proxy_pipeline_dump(pipeline, 1) == 0 &&
+                audio_proxy_stream_write(reinterpret_cast<audio_proxy_stream_t*>(&gBlocks), "four",
+                                         4) == -22;
+            return isRefused ? 0 : 1;
+        });
+    }
+    return 0;
+}
