@@ -1,6 +1,8 @@
 # shellcheck shell=bash
 # ./dev bench [check|update]: ratios to peers, each measured beside its peer in one run; for AVX2 and
 # for the baseline instruction set.
+# ./dev bench preempt [OPTION...]: silence that control calls of low priority cause on a loaded
+# machine.
 
 # Beside peers, so on both instruction sets; and the library by itself.
 BENCH_DUELS=(kernels channels rings final_stage resampler)
@@ -55,13 +57,20 @@ bench_check() {
     python3 scripts/bench.py check out/bench
 }
 
+bench_preempt() {
+    bench_needs
+    CC='' CXX='' STDLIB='' TARGET=bench_preempt build bench
+    "$BUILD_DIR/bin/bench_preempt" "$@"
+}
+
 verb_bench() {
     BENCH_BROKEN=
     case "${1:-}" in
     '') bench_all print ;;
     update) bench_all update ;;
     check) bench_check ;;
-    *) die "bench: '$1' is neither check nor update" ;;
+    preempt) bench_preempt "${@:2}" ;;
+    *) die "bench: '$1' is neither check, update nor preempt" ;;
     esac
     [ -z "$BENCH_BROKEN" ] || die "bench: outside of their bounds, see above:$BENCH_BROKEN"
 }
