@@ -10,15 +10,15 @@
 #include <vector>
 
 #include "fuzz/support/Fuzzing.h"
-#include "tools/streamproxy/AudioReader.h"
-#include "tools/streamproxy/InputSpec.h"
-#include "tools/streamproxy/ToolError.h"
-#include "tools/streamproxy/hwsync/BurstFile.h"
-#include "tools/streamproxy/hwsync/BurstScanner.h"
-#include "tools/streamproxy/hwsync/BurstTally.h"
-#include "tools/streamproxy/hwsync/ClockEvent.h"
-#include "tools/streamproxy/hwsync/Fault.h"
-#include "tools/streamproxy/hwsync/TimeText.h"
+#include "tools/audio/AudioReader.h"
+#include "tools/audio/InputSpec.h"
+#include "tools/burst/BurstFile.h"
+#include "tools/burst/BurstScanner.h"
+#include "tools/burst/BurstTally.h"
+#include "tools/burst/Fault.h"
+#include "tools/process/ToolError.h"
+#include "tools/replay/ClockEvent.h"
+#include "tools/text/TimeText.h"
 
 using namespace android;
 

@@ -1,0 +1,179 @@
+#include "tools/audio/AudioReader.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <sstream>
+
+#include "tools/process/ToolError.h"
+
+namespace android {
+
+namespace {
+
+constexpr int kMinRateHz = 4000;
+constexpr int kMaxRateHz = 768000;
+
+int32_t q27Of(double sample) {
+    // Not a number is silence: one broken sample must not become a full-scale click.
+    const double scaled = std::isnan(sample) ? 0.0 : std::rint(sample * 134217728.0);
+    return static_cast<int32_t>(std::clamp(scaled, -2147483648.0, 2147483647.0));
+}
+
+/**
+ * What the log of an opened file says about its sample chunk, as in "data : 1000 (should be 400)":
+ * true when the header promises more bytes than the file has. Writers to a pipe can't know the
+ * length and write a size around 2^31 or 2^32 instead; that is no truncation.
+ */
+bool promisesMoreThanItHas(const std::string& log) {
+    std::istringstream lines(log);
+    for (std::string line; std::getline(lines, line);) {
+        const bool isSampleChunk = line.find("data") != std::string::npos ||
+                                   line.find("SSND") != std::string::npos ||
+                                   line.find("Data Size") != std::string::npos;
+        const size_t colon = line.find(':');
+        const size_t should = line.find("(should be ");
+        if (!isSampleChunk || colon == std::string::npos || should == std::string::npos) {
+            continue;
+        }
+        const int64_t promised = std::strtoll(line.c_str() + colon + 1, nullptr, 10);
+        const int64_t present = std::strtoll(line.c_str() + should + 11, nullptr, 10);
+        const bool isUnknown = promised <= 0 || promised >= 0x7fff0000;
+        if (!isUnknown && promised > present) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+AudioReader::AudioReader(const std::string& path, bool allowTruncated)
+    : mPath(path), mAllowTruncated(allowTruncated) {
+    std::error_code error;
+    const auto status = std::filesystem::status(path, error);
+    if (!std::filesystem::exists(status)) {
+        const int code = error.value() != 0 ? error.value() : ENOENT;
+        fail(std::string(strerror(code)) + "; check the name");
+    }
+    if (std::filesystem::is_directory(status)) {
+        fail("is a directory; name the audio files in it");
+    }
+    if (std::filesystem::is_regular_file(status) && std::filesystem::file_size(path, error) == 0) {
+        fail("is empty (0 bytes); name a file with audio in it");
+    }
+    openFile();
+    checkWhole();
+}
+
+void AudioReader::openFile() {
+    mFile.reset(sf_open(mPath.c_str(), SFM_READ, &mInfo));
+    if (!mFile) {
+        if (sf_error(nullptr) == SF_ERR_SYSTEM) {
+            fail(std::string("can't be opened: ") + sf_strerror(nullptr));
+        }
+        fail("is not audio that can be read here (" + std::string(sf_strerror(nullptr)) +
+             "); WAV, FLAC, Ogg, AIFF, CAF and others of that kind can");
+    }
+    switch (mInfo.format & SF_FORMAT_SUBMASK) {
+        case SF_FORMAT_PCM_24:
+        case SF_FORMAT_PCM_32:
+        case SF_FORMAT_ALAC_20:
+        case SF_FORMAT_ALAC_24:
+        case SF_FORMAT_ALAC_32:
+            mSamples = Samples::BITS_32;
+            break;
+        // Lossy codecs decode to real numbers of no given width, and above full scale at times.
+        case SF_FORMAT_FLOAT:
+        case SF_FORMAT_DOUBLE:
+        case SF_FORMAT_VORBIS:
+        case SF_FORMAT_OPUS:
+        case SF_FORMAT_MPEG_LAYER_I:
+        case SF_FORMAT_MPEG_LAYER_II:
+        case SF_FORMAT_MPEG_LAYER_III:
+            mSamples = Samples::REAL;
+            break;
+        default:
+            mSamples = Samples::BITS_16;
+    }
+}
+
+void AudioReader::checkWhole() {
+    char log[8192] = {};
+    sf_command(mFile.get(), SFC_GET_LOG_INFO, log, sizeof(log));
+    if (!mAllowTruncated && promisesMoreThanItHas(log)) {
+        fail(
+            "is truncated: its header promises more audio than the file has; copy it again, or "
+            "take what is there with --allow-truncated");
+    }
+    if (mInfo.frames <= 0) {
+        fail("holds no audio (0 frames)");
+    }
+    if (mInfo.samplerate < kMinRateHz || mInfo.samplerate > kMaxRateHz) {
+        fail("has a rate of " + std::to_string(mInfo.samplerate) +
+             " Hz; rates from 4000 to 768000 Hz can be mixed");
+    }
+}
+
+std::string AudioReader::describe() const {
+    SF_FORMAT_INFO info{};
+    info.format = mInfo.format & SF_FORMAT_SUBMASK;
+    sf_command(nullptr, SFC_GET_FORMAT_INFO, &info, sizeof(info));
+    std::string channels = std::to_string(mInfo.channels) + " channels";
+    if (mInfo.channels <= 2) {
+        channels = mInfo.channels == 1 ? "mono" : "stereo";
+    }
+    return std::to_string(mInfo.samplerate) + " Hz, " + (info.name ? info.name : "unknown format") +
+           ", " + channels;
+}
+
+size_t AudioReader::read16(int16_t* out, size_t frameCount) {
+    return checkRead(sf_readf_short(mFile.get(), out, static_cast<sf_count_t>(frameCount)),
+                     frameCount);
+}
+
+size_t AudioReader::readQ27(int32_t* out, size_t frameCount) {
+    const size_t sampleCount = frameCount * channelCount();
+    if (mSamples != Samples::REAL) {
+        const auto framesRead = sf_readf_int(mFile.get(), out, static_cast<sf_count_t>(frameCount));
+        std::transform(out, out + sampleCount, out, [](int32_t sample) { return sample >> 4; });
+        return checkRead(framesRead, frameCount);
+    }
+    mScratch.resize(sampleCount);
+    const auto framesRead =
+        sf_readf_double(mFile.get(), mScratch.data(), static_cast<sf_count_t>(frameCount));
+    std::transform(mScratch.begin(), mScratch.end(), out, q27Of);
+    return checkRead(framesRead, frameCount);
+}
+
+size_t AudioReader::checkRead(sf_count_t framesRead, size_t frameCount) {
+    const auto count = static_cast<size_t>(std::max<sf_count_t>(framesRead, 0));
+    mPosition += static_cast<int64_t>(count);
+    const bool isBroken = sf_error(mFile.get()) != SF_ERR_NO_ERROR ||
+                          (count < frameCount && mPosition < mInfo.frames);
+    if (isBroken && !mAllowTruncated) {
+        const std::string reason = sf_error(mFile.get()) != SF_ERR_NO_ERROR
+                                       ? std::string(sf_strerror(mFile.get()))
+                                       : "only " + std::to_string(mPosition) + " of " +
+                                             std::to_string(mInfo.frames) +
+                                             " frames can be decoded";
+        fail("is corrupted after " + std::to_string(static_cast<double>(mPosition) / rateHz()) +
+             " s (" + reason + "); copy it again, or take what is there with --allow-truncated");
+    }
+    return count;
+}
+
+void AudioReader::rewind() {
+    if (sf_seek(mFile.get(), 0, SEEK_SET) != 0) {
+        fail("can't be played again from its start; play it once, without loop");
+    }
+    mPosition = 0;
+}
+
+void AudioReader::fail(const std::string& what) const {
+    throw ToolError(mPath + ": " + what);
+}
+
+}  // namespace android

@@ -1,0 +1,146 @@
+#include "tools/audio/AudioWriter.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+#include <filesystem>
+
+#include "tools/audio/FullScale.h"
+#include "tools/process/ToolError.h"
+
+namespace android {
+
+namespace {
+
+constexpr int kChannels = 2;
+
+// For one call of the encoder, which passes them on as they are: a call into the system for each
+// block of a mix costs more. In front of the encoder, so that it counts what the disk has taken, and
+// a header can be completed that promises no more.
+constexpr size_t kGatheredBytes = 65536;
+
+/** The container that the name asks for, with the widest samples it has up to `bits`; 0: none. */
+int formatOf(const std::string& path, uint32_t bits) {
+    std::string extension = std::filesystem::path(path).extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
+    const int samples = bits == 16 ? SF_FORMAT_PCM_16 : SF_FORMAT_PCM_32;
+    if (extension == ".wav") {
+        return SF_FORMAT_RF64 | samples;  // an ordinary WAV unless it passes 4 GiB
+    }
+    if (extension == ".flac") {
+        return SF_FORMAT_FLAC | (bits == 16 ? SF_FORMAT_PCM_16 : SF_FORMAT_PCM_24);
+    }
+    if (extension == ".aiff" || extension == ".aif") {
+        return SF_FORMAT_AIFF | samples;
+    }
+    return extension == ".caf" ? SF_FORMAT_CAF | samples : 0;
+}
+
+SF_INFO infoOf(const std::string& path, uint32_t rateHz, uint32_t bits) {
+    SF_INFO info{};
+    info.samplerate = static_cast<int>(rateHz);
+    info.channels = kChannels;
+    info.format = formatOf(path, bits);
+    return info;
+}
+
+}  // namespace
+
+void AudioWriter::check(const std::string& path, uint32_t rateHz, uint32_t bits) {
+    SF_INFO info = infoOf(path, rateHz, bits);
+    if (info.format == 0) {
+        throw ToolError(path +
+                            ": can't tell the format from the name; end it in .wav, .flac, "
+                            ".aiff or .caf",
+                        EXIT_USAGE);
+    }
+    if (!sf_format_check(&info)) {
+        throw ToolError(path + ": this format can't hold " + std::to_string(rateHz) + " Hz with " +
+                            std::to_string(bits) + " bits; choose .wav or another --rate",
+                        EXIT_USAGE);
+    }
+}
+
+AudioWriter::AudioWriter(const std::string& path, uint32_t rateHz, uint32_t bits)
+    : mPath(path), mBits(bits), mOutput(path) {
+    SF_INFO info = infoOf(path, rateHz, bits);
+    mEncoder.reset(sf_open_virtual(OutputFile::io(), SFM_WRITE, &info, &mOutput));
+    if (!mEncoder || mOutput.error() != 0) {
+        const int errorNumber = mOutput.error();
+        abandon();
+        fail(errorNumber);
+    }
+    sf_command(mEncoder.get(), SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
+}
+
+AudioWriter::~AudioWriter() {
+    if (mEncoder) {
+        abandon();
+    }
+}
+
+void AudioWriter::write(const void* frames, size_t frameCount) {
+    const auto* bytes = static_cast<const uint8_t*>(frames);
+    mGathered.insert(mGathered.end(), bytes, bytes + frameCount * frameBytes());
+    if (mGathered.size() >= kGatheredBytes) {
+        encode();
+    }
+}
+
+void AudioWriter::encode() {
+    if (mGathered.empty()) {
+        return;
+    }
+    const size_t frameCount = mGathered.size() / frameBytes();
+    const auto count = static_cast<sf_count_t>(frameCount);
+    sf_count_t written = 0;
+    if (mBits == 16) {
+        written = sf_writef_short(mEncoder.get(), reinterpret_cast<const short*>(mGathered.data()),
+                                  count);
+    } else {
+        const size_t sampleCount = frameCount * kChannels;
+        mFullScale.resize(sampleCount);
+        for (size_t i = 0; i < sampleCount; ++i) {
+            mFullScale[i] = heldSample(fullScaleSample(mGathered.data(), i, mBits));
+        }
+        written = sf_writef_int(mEncoder.get(), mFullScale.data(), count);
+    }
+    mGathered.clear();
+    mHasAudio = mHasAudio || written > 0;
+    if (written != count || mOutput.error() != 0) {
+        fail(mOutput.error());
+    }
+}
+
+void AudioWriter::finish() {
+    encode();
+    const int status = sf_close(mEncoder.release());
+    const int errorNumber = mOutput.close();
+    if (status != 0 || errorNumber != 0) {
+        fail(errorNumber);
+    }
+}
+
+void AudioWriter::abandon() {
+    if (mEncoder && mOutput.error() == 0) {
+        try {
+            encode();
+        } catch (const ToolError&) {
+            // The run fails for another reason, which is told.
+        }
+    }
+    mEncoder.reset();
+    mOutput.close();
+    if (!mHasAudio) {
+        mOutput.remove();
+    }
+}
+
+void AudioWriter::fail(int errorNumber) const {
+    throw ToolError(mPath + ": writing failed" +
+                    (errorNumber ? ": " + std::string(strerror(errorNumber)) : std::string()) +
+                    "; make room or choose another place with -o");
+}
+
+}  // namespace android

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <sndfile.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tools/process/OutputFile.h"
+
+namespace android {
+
+/**
+ * Writes the mix, 16-bit or Q4.27 stereo, to an audio file.
+ * Threads: one at a time.
+ */
+class AudioWriter {
+public:
+    /** Throws ToolError (usage) for a file name extension or a format that can't be written. */
+    static void check(const std::string& path, uint32_t rateHz, uint32_t bits);
+
+    AudioWriter(const std::string& path, uint32_t rateHz, uint32_t bits);
+    ~AudioWriter();  // abandons what was not finished
+    AudioWriter(const AudioWriter&) = delete;
+    AudioWriter& operator=(const AudioWriter&) = delete;
+
+    /** Frames as the mix delivers them. Throws ToolError when the file can't take them. */
+    void write(const void* frames, size_t frameCount);
+    /** Completes the header and reaches the disk; throws ToolError when that fails. */
+    void finish();
+    /** Ends a run that failed: what was written stays, a file without audio is deleted. */
+    void abandon();
+
+private:
+    struct CloseFile {
+        void operator()(SNDFILE* file) const { sf_close(file); }
+    };
+
+    size_t frameBytes() const { return mBits == 16 ? 4 : 8; }
+    void encode();
+    [[noreturn]] void fail(int errorNumber) const;
+
+    const std::string mPath;
+    const uint32_t mBits;
+    OutputFile mOutput;  // outlives the encoder
+    std::unique_ptr<SNDFILE, CloseFile> mEncoder;
+    bool mHasAudio = false;
+    std::vector<uint8_t> mGathered;   // frames as they came, for the encoder
+    std::vector<int32_t> mFullScale;  // the same, 32 bits to full scale
+};
+
+}  // namespace android

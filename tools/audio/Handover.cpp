@@ -1,0 +1,59 @@
+#include "tools/audio/Handover.h"
+
+#include <algorithm>
+
+namespace android {
+
+namespace {
+
+constexpr uint32_t kFormat16 = 1;
+constexpr uint32_t kFormatQ27 = 3;
+constexpr uint32_t kStereo = 3;
+constexpr uint32_t kMaxChannels = 30;  // a mask has room for no more
+
+// Of the slower rate: the converter's documented latency, and a safe bound on what it may hold.
+constexpr int64_t kLatencyFrames = 40;
+constexpr int64_t kHeldFrames = 64;
+
+int64_t slowerFramesAt(int64_t frameCount, uint32_t rateHz, uint32_t otherRateHz) {
+    return rateHz > otherRateHz ? framesAtRate(frameCount, otherRateHz, rateHz) : frameCount;
+}
+
+}  // namespace
+
+Handover::Handover(const Source& source, uint32_t mixRate, const Wishes& wishes)
+    : mixRateHz(mixRate),
+      channelCount(source.channelCount),
+      writeFrames(wishes.writeFrames > 0 ? wishes.writeFrames : source.rateHz / 100),
+      fillFrames(wishes.writeFrames > 0 ? wishes.writeFrames : INT64_MAX),
+      bufferFrames(wishes.bufferFrames) {
+    config.sample_rate = source.rateHz;
+    config.format = source.fits16Bits ? kFormat16 : kFormatQ27;
+    if (!wishes.isNative && source.rateHz != mixRateHz) {
+        config.format = kFormat16;
+        channelCount = 2;
+    }
+    if ((!wishes.isNative && channelCount == 1) || channelCount > kMaxChannels) {
+        channelCount = 2;
+    }
+    config.channel_mask = channelCount == 2 ? kStereo : (1u << channelCount) - 1;
+
+    if (isConverted()) {
+        marginFrames = slowerFramesAt(kHeldFrames, source.rateHz, mixRateHz) + 2;
+        tailFrames = slowerFramesAt(kLatencyFrames, source.rateHz, mixRateHz);
+    }
+    // What the mix may take in one block, with what the converter may leave or take ahead. Room for
+    // one more write: frames of a write that is still under way are not counted yet, and one that
+    // waits for room must mean that the next block is there. The buffers between the library's
+    // stages are as long as the ring, and hold a block of the mix.
+    const int64_t mixBlock = blockFrames(mixRateHz);
+    const int64_t ownBlock = framesAtRate(mixBlock, mixRateHz, source.rateHz);
+    const int64_t taken = isStaged() ? std::max(ownBlock, mixBlock) : ownBlock;
+    bufferFrames =
+        std::max({bufferFrames, taken + 2 * marginFrames + writeFrames, mixBlock + marginFrames});
+    // A gain walks to its new value over as many frames of the mix as the buffer holds, and stops
+    // at the end of a block only: whole blocks, or it would overshoot and jump back with a click.
+    bufferFrames = (bufferFrames + mixBlock - 1) / mixBlock * mixBlock;
+}
+
+}  // namespace android

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tools/audio/PipeFormat.h"
+
+namespace android {
+
+/** From `timeSec` of the mix on, the input plays at `gain` (linear). */
+struct GainChange {
+    double timeSec = 0.0;
+    float gain = 1.0f;
+};
+
+/** One input of the command line: FILE[@key=value,...], or -[@key=value,...] for a pipe. */
+struct InputSpec {
+    std::string path;
+    float gain = 1.0f;        // linear, 0.0 to 1.0
+    float balance = 0.0f;     // -1.0 left only, 1.0 right only
+    double startSec = 0.0;    // silence in front
+    double lengthSec = -1.0;  // cut after this much, all repetitions counted; negative: never
+    int64_t loopCount = 0;    // times to play; 0: as the --loop option says
+    std::vector<GainChange> gainChanges;  // by time
+    PipeFormat pipeFormat;                // of a pipe
+
+    /**
+     * A file that exists under the whole text is that file; otherwise the settings follow the
+     * last '@'. Throws ToolError (usage) naming the setting that it can't read.
+     */
+    static InputSpec parse(const std::string& text);
+
+    /** Raw PCM from standard input. */
+    bool isPipe() const { return path == "-"; }
+    /** The gain in force `timeSec` into the mix. */
+    float gainAt(double timeSec) const;
+    /** The two gains that `gainNow` and the balance make. */
+    float leftGain(float gainNow) const { return gainNow * (balance > 0 ? 1 - balance : 1); }
+    float rightGain(float gainNow) const { return gainNow * (balance < 0 ? 1 + balance : 1); }
+};
+
+}  // namespace android

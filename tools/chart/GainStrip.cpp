@@ -1,0 +1,96 @@
+#include "tools/chart/GainStrip.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "tools/text/MarkupText.h"
+
+namespace android {
+
+namespace {
+
+using Step = InputTrack::GainStep;
+
+/** The walk as far as it gets: the next step begins where this one has led. */
+std::vector<Strip::Point> walk(const std::vector<Step>& steps, float Step::*gain, double rampSec,
+                               double endSec) {
+    // A stream begins at full gain.
+    std::vector<Strip::Point> points = {
+        {.timeSec = -std::numeric_limits<double>::max(), .value = 1.0}};
+    double now = 1.0;
+    for (size_t i = 0; i < steps.size(); ++i) {
+        const double beginSec = steps[i].timeSec;
+        const double untilSec = i + 1 < steps.size() ? steps[i + 1].timeSec : endSec;
+        const double target = steps[i].*gain;
+        points.push_back({.timeSec = beginSec, .value = now});
+        const double share = rampSec > 0.0 ? std::min((untilSec - beginSec) / rampSec, 1.0) : 1.0;
+        now += (target - now) * std::max(share, 0.0);
+        points.push_back({.timeSec = beginSec + rampSec * std::max(share, 0.0), .value = now});
+    }
+    points.push_back({.timeSec = endSec, .value = now});
+    // What is behind the left edge lies on it: only the last of those.
+    const auto first = std::find_if(points.begin(), points.end(),
+                                    [](const Strip::Point& point) { return point.timeSec >= 0.0; });
+    if (first != points.begin()) {
+        points.erase(points.begin(), first - 1);
+    }
+    return points;
+}
+
+}  // namespace
+
+GainStrip::GainStrip(const TimeAxis& axis, const std::vector<Step>& steps, double rampSec)
+    : mAxis(axis),
+      mRampSec(rampSec),
+      mStrip(axis, {.kind = "gains",
+                    .title = "Gain (linear): dashed what was set, solid the walk to it, " +
+                             markupNumber("%.0f ms", rampSec * 1000),
+                    .heightPx = 64,
+                    .scale = {.low = -0.05, .high = 1.05}}),
+      mIsBalanced(std::all_of(steps.begin(), steps.end(),
+                              [](const Step& step) { return step.left == step.right; })) {
+    mStrip.tick(1.0, "1");
+    mStrip.tick(0.5, "0.5");
+    mStrip.tick(0.0, "0");
+    drawChannel("left", steps, &Step::left, mIsBalanced ? "gain" : "left gain");
+    if (!mIsBalanced) {
+        drawChannel("right", steps, &Step::right, "right gain");
+    }
+    // As many as anyone would hover over.
+    constexpr size_t kMostMarks = 400;
+    for (size_t i = 0; i < std::min(steps.size(), kMostMarks); ++i) {
+        const Step& step = steps[i];
+        if (step.timeSec >= 0.0 && i > 0) {
+            std::string tip = markupNumber("gain set at %.3f s to ", step.timeSec);
+            tip += markupNumber("%.3g", step.left);
+            if (!mIsBalanced) {
+                tip += markupNumber(" left, %.3g right", step.right);
+            }
+            mStrip.mark("set", {.timeSec = step.timeSec, .value = step.left}, tip);
+        }
+    }
+}
+
+void GainStrip::drawChannel(const char* style, const std::vector<Step>& steps, float Step::*gain,
+                            const char* name) {
+    std::vector<Strip::Point> targets;
+    for (size_t i = 0; i < steps.size(); ++i) {
+        const double untilSec = i + 1 < steps.size() ? steps[i + 1].timeSec : mAxis.endSec();
+        if (untilSec >= 0.0) {
+            targets.push_back({.timeSec = steps[i].timeSec, .value = steps[i].*gain});
+            targets.push_back({.timeSec = untilSec, .value = steps[i].*gain});
+        }
+    }
+    mStrip.line((std::string("target ") + style).c_str(), targets, std::string(name) + " set");
+    mStrip.line((std::string("walk ") + style).c_str(), walk(steps, gain, mRampSec, mAxis.endSec()),
+                name);
+}
+
+std::string GainStrip::html() const {
+    return mStrip.html() + (mIsBalanced
+                                ? ""
+                                : "<p class=\"key\"><span><i class=\"swatch left\"></i>left</span> "
+                                  "<span><i class=\"swatch right\"></i>right</span></p>\n");
+}
+
+}  // namespace android

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <string>
+
+#include "tools/chart/ChartFrame.h"
+#include "tools/course/SyncTrack.h"
+
+namespace android {
+
+/** Draws the audio lead and the decisions of a replay over time, as SVG that needs nothing else. */
+class LeadChart {
+public:
+    LeadChart(const SyncTrack& track, const SyncBounds& bounds, const std::string& title);
+
+    /** The whole picture. */
+    const std::string& svg() const { return mSvg; }
+    /** Throws ToolError when the file can't be written. */
+    void write(const std::string& path) const;
+
+private:
+    void chooseFrame();
+    void drawBands();
+    void drawBand(const char* style, double lowMs, double highMs, const char* label);
+    void drawAxes();
+    void drawFreeRuns();
+    void drawEvents();
+    void drawLead();
+    void drawCorrections();
+    void drawReturns();
+    void drawLegend();
+    void text(double x, double y, const char* style, const std::string& words);
+    void shape(SyncDecision::Kind kind, double x, double y, const std::string& tip);
+    void add(const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+    const SyncTrack& mTrack;
+    const SyncBounds mBounds;
+    ChartFrame mFrame;
+    std::string mSvg;
+};
+
+}  // namespace android

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/chart/Strip.h"
+
+namespace android {
+
+/** What a stream does over time, as a lane of coloured pieces with a key of those that occur. */
+class StateStrip {
+public:
+    enum class State { SILENT, PLAYING, PADDED, PAUSED, LATE, FREE_RUN, FILLING, DROPPING };
+
+    explicit StateStrip(const TimeAxis& axis);
+
+    /** Later pieces lie over earlier ones; one that begins behind the axis is none. */
+    void add(State state, double fromSec, double toSec, const std::string& detail = {});
+
+    std::string html() const;
+
+private:
+    const TimeAxis& mAxis;
+    Strip mStrip;
+    std::vector<State> mOccurring;
+};
+
+}  // namespace android

@@ -1,0 +1,193 @@
+#include "tools/chart/Strip.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+#include <utility>
+
+#include "tools/text/MarkupText.h"
+
+namespace android {
+
+namespace {
+
+constexpr double kHeight = 1000;
+
+std::string titleOf(const std::string& tip) {
+    return tip.empty() ? std::string() : "<title>" + markupText(tip) + "</title>";
+}
+
+}  // namespace
+
+void Strip::Range::include(double least, double most) {
+    low = isEmpty ? least : std::min(low, least);
+    high = isEmpty ? most : std::max(high, most);
+    isEmpty = false;
+}
+
+Strip::Strip(const TimeAxis& axis, Look look) : mAxis(axis), mLook(std::move(look)) {}
+
+Strip::Ranges Strip::rangesOf(const TimeAxis& axis, const Course& course) {
+    Ranges ranges(static_cast<size_t>(axis.columnCount()));
+    for (const Course::Column& column : course.columns()) {
+        const double end = axis.x(column.endSec);
+        auto index = static_cast<size_t>(axis.x(column.beginSec));
+        do {
+            ranges[std::min(index, ranges.size() - 1)].include(column.low, column.high);
+        } while (static_cast<double>(++index) < end);
+    }
+    return ranges;
+}
+
+Strip::Ranges Strip::meansOf(const TimeAxis& axis, const Course& course) {
+    Ranges means(static_cast<size_t>(axis.columnCount()));
+    std::vector<double> sums(means.size());
+    std::vector<double> counts(means.size());
+    for (const Course::Column& column : course.columns()) {
+        const double end = axis.x(column.endSec);
+        auto index = static_cast<size_t>(axis.x(column.beginSec));
+        do {
+            sums[std::min(index, sums.size() - 1)] += column.sum;
+            counts[std::min(index, sums.size() - 1)] += static_cast<double>(column.valueCount);
+        } while (static_cast<double>(++index) < end);
+    }
+    for (size_t i = 0; i < means.size(); ++i) {
+        if (counts[i] > 0) {
+            means[i].include(sums[i] / counts[i], sums[i] / counts[i]);
+        }
+    }
+    return means;
+}
+
+double Strip::Scale::share(double value) const {
+    // What is tolerated and noticed in AV sync lies around this.
+    constexpr double kKnee = 100;
+    const double held = std::clamp(value, low, high);
+    switch (kind) {
+        case Kind::LOGARITHMIC:
+            return std::log(held / low) / std::log(high / low);
+        case Kind::SQUEEZED: {
+            const double bottom = std::asinh(low / kKnee);
+            return (std::asinh(held / kKnee) - bottom) / (std::asinh(high / kKnee) - bottom);
+        }
+        case Kind::LINEAR:
+            break;
+    }
+    return (held - low) / (high - low);
+}
+
+double Strip::y(double value) const {
+    return kHeight * (1 - mLook.scale.share(value));
+}
+
+void Strip::band(const char* style, double low, double high, const std::string& label) {
+    const double top = y(high);
+    const double height = y(low) - top;
+    if (height <= 0) {
+        return;
+    }
+    add("<rect class=\"%s\" x=\"0\" y=\"%.0f\" width=\"%d\" height=\"%.0f\"/>", style, top,
+        mAxis.columnCount(), height);
+    if (!label.empty() && height * mLook.heightPx / kHeight > 18) {
+        mMarks += "<span class=\"bandname\" style=\"top:" + markupNumber("%.1f", top / 10) +
+                  "%\">" + markupText(label) + "</span>";
+    }
+}
+
+void Strip::span(const char* style, double fromSec, double toSec, const std::string& tip) {
+    const double left = mAxis.x(fromSec);
+    add("<rect class=\"%s\" x=\"%.2f\" y=\"0\" width=\"%.2f\" height=\"%.0f\">", style, left,
+        std::max(mAxis.x(toSec) - left, 0.5), kHeight);
+    mShapes += titleOf(tip) + "</rect>";
+}
+
+void Strip::rule(const char* style, double value) {
+    add("<path class=\"%s\" d=\"M0 %.0fH%d\"/>", style, y(value), mAxis.columnCount());
+}
+
+void Strip::bound(double value) {
+    if (value > mLook.scale.low && value < mLook.scale.high) {
+        rule("bound", value);
+    }
+}
+
+void Strip::event(double timeSec, const std::string& tip) {
+    add("<path class=\"event\" d=\"M%.2f 0V%.0f\">", mAxis.x(timeSec), kHeight);
+    mShapes += titleOf(tip) + "</path>";
+}
+
+void Strip::tick(double value, const std::string& label) {
+    rule("grid", value);
+    mTicks += "<span style=\"top:" + markupNumber("%.1f", y(value) / 10) + "%\">" +
+              markupText(label) + "</span>";
+}
+
+void Strip::ranges(const char* style, const Ranges& ranges) {
+    add("<path class=\"%s\" d=\"", style);
+    for (size_t begin = 0; begin < ranges.size(); ++begin) {
+        if (ranges[begin].isEmpty) {
+            continue;
+        }
+        size_t end = begin;
+        add("M%zu %.0f", begin, y(ranges[begin].high));
+        for (; end < ranges.size() && !ranges[end].isEmpty; ++end) {
+            add("V%.0fh1", y(ranges[end].high));
+        }
+        for (size_t i = end; i-- > begin;) {
+            add("V%.0fh-1", y(ranges[i].low));
+        }
+        mShapes += 'z';
+        begin = end;
+    }
+    mShapes += "\"/>";
+}
+
+void Strip::course(const std::string& style, const Course& course) {
+    ranges(("faint " + style).c_str(), rangesOf(mAxis, course));
+    ranges(style.c_str(), meansOf(mAxis, course));
+}
+
+void Strip::line(const char* style, const std::vector<Point>& points, const std::string& tip) {
+    add("<path class=\"%s\" d=\"", style);
+    char command = 'M';
+    for (const Point& point : points) {
+        add("%c%.2f %.1f", command, mAxis.x(point.timeSec), y(point.value));
+        command = 'L';
+    }
+    mShapes += "\">" + titleOf(tip) + "</path>";
+}
+
+void Strip::mark(const char* style, const Point& at, const std::string& tip) {
+    const std::string words = markupText(tip);
+    mMarks +=
+        std::string("<i class=\"mark ") + style +
+        "\" style=\"left:" + markupNumber("%.2f", 100 * mAxis.x(at.timeSec) / mAxis.columnCount()) +
+        "%;top:" + markupNumber("%.1f", y(at.value) / 10) + "%\" title=\"" + words + "\"></i>";
+}
+
+std::string Strip::html() const {
+    std::string grid;
+    for (const TimeAxis::Tick& tick : mAxis.ticks()) {
+        grid += "M" + markupNumber("%.2f", mAxis.x(tick.timeSec)) + " 0v1000";
+    }
+    const std::string title = markupText(mLook.title);
+    return std::string("<figure data-kind=\"") + mLook.kind + "\"><figcaption>" + title +
+           "</figcaption><div class=\"plot\" style=\"height:" + std::to_string(mLook.heightPx) +
+           "px\"><div class=\"ticks\">" + mTicks + "</div><svg viewBox=\"0 0 " +
+           std::to_string(mAxis.columnCount()) +
+           " 1000\" preserveAspectRatio=\"none\" role=\"img\" aria-label=\"" + title + "\">" +
+           "<path class=\"grid\" d=\"" + grid + "\"/>" + mShapes + "</svg><div class=\"over\">" +
+           mMarks + "</div></div></figure>\n";
+}
+
+void Strip::add(const char* format, ...) {
+    char piece[256];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(piece, sizeof(piece), format, arguments);
+    va_end(arguments);
+    mShapes += piece;
+}
+
+}  // namespace android

@@ -1,0 +1,54 @@
+#include "tools/chart/TimeAxis.h"
+
+#include <cmath>
+#include <cstdio>
+
+#include "tools/text/MarkupText.h"
+
+namespace android {
+
+namespace {
+
+constexpr double kMostTicks = 12;
+
+// Steps that people count time in.
+constexpr double kSteps[] = {0.01, 0.02, 0.05,  0.1,   0.2,   0.5,   1,     2,    5,
+                             10,   20,   30,    60,    120,   300,   600,   1200, 1800,
+                             3600, 7200, 10800, 21600, 43200, 86400, 172800};
+
+std::string labelOf(double timeSec, double stepSec) {
+    if (stepSec < 60) {
+        return markupNumber("%.6g", timeSec);
+    }
+    const long minutes = std::lround(timeSec / 60);
+    char text[32];
+    snprintf(text, sizeof(text), "%ld:%02ld", minutes / 60, minutes % 60);
+    return text;
+}
+
+}  // namespace
+
+TimeAxis::TimeAxis(double endSec, int columnCount)
+    : mEndSec(std::max(endSec, 0.02)), mColumnCount(columnCount) {}
+
+std::vector<TimeAxis::Tick> TimeAxis::ticks() const {
+    double stepSec = kSteps[0];
+    for (const double candidate : kSteps) {
+        stepSec = candidate;
+        if (mEndSec / candidate <= kMostTicks) {
+            break;
+        }
+    }
+    // Beyond the longest step, days of it.
+    stepSec *=
+        std::max(1.0, static_cast<double>(static_cast<long>(mEndSec / stepSec / kMostTicks)));
+    std::vector<Tick> ticks;
+    for (int i = 0; i * stepSec <= mEndSec * (1 + 1e-9); ++i) {
+        ticks.push_back({.timeSec = i * stepSec,
+                         .label = labelOf(i * stepSec, stepSec),
+                         .isMinor = i % 3 != 0});
+    }
+    return ticks;
+}
+
+}  // namespace android

@@ -1,0 +1,314 @@
+#include "tools/commands/ReplayCommand.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <optional>
+#include <thread>
+
+#include "tools/chart/LeadChart.h"
+#include "tools/host/LogSink.h"
+#include "tools/host/Properties.h"
+#include "tools/process/InterruptExit.h"
+#include "tools/process/OutputPaths.h"
+#include "tools/report/ReplayPage.h"
+#include "tools/report/ReportFile.h"
+#include "tools/text/TimeText.h"
+
+namespace android {
+
+namespace {
+
+constexpr std::chrono::milliseconds kPollInterval{20};
+constexpr std::chrono::milliseconds kRewriteInterval{250};
+
+struct PolicyProperty {
+    const char* option;
+    const char* property;
+    const char* help;
+};
+
+constexpr PolicyProperty kPolicyProperties[] = {
+    {"--alead-threshold", "vendor.audio.hwsync.alead.threshold",
+     "Audio leads up to this many ms are tolerated"},
+    {"--alead-upper", "vendor.audio.hwsync.alead.upper",
+     "Audio leads beyond this many ms re-anchor the clock"},
+    {"--vlead-threshold", "vendor.audio.hwsync.vlead.threshold",
+     "Video leads up to this many ms are tolerated"},
+    {"--vlead-upper", "vendor.audio.hwsync.vlead.upper",
+     "Video leads beyond this many ms re-anchor the clock"},
+};
+
+constexpr const char* kFooter =
+    "Plays in real time: an output takes blocks at a sound card's pace, and a writer hands over "
+    "the\n"
+    "bursts as fast as they are taken. The audio lead is a burst's timestamp minus the clock's\n"
+    "position when the library decides, as it parses the header. Times are 250ms, 2.5s, or "
+    "seconds.\n"
+    "\n"
+    "Events, counted from the first write:\n"
+    "  AT:jump=TIME   the clock jumps, ahead (+400ms: audio is late) or back (-400ms)\n"
+    "  AT:drift=PPM   it runs faster, or slower below 0, from then on\n"
+    "  AT:pause       it stands still\n"
+    "  AT:resume      it goes on\n"
+    "\n"
+    "Examples:\n"
+    "  streamproxy hwsync replay stream.hws --event 5s:jump=+400ms --svg lead.svg -o out.wav\n"
+    "  streamproxy hwsync replay stream.hws --offset -90ms --drift 200 --json\n"
+    "\n"
+    "Exit codes: 0 done; 1 a file, the library or the disk failed; 2 wrong usage;\n"
+    "130 Ctrl-C and 143 SIGTERM, with a report and valid files of what was played until then.";
+
+}  // namespace
+
+ReplayCommand::ReplayCommand(CLI::App& parent)
+    : mCommand(parent.add_subcommand("replay", "Play a burst stream against the software clock")) {
+    mCommand->add_option("FILE", mPath, "The burst stream")->type_name("")->required();
+    mFormat.addOptions(*mCommand);
+    addClockOptions();
+    addOutputOptions();
+    mCommand->footer(kFooter);
+}
+
+void ReplayCommand::addClockOptions() {
+    mCommand
+        ->add_option("--offset", mOffset,
+                     "Put the clock ahead of the audio by this, once it is anchored")
+        ->type_name("TIME");
+    mCommand->add_option("--drift", mDrift, "How much too fast the clock runs, in ppm")
+        ->type_name("PPM");
+    mCommand->add_option("--event", mEvents, "What the clock does, see below; repeatable")
+        ->type_name("AT:WHAT")
+        ->allow_extra_args(false);
+    mCommand->add_option("--script", mScriptPath, "File of events, one a line")->type_name("FILE");
+    mCommand->add_option("--latency", mLatency, "Latency behind the output")->type_name("TIME");
+    mCommand->add_option("--latency-offset", mLatencyOffset, "Added to it, may be below 0")
+        ->type_name("TIME");
+    mCommand->add_option("--clock", mClockId, "Id of the clock")->capture_default_str();
+    size_t index = 0;
+    for (const PolicyProperty& property : kPolicyProperties) {
+        mCommand->add_option(property.option, mPolicy[index++], property.help)->type_name("MS");
+    }
+    mCommand->add_option("--duration", mDuration, "End after this time")->type_name("TIME");
+}
+
+void ReplayCommand::addOutputOptions() {
+    mCommand->add_option("--gain", mGain, "Gain of the tunnel stream, linear")
+        ->check([](const std::string& text) {
+            const double gain = strtod(text.c_str(), nullptr);
+            return gain >= 0 && gain <= 1 ? "" : text + " is no gain from 0 to 1";
+        })
+        ->capture_default_str();
+    mCommand
+        ->add_option("--beside", mBesides,
+                     "Audio file to play in a plain stream of the same mix, with settings as "
+                     "'streamproxy mix' takes them; repeatable")
+        ->type_name("FILE[@SETTINGS]")
+        ->allow_extra_args(false);
+    mCommand->add_option("-o,--output", mOutputPath, "The mix: .wav, .flac, .aiff or .caf")
+        ->type_name("FILE");
+    mCommand->add_option("--svg", mSvgPath, "A picture of the audio lead over time")
+        ->type_name("FILE");
+    mCommand
+        ->add_option("--report", mReportPath, "An HTML page that shows the course of the replay")
+        ->type_name("FILE");
+    mCommand->add_flag("--summary", mIsSummaryOnly, "No row for each decision");
+    CLI::Option* json = mCommand->add_flag("--json", mIsJson, "One JSON document");
+    mCommand->add_flag("--csv", mIsCsv, "The decisions as comma-separated rows")->excludes(json);
+    mCommand->add_option("--properties", mPropertiesPath, "File of key=value lines to set first")
+        ->type_name("FILE");
+    mCommand->add_option("--library", mLibraryPath, "The library to load")->type_name("FILE");
+    mCommand->add_option("--log", mLogLevel, "The library's messages to show, from this level on")
+        ->type_name("LEVEL")
+        ->check(CLI::IsMember(logLevels()))
+        ->capture_default_str();
+    mCommand->add_flag("--quiet", mIsQuiet, "No progress");
+}
+
+ExitCode ReplayCommand::run() {
+    const ReplaySession::Config config = sessionConfig();
+    setProperties();
+    checkOutputs();
+    setLogLevel("silent");  // garbage is told of when it is played
+    checkBursts();
+    setLogLevel(mLogLevel);
+    const auto besides = openBesides();
+    Interrupt::install();
+    return play(config, besides);
+}
+
+void ReplayCommand::setProperties() const {
+    if (!mPropertiesPath.empty()) {
+        loadProperties(mPropertiesPath);
+    }
+    for (size_t index = 0; index < std::size(kPolicyProperties); ++index) {
+        if (!mPolicy[index].empty()) {
+            parseNumber(mPolicy[index], kPolicyProperties[index].option);
+            setProperty(kPolicyProperties[index].property, mPolicy[index]);
+        }
+    }
+}
+
+ReplaySession::Config ReplayCommand::sessionConfig() const {
+    ReplaySession::Config config;
+    config.writer.format = mFormat;
+    config.writer.offsetNs = parseSignedTimeNs(mOffset, "--offset");
+    config.writer.maxNs = mDuration.empty() ? 0 : parseTimeNs(mDuration, "--duration");
+    config.clockId = mClockId;
+    config.latencyMs = static_cast<unsigned long>(parseTimeNs(mLatency, "--latency") / 1'000'000);
+    config.latencyOffsetMs = parseSignedTimeNs(mLatencyOffset, "--latency-offset") / 1'000'000;
+    config.driftPpm = ClockEvent::parse("0:drift=" + mDrift, "--drift").driftPpm;
+    config.gain = mGain;
+    if (!mScriptPath.empty()) {
+        config.events = ClockEvent::load(mScriptPath);
+    }
+    for (const std::string& text : mEvents) {
+        config.events.push_back(ClockEvent::parse(text, "--event"));
+    }
+    return config;
+}
+
+std::vector<std::unique_ptr<BesidePlayer>> ReplayCommand::openBesides() const {
+    std::vector<std::unique_ptr<BesidePlayer>> besides;
+    for (const std::string& text : mBesides) {
+        besides.push_back(std::make_unique<BesidePlayer>(InputSpec::parse(text), mFormat.rateHz));
+    }
+    return besides;
+}
+
+void ReplayCommand::checkOutputs() const {
+    if (!mOutputPath.empty()) {
+        AudioWriter::check(mOutputPath, mFormat.rateHz, mFormat.bits);
+    }
+    OutputPaths paths;
+    for (const std::string& path : {mPath, mScriptPath, mPropertiesPath}) {
+        paths.addInput(path);
+    }
+    for (const std::string& text : mBesides) {
+        paths.addInput(InputSpec::parse(text).path);
+    }
+    for (const std::string& path : {mOutputPath, mSvgPath, mReportPath}) {
+        paths.addOutput(path);
+    }
+    paths.check();
+    for (const std::string& path : {mOutputPath, mSvgPath, mReportPath}) {
+        if (path.empty()) {
+            continue;
+        }
+        // The picture is written when all is over: its folder had better be there.
+        const std::filesystem::path folder = std::filesystem::absolute(path).parent_path();
+        if (access(folder.c_str(), W_OK) != 0) {
+            throw ToolError(path + ": can't be written: " + strerror(errno) +
+                            "; choose another place");
+        }
+    }
+}
+
+void ReplayCommand::checkBursts() const {
+    struct NoSink : BurstSink {
+        void onGarbage(uint64_t /*offset*/, uint64_t /*byteCount*/) override {}
+        void onBurst(const Burst& /*burst*/) override {}
+    } sink;
+    // It is read twice.
+    if (std::filesystem::exists(mPath) && !std::filesystem::is_regular_file(mPath) &&
+        !std::filesystem::is_directory(mPath)) {
+        throw ToolError(mPath + ": is no regular file; keep the stream in one and replay that");
+    }
+    BurstFile file(mPath);
+    BurstScanner scanner(sink);
+    std::vector<uint8_t> chunk(size_t{1} << 16);
+    while (scanner.burstCount() == 0) {
+        const size_t byteCount = file.read(chunk.data(), chunk.size());
+        if (byteCount == 0) {
+            file.failWithoutBursts(scanner);
+        }
+        scanner.feed(chunk.data(), byteCount);
+    }
+}
+
+ExitCode ReplayCommand::play(ReplaySession::Config config,
+                             const std::vector<std::unique_ptr<BesidePlayer>>& besides) {
+    const Library library(mLibraryPath);
+    BurstFile file(mPath);
+    std::optional<ReportFile> page;
+    std::optional<ReplayRecorder> recorder;
+    if (!mReportPath.empty()) {
+        page.emplace(mReportPath);
+        recorder.emplace(ReplayRecorder::Config{.rateHz = mFormat.rateHz,
+                                                .bits = mFormat.bits,
+                                                .tunnelChannels = mFormat.channelCount,
+                                                .clockId = mClockId,
+                                                .tunnelGain = mGain});
+        config.writer.recorder = &*recorder;
+    }
+    std::unique_ptr<AudioWriter> writer;
+    if (!mOutputPath.empty()) {
+        writer = std::make_unique<AudioWriter>(mOutputPath, mFormat.rateHz, mFormat.bits);
+    }
+    SyncTrack track;
+    SoundCard card(mFormat.rateHz, mFormat.bits, writer.get(), config.writer.recorder);
+    ReplayReport::Figures figures{.path = mPath};
+    try {
+        ReplaySession session(library, file, card, besides, track, config);
+        session.start();
+        waitForEnd(session, card, track);
+        figures.elapsedNs = session.elapsedNs();
+        session.stop(Interrupt::signalNumber() != 0);
+        figures.byteCount = session.writtenByteCount();
+        if (!session.failure().empty() || !card.failure().empty()) {
+            throw ToolError(session.failure().empty() ? card.failure() : session.failure());
+        }
+        if (writer) {
+            writer->finish();
+        }
+    } catch (const ToolError&) {
+        if (writer) {
+            writer->abandon();
+        }
+        throw;
+    }
+    figures.playedFrameCount = card.frameCount();
+    figures.shortBlockCount = card.shortBlockCount();
+    figures.underrunCount = card.underrunCount();
+    const SyncBounds bounds = SyncBounds::fromProperties();
+    ReplayReport(track, bounds, mFormat, figures)
+        .print(mIsJson  ? ReplayReport::Form::JSON
+               : mIsCsv ? ReplayReport::Form::CSV
+                        : ReplayReport::Form::TEXT,
+               mIsSummaryOnly);
+    if (!mSvgPath.empty()) {
+        const std::string name = std::filesystem::path(mPath).filename().string();
+        LeadChart(track, bounds, "Audio lead of " + name).write(mSvgPath);
+    }
+    if (page) {
+        page->write(ReplayPage(track, bounds, mFormat, figures, *recorder).page().html());
+    }
+    return exitCodeNow();
+}
+
+void ReplayCommand::waitForEnd(const ReplaySession& session, const SoundCard& card,
+                               const SyncTrack& track) const {
+    const bool isShown = !mIsQuiet && isatty(STDERR_FILENO) != 0;
+    auto nextLine = std::chrono::steady_clock::now();
+    while (session.isRunning() && Interrupt::signalNumber() == 0 && card.failure().empty()) {
+        std::this_thread::sleep_for(kPollInterval);
+        if (isShown && std::chrono::steady_clock::now() >= nextLine) {
+            nextLine += kRewriteInterval;
+            const SyncDecision latest = track.latest();
+            const double leadMs =
+                latest.hasClock ? static_cast<double>(latest.leadNs()) / 1e6 : 0.0;
+            fprintf(stderr, "\rreplaying, %.1f s, audio lead %+.1f ms   ",
+                    static_cast<double>(session.elapsedNs()) / 1e9, leadMs);
+            fflush(stderr);
+        }
+    }
+    if (isShown) {
+        fprintf(stderr, "\r%60s\r", "");
+    }
+}
+
+}  // namespace android

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tools/audio/AudioWriter.h"
+#include "tools/audio/PcmFormat.h"
+#include "tools/process/ToolError.h"
+#include "tools/replay/ReplaySession.h"
+#include "tools/report/ReplayReport.h"
+
+namespace android {
+
+/** streamproxy hwsync replay FILE: plays a burst stream against the software clock. */
+class ReplayCommand {
+public:
+    explicit ReplayCommand(CLI::App& parent);
+
+    bool isChosen() const { return mCommand->parsed(); }
+    /** The exit code; throws ToolError. */
+    ExitCode run();
+
+private:
+    void addClockOptions();
+    void addOutputOptions();
+    void setProperties() const;
+    ReplaySession::Config sessionConfig() const;
+    std::vector<std::unique_ptr<BesidePlayer>> openBesides() const;
+    void checkOutputs() const;
+    /** Throws ToolError when the file holds no burst. */
+    void checkBursts() const;
+    ExitCode play(ReplaySession::Config config,
+                  const std::vector<std::unique_ptr<BesidePlayer>>& besides);
+    void waitForEnd(const ReplaySession& session, const SoundCard& card,
+                    const SyncTrack& track) const;
+
+    CLI::App* mCommand;
+    std::string mPath;
+    PcmFormat mFormat;
+    std::string mOffset = "0";
+    std::string mDrift = "0";
+    std::vector<std::string> mEvents;
+    std::string mScriptPath;
+    std::string mLatency = "0";
+    std::string mLatencyOffset = "0";
+    std::string mDuration;  // empty: to the end
+    uint32_t mClockId = 1;
+    std::string mPolicy[4];  // empty: as the properties say
+    float mGain = 1.0f;
+    std::vector<std::string> mBesides;
+    std::string mOutputPath;
+    std::string mSvgPath;
+    std::string mReportPath;
+    std::string mLibraryPath;
+    std::string mPropertiesPath;
+    std::string mLogLevel = "error";
+    bool mIsSummaryOnly = false;
+    bool mIsJson = false;
+    bool mIsCsv = false;
+    bool mIsQuiet = false;
+};
+
+}  // namespace android

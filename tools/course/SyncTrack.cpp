@@ -1,0 +1,125 @@
+#include "tools/course/SyncTrack.h"
+
+#include <cutils/properties.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace android {
+
+namespace {
+
+constexpr uint64_t kNsPerMs = 1'000'000;
+
+int64_t propertyMs(const char* name, int64_t defaultMs) {
+    char value[PROPERTY_VALUE_MAX] = {};
+    if (property_get(name, value, nullptr) < 1) {
+        return defaultMs;
+    }
+    const auto valueMs = static_cast<int>(std::strtol(value, nullptr, 10));
+    // The policy compares without sign: nothing reaches a negative bound.
+    return valueMs >= 0 ? valueMs : INT64_MAX / 2;
+}
+
+}  // namespace
+
+const char* SyncDecision::name() const {
+    switch (kind) {
+        case Kind::NONE:
+            return "none";
+        case Kind::ANCHOR:
+            return "re-anchor";
+        case Kind::SILENCE:
+            return "silence";
+        case Kind::DROP:
+            return "drop";
+        case Kind::FREE_RUN:
+            return "free-run";
+    }
+    return "";
+}
+
+SyncBounds SyncBounds::fromProperties() {
+    const SyncBounds defaults;
+    return {.audioThresholdMs =
+                propertyMs("vendor.audio.hwsync.alead.threshold", defaults.audioThresholdMs),
+            .audioUpperMs = propertyMs("vendor.audio.hwsync.alead.upper", defaults.audioUpperMs),
+            .videoThresholdMs =
+                propertyMs("vendor.audio.hwsync.vlead.threshold", defaults.videoThresholdMs),
+            .videoUpperMs = propertyMs("vendor.audio.hwsync.vlead.upper", defaults.videoUpperMs)};
+}
+
+bool SyncBounds::tolerate(const SyncDecision& decision) const {
+    const auto leadMs =
+        static_cast<int64_t>(decision.ptsNs / kNsPerMs - decision.clockNs / kNsPerMs);
+    return leadMs <= audioThresholdMs && leadMs >= -videoThresholdMs;
+}
+
+void SyncTrack::addDecision(const SyncDecision& decision) {
+    const std::lock_guard<std::mutex> lock(mLock);
+    mDecisions.push_back(decision);
+}
+
+void SyncTrack::addEvent(const SyncEvent& event) {
+    const std::lock_guard<std::mutex> lock(mLock);
+    mEvents.push_back(event);
+}
+
+void SyncTrack::addDropped(int64_t byteCount) {
+    const std::lock_guard<std::mutex> lock(mLock);
+    mDroppedByteCount += byteCount;
+}
+
+void SyncTrack::addSilence(int64_t byteCount) {
+    const std::lock_guard<std::mutex> lock(mLock);
+    mSilenceByteCount += byteCount;
+}
+
+void SyncTrack::addMissed(int64_t byteCount) {
+    const std::lock_guard<std::mutex> lock(mLock);
+    mMissedByteCount += byteCount;
+}
+
+size_t SyncTrack::count(SyncDecision::Kind kind) const {
+    return static_cast<size_t>(
+        std::count_if(mDecisions.begin(), mDecisions.end(),
+                      [kind](const SyncDecision& decision) { return decision.kind == kind; }));
+}
+
+std::vector<Excursion> SyncTrack::excursions(const SyncBounds& bounds) const {
+    std::vector<Excursion> all;
+    bool isOutside = false;
+    for (const SyncDecision& decision : mDecisions) {
+        if (!decision.hasClock) {
+            continue;
+        }
+        const bool wasOutside = isOutside;
+        isOutside = !bounds.tolerate(decision);
+        if (isOutside && !wasOutside) {
+            const auto next = std::find_if(
+                mEvents.begin(), mEvents.end(),
+                [&](const SyncEvent& event) { return event.timeNs > decision.timeNs; });
+            all.push_back({.beginNs = decision.timeNs,
+                           .endNs = decision.timeNs,
+                           .worstLeadNs = decision.leadNs(),
+                           .isOver = false,
+                           .eventIndex = next - mEvents.begin() - 1});
+        }
+        if (isOutside || wasOutside) {
+            Excursion& excursion = all.back();
+            excursion.endNs = decision.timeNs;
+            excursion.isOver = !isOutside;
+            if (isOutside && std::abs(decision.leadNs()) > std::abs(excursion.worstLeadNs)) {
+                excursion.worstLeadNs = decision.leadNs();
+            }
+        }
+    }
+    return all;
+}
+
+SyncDecision SyncTrack::latest() const {
+    const std::lock_guard<std::mutex> lock(mLock);
+    return mDecisions.empty() ? SyncDecision{} : mDecisions.back();
+}
+
+}  // namespace android

@@ -1,0 +1,60 @@
+#include "tools/mix/MixRecorder.h"
+
+namespace android {
+
+MixRecorder::MixRecorder(const std::vector<MixInput*>& inputs, const Config& config)
+    : mConfig(config),
+      mMix({.rateHz = config.rateHz, .channelCount = 2, .bits = config.bits}),
+      mBlocks(blockFrames(config.rateHz)) {
+    for (const MixInput* input : inputs) {
+        const Handover& handover = input->handover;
+        mInputs.push_back(
+            std::make_unique<InputTrack>(Envelope::Format{.rateHz = handover.config.sample_rate,
+                                                          .channelCount = handover.channelCount,
+                                                          .bits = handover.sampleBytes() * 8}));
+        mInputs.back()->audio().seek(
+            -framesAtRate(config.preRollFrames, config.rateHz, handover.config.sample_rate));
+    }
+}
+
+void MixRecorder::beginBlock(int64_t blockStart, int64_t frameCount) {
+    mIsInBlock = blockStart >= mConfig.preRollFrames;
+    if (mIsInBlock) {
+        mBlocks.begin(secondsOf(blockStart), frameCount);
+    }
+}
+
+void MixRecorder::endBlock() {
+    if (mIsInBlock) {
+        mBlocks.end();
+        mIsInBlock = false;
+    }
+}
+
+MixRecorder::Wait::Wait(MixRecorder* recorder, const FeedBoard& board, int64_t mixedFrames)
+    : mRecorder(recorder) {
+    if (mRecorder == nullptr) {
+        return;
+    }
+    for (size_t index = 0; index < mRecorder->mInputs.size(); ++index) {
+        const FeedBoard::Input input = board.input(index);
+        if (!input.isPaused && input.writtenFrames < input.demandFrames) {
+            mUnfed.push_back(index);
+        }
+    }
+    mTimeSec = mRecorder->secondsOf(mixedFrames);
+    mBeginNs = InputTrack::nowNs();
+}
+
+MixRecorder::Wait::~Wait() {
+    if (mRecorder == nullptr) {
+        return;
+    }
+    // Others may have lacked a write that was under way: those are there at once.
+    for (const size_t index : mUnfed) {
+        InputTrack& track = mRecorder->input(index);
+        track.addDelay(mTimeSec, track.lastWriteNs() - mBeginNs);
+    }
+}
+
+}  // namespace android

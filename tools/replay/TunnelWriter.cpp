@@ -1,0 +1,151 @@
+#include "tools/replay/TunnelWriter.h"
+
+#include <algorithm>
+
+#include "tools/process/ToolError.h"
+#include "tools/replay/ClockEvent.h"
+
+namespace android {
+
+namespace {
+
+constexpr size_t kChunkByteCount = size_t{256} << 10;
+// A write waits for room for a second; a tenth of that in one write is never lost.
+constexpr int kMaxPiecesPerSec = 10;
+
+}  // namespace
+
+TunnelWriter::TunnelWriter(const Library& library, audio_proxy_stream_t* stream, BurstFile& file,
+                           const sp<AVSyncClock>& clock, SyncTrack& track, const Config& config)
+    : mLibrary(library),
+      mStream(stream),
+      mFile(file),
+      mClock(clock),
+      mTrack(track),
+      mConfig(config),
+      mScanner(*this),
+      mIsOffsetDue(config.offsetNs != 0) {}
+
+bool TunnelWriter::isOver() const {
+    const int64_t elapsedNs = systemTime(SYSTEM_TIME_MONOTONIC) - mStartNs;
+    return mIsStopped.load(std::memory_order_relaxed) ||
+           (mConfig.maxNs > 0 && elapsedNs >= mConfig.maxNs);
+}
+
+void TunnelWriter::run(nsecs_t startNs) {
+    mStartNs = startNs;
+    TunnelLog log;
+    std::vector<uint8_t> chunk(kChunkByteCount);
+    while (const size_t byteCount = mFile.read(chunk.data(), chunk.size())) {
+        {
+            const TunnelLog::Mute mute;
+            mScanner.feed(chunk.data(), byteCount);
+        }
+        for (size_t done = 0; done < byteCount;) {
+            if (isOver()) {
+                return;
+            }
+            const size_t piece = pieceOf(byteCount - done, mByteCount);
+            writePiece(chunk.data() + done, piece, log);
+            done += piece;
+        }
+    }
+}
+
+size_t TunnelWriter::pieceOf(size_t byteCount, uint64_t offset) const {
+    const size_t limit = size_t{mConfig.format.rateHz} / kMaxPiecesPerSec;
+    size_t piece = std::min(byteCount, limit * mConfig.format.frameBytes());
+    const auto next = std::find_if(mPending.begin(), mPending.end(),
+                                   [offset](const Burst& burst) { return burst.offset > offset; });
+    if (next != mPending.end()) {
+        piece = static_cast<size_t>(std::min<uint64_t>(piece, next->offset - offset));
+    }
+    return piece;
+}
+
+void TunnelWriter::writePiece(const uint8_t* bytes, size_t byteCount, TunnelLog& log) {
+    if (mConfig.recorder != nullptr) {
+        mConfig.recorder->beginWrite();
+    }
+    const nsecs_t beginNs = systemTime(SYSTEM_TIME_MONOTONIC);
+    const int written = mLibrary.writeStream(mStream, bytes, byteCount);
+    if (written < 0 || static_cast<size_t>(written) != byteCount) {
+        throw ToolError(mFile.path() + ": the library takes " + std::to_string(written) + " of " +
+                        std::to_string(byteCount) + " bytes at offset " +
+                        std::to_string(mByteCount) + "; see its log with --log debug");
+    }
+    mByteCount += byteCount;
+    const std::vector<TunnelLog::Line> lines = log.take();
+    for (const TunnelLog::Line& line : lines) {
+        if (line.kind == TunnelLog::Line::Kind::DROPPED) {
+            mTrack.addDropped(line.byteCount);
+        } else if (line.kind == TunnelLog::Line::Kind::SILENCE) {
+            mTrack.addSilence(line.byteCount);
+        } else if (line.kind == TunnelLog::Line::Kind::MISSED) {
+            mTrack.addMissed(line.byteCount);
+        }
+    }
+    const bool hasBurst = !mPending.empty() && mPending.front().headerEnd() <= mByteCount;
+    if (mConfig.recorder != nullptr) {
+        mConfig.recorder->noteWrite({.bytes = bytes,
+                                     .byteCount = byteCount,
+                                     .offset = mByteCount - byteCount,
+                                     .burst = hasBurst ? &mPending.front() : nullptr,
+                                     .lines = lines});
+    }
+    if (hasBurst) {
+        note(mPending.front(), beginNs, lines);
+        mPending.pop_front();
+    }
+}
+
+SyncDecision TunnelWriter::decisionOf(const Burst& burst, nsecs_t beginNs) {
+    // Without a look at the clock there was no decision.
+    SyncDecision decision;
+    decision.timeNs = beginNs - mStartNs;
+    decision.burstIndex = burst.index;
+    decision.ptsNs = burst.ptsNs;
+    decision.kind = SyncDecision::Kind::FREE_RUN;
+    for (const AVSyncRecord& record : mClock->takeRecords()) {
+        if (record.call == AVSyncCall::kStart || record.call == AVSyncCall::kResume) {
+            mIsStarting = true;
+        } else if (record.call == AVSyncCall::kGetSyncPts) {
+            decision.kind = SyncDecision::Kind::NONE;
+            decision.timeNs = record.timeNs - mStartNs;
+            decision.clockNs = record.valueNs;
+            decision.hasClock = !mIsStarting;
+        } else if (record.call == AVSyncCall::kUpdateAudioPts) {
+            decision.kind = SyncDecision::Kind::ANCHOR;
+            mIsStarting = false;
+        }
+    }
+    return decision;
+}
+
+void TunnelWriter::note(const Burst& burst, nsecs_t beginNs,
+                        const std::vector<TunnelLog::Line>& lines) {
+    SyncDecision decision = decisionOf(burst, beginNs);
+    for (const TunnelLog::Line& line : lines) {
+        if (line.kind == TunnelLog::Line::Kind::SILENCE) {
+            decision.kind = SyncDecision::Kind::SILENCE;
+            decision.correctionMs = line.ms;
+        } else if (line.kind == TunnelLog::Line::Kind::DROP) {
+            decision.kind = SyncDecision::Kind::DROP;
+            decision.correctionMs = line.ms;
+        }
+    }
+    mTrack.addDecision(decision);
+    if (mIsOffsetDue && decision.kind == SyncDecision::Kind::ANCHOR) {
+        applyOffset();
+    }
+}
+
+void TunnelWriter::applyOffset() {
+    mIsOffsetDue = false;
+    ClockEvent event;
+    event.jumpNs = mConfig.offsetNs;
+    const nsecs_t timeNs = systemTime(SYSTEM_TIME_MONOTONIC) - mStartNs;
+    mTrack.addEvent({.timeNs = timeNs, .text = "offset, " + event.applyTo(*mClock)});
+}
+
+}  // namespace android

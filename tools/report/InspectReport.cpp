@@ -1,0 +1,205 @@
+#include "tools/report/InspectReport.h"
+
+#include <algorithm>
+#include <cinttypes>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "tools/process/ToolError.h"
+
+namespace android {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+const char* nameOf(hw_sync_mode_t mode) {
+    return mode == HW_SYNC_MODE_FREE_RUN ? "free-run" : "av-sync";
+}
+
+std::string joined(const std::vector<const char*>& words, const char* separator) {
+    std::string text;
+    for (const char* word : words) {
+        text += (text.empty() ? "" : separator) + std::string(word);
+    }
+    return text;
+}
+
+/** File names may hold any bytes. */
+std::string printed(const Json& json) {
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+double ms(int64_t ns) {
+    return static_cast<double>(ns) / 1e6;
+}
+
+}  // namespace
+
+void InspectReport::onGarbage(uint64_t offset, uint64_t byteCount) {
+    mTally.addGarbage(byteCount);
+    if (mTally.burstCount() == 0) {
+        mHasLeadingGarbage = true;
+        mLeadingGarbageByteCount = byteCount;
+        return;
+    }
+    printGarbage(offset, byteCount);
+}
+
+void InspectReport::onBurst(const Burst& burst) {
+    const BurstTally::Finding finding = mTally.add(burst);
+    if (!mHasBegun) {
+        begin();
+    }
+    if (mConfig.isSummaryOnly) {
+        return;
+    }
+    if (mConfig.form == Form::JSON) {
+        printJsonBurst(burst, finding);
+    } else {
+        printBurst(burst, finding);
+    }
+}
+
+void InspectReport::begin() {
+    mHasBegun = true;
+    if (mConfig.form == Form::JSON) {
+        printf("{\"file\":%s", printed(mConfig.path).c_str());
+        printf("%s", mConfig.isSummaryOnly ? "" : ",\"rows\":[");
+    } else if (!mConfig.isSummaryOnly) {
+        printf("%s", mConfig.form == Form::CSV
+                         ? "kind,index,offset,header_bytes,bytes,mode,timestamp_ns,step_ns,"
+                           "expected_step_ns,payload_offset,notes\n"
+                         : "      offset   burst  mode       payload   timestamp s     step ms  "
+                           "expected ms\n");
+    }
+    if (mHasLeadingGarbage) {
+        printGarbage(0, mLeadingGarbageByteCount);
+    }
+}
+
+void InspectReport::printBurst(const Burst& burst, const BurstTally::Finding& finding) const {
+    if (mConfig.form == Form::CSV) {
+        printf("burst,%" PRIu64 ",%" PRIu64 ",%" PRIu64 ",%u,%s,%" PRIu64 ",", burst.index,
+               burst.offset, burst.headerByteCount, burst.payloadByteCount, nameOf(burst.mode),
+               burst.ptsNs);
+        if (finding.hasStep) {
+            printf("%" PRId64 ",%" PRId64, finding.stepNs, finding.expectedNs);
+        } else {
+            printf(",");
+        }
+        printf(",%u,%s\n", burst.payloadOffset, joined(finding.notes, ";").c_str());
+        return;
+    }
+    printf("%12" PRIu64 "  %6" PRIu64 "  %-8s %10u  %12.6f", burst.offset, burst.index,
+           nameOf(burst.mode), burst.payloadByteCount, static_cast<double>(burst.ptsNs) / 1e9);
+    if (finding.hasStep) {
+        printf("  %10.3f  %11.3f", ms(finding.stepNs), ms(finding.expectedNs));
+    }
+    printf("%s%s\n", finding.notes.empty() ? "" : "  ", joined(finding.notes, ", ").c_str());
+}
+
+void InspectReport::printJsonRow(const std::string& row) {
+    printf("%s\n%s", mHasRow ? "," : "", row.c_str());
+    mHasRow = true;
+}
+
+void InspectReport::printJsonBurst(const Burst& burst, const BurstTally::Finding& finding) {
+    Json row = {{"kind", "burst"},
+                {"index", burst.index},
+                {"offset", burst.offset},
+                {"header_bytes", burst.headerByteCount},
+                {"bytes", burst.payloadByteCount},
+                {"mode", nameOf(burst.mode)},
+                {"timestamp_ns", burst.ptsNs}};
+    if (finding.hasStep) {
+        row["step_ns"] = finding.stepNs;
+        row["expected_step_ns"] = finding.expectedNs;
+    }
+    row["payload_offset"] = burst.payloadOffset;
+    row["notes"] = finding.notes;
+    printJsonRow(printed(row));
+}
+
+void InspectReport::printGarbage(uint64_t offset, uint64_t byteCount) {
+    if (mConfig.isSummaryOnly) {
+        return;
+    }
+    switch (mConfig.form) {
+        case Form::TEXT:
+            printf("%12" PRIu64 "          garbage  %10" PRIu64 "\n", offset, byteCount);
+            break;
+        case Form::JSON:
+            printJsonRow(printed({{"kind", "garbage"}, {"offset", offset}, {"bytes", byteCount}}));
+            break;
+        case Form::CSV:
+            printf("garbage,,%" PRIu64 ",,%" PRIu64 ",,,,,,\n", offset, byteCount);
+            break;
+    }
+}
+
+void InspectReport::finish(const BurstScanner& scanner) {
+    mTally.finish(scanner);
+    switch (mConfig.form) {
+        case Form::TEXT:
+            printTextSummary();
+            break;
+        case Form::JSON:
+            printJsonSummary();
+            break;
+        case Form::CSV:
+            printCsvSummary();
+            break;
+    }
+    if (fflush(stdout) != 0 || ferror(stdout)) {
+        throw ToolError("standard output: writing failed; make room or choose another place");
+    }
+}
+
+void InspectReport::printTextSummary() const {
+    const BurstTally& tally = mTally;
+    if (!mConfig.isSummaryOnly) {
+        printf("\n");
+    }
+    printf("%s: %" PRIu64 " bytes, %" PRIu64 " bursts (%" PRIu64 " free-run)\n",
+           mConfig.path.c_str(), tally.byteCount(), tally.burstCount(), tally.freeRunCount());
+    printf("  %" PRIu64 " bytes of payload, %.3f s; timestamps from %.3f to %.3f s\n",
+           tally.payloadByteCount(), static_cast<double>(tally.durationNs()) / 1e9,
+           static_cast<double>(tally.firstPtsNs()) / 1e9,
+           static_cast<double>(tally.lastPtsNs()) / 1e9);
+    printf("  steps differ from the payload's duration by %.3f ms at most\n",
+           ms(tally.maxStepErrorNs()));
+    bool isRegular = true;
+    for (const auto& [name, count] : tally.irregularities()) {
+        if (count > 0) {
+            printf("  %10" PRIu64 " %s\n", count, name);
+            isRegular = false;
+        }
+    }
+    printf("%s", isRegular ? "  nothing irregular\n" : "");
+    if (tally.wrongStepCount() > tally.burstCount() / 2) {
+        printf("  Most steps are off: are --rate, --channels and --format those of the payload?\n");
+    }
+}
+
+void InspectReport::printJsonSummary() const {
+    Json summary;
+    for (const auto& [name, count] : mTally.counts()) {
+        summary[name] = count;
+    }
+    summary["duration_ns"] = mTally.durationNs();
+    printf("%s,\"summary\":%s}\n", mConfig.isSummaryOnly ? "" : "\n]", printed(summary).c_str());
+}
+
+// With rows, counts would be lines of another shape; whoever wants them asks for them.
+void InspectReport::printCsvSummary() const {
+    if (!mConfig.isSummaryOnly) {
+        return;
+    }
+    printf("name,value\n");
+    for (const auto& [name, count] : mTally.counts()) {
+        printf("%s,%" PRIu64 "\n", name, count);
+    }
+}
+
+}  // namespace android

@@ -1,0 +1,86 @@
+#include "tools/report/MixJson.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "tools/process/ToolError.h"
+#include "tools/text/Decibels.h"
+
+namespace android {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr double kNsPerSec = 1e9;
+
+/** Null for silence, of which JSON can't say the decibels. */
+Json dbfsOf(double level) {
+    return level > 0.0 ? Json(decibelsOf(level)) : Json();
+}
+
+Json textOrNull(const std::string& text) {
+    return text.empty() ? Json() : Json(text);
+}
+
+Json jsonOf(const MixInput& input, const FeedBoard::Input& state, const MixCycle& cycle,
+            size_t index) {
+    Json gainChanges = Json::array();
+    for (const GainChange& change : input.spec.gainChanges) {
+        gainChanges.push_back(
+            {{"time_ns", std::llround(change.timeSec * kNsPerSec)}, {"gain", change.gain}});
+    }
+    return {{"file", input.spec.path},
+            {"description", input.reader->describe()},
+            {"rate_hz", input.reader->rateHz()},
+            {"channels", input.reader->channelCount()},
+            {"gain", input.spec.gain},
+            {"balance", input.spec.balance},
+            {"gain_changes", gainChanges},
+            {"start_ns", std::llround(input.spec.startSec * kNsPerSec)},
+            {"written_frames", input.audioFramesOf(state.writtenFrames)},
+            {"heard_frames", cycle.heardFrames(index)},
+            {"max_lost_frames", cycle.maxLostFrames(index)},
+            {"short_writes", state.shortWriteCount},
+            {"peak_dbfs", dbfsOf(input.peak())},
+            {"clipped_samples", input.source.clippedCount()}};
+}
+
+}  // namespace
+
+void MixJson::print(std::chrono::nanoseconds elapsed) const {
+    const MixCycle& cycle = mSession.cycle();
+    const Levels levels = mMix.meter().total();
+    const double audioSec = static_cast<double>(levels.frameCount) / mTarget.rateHz;
+    Json document;
+    document["inputs"] = Json::array();
+    for (size_t index = 0; index < mInputs.size(); ++index) {
+        document["inputs"].push_back(
+            jsonOf(*mInputs[index], mSession.board().input(index), cycle, index));
+    }
+    document["output"] = {{"file", textOrNull(mTarget.path)},
+                          {"device", textOrNull(mTarget.device)},
+                          {"rate_hz", mTarget.rateHz},
+                          {"channels", Levels::kChannels},
+                          {"bits", mTarget.bits}};
+    document["summary"] = {
+        {"frames", levels.frameCount},
+        {"duration_ns", std::llround(audioSec * kNsPerSec)},
+        {"blocks", cycle.blockCount()},
+        {"short_blocks", cycle.shortBlockCount()},
+        {"peak_dbfs", dbfsOf(levels.peak())},
+        {"rms_dbfs", dbfsOf(levels.rms())},
+        {"clipped_samples", levels.clippedCount},
+        {"underruns", mMix.underrunCount()},
+        {"elapsed_ns", elapsed.count()},
+        {"speed", audioSec * kNsPerSec / std::max(static_cast<double>(elapsed.count()), 1e3)}};
+    // File names may hold any bytes.
+    printf("%s\n", document.dump(1, ' ', false, Json::error_handler_t::replace).c_str());
+    if (fflush(stdout) != 0 || ferror(stdout)) {
+        throw ToolError("standard output: writing failed; make room or choose another place");
+    }
+}
+
+}  // namespace android
