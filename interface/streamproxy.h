@@ -45,6 +45,27 @@
 #define STREAMPROXY_API
 #endif
 
+/** The version of the library that this header belongs to. */
+#define STREAMPROXY_VERSION_MAJOR 0
+#define STREAMPROXY_VERSION_MINOR 1
+#define STREAMPROXY_VERSION_PATCH 0
+
+/** Sample formats. A 32-bit sample is Q4.27: full scale is 1 << 27. */
+#define STREAMPROXY_FORMAT_PCM_16_BIT 0x1U
+#define STREAMPROXY_FORMAT_PCM_32_BIT 0x3U
+
+/** Channel masks. Every output is stereo. */
+#define STREAMPROXY_CHANNEL_MASK_MONO 0x1U
+#define STREAMPROXY_CHANNEL_MASK_STEREO 0x3U
+
+/** Flags of a stream: it carries HW-sync bursts, headers with timestamps before their PCM. */
+#define STREAMPROXY_FLAG_HW_AV_SYNC 0x40U
+
+/** Limits of a stream and of an output. */
+#define STREAMPROXY_MIN_SAMPLE_RATE 4000U
+#define STREAMPROXY_MAX_SAMPLE_RATE 768000U
+#define STREAMPROXY_MAX_CHANNEL_COUNT 8U
+
 /** A stream or an output. The library copies it during the call. Native byte order, 16 bytes. */
 typedef struct audio_proxy_config_t {
     uint32_t sample_rate;  /**< Hz */

@@ -4,6 +4,7 @@
 #include <cerrno>
 
 #include "android/log.h"
+#include "interface/streamproxy.h"
 #include "processor/VolumeMixer.h"
 #include "stream/ConversionChain.h"
 #include "stream/DumpText.h"
@@ -19,8 +20,8 @@ constexpr uint32_t kDefaultSampleRate = 44100;
 constexpr nsecs_t kCallbackPatienceNs = 200'000'000;
 // The rates between which the resampler converts: at others a stream could not follow a change of
 // the mix, and would play its former rate into it.
-constexpr uint32_t kMinSampleRate = 4000;
-constexpr uint32_t kMaxSampleRate = 768000;
+constexpr uint32_t kMinSampleRate = STREAMPROXY_MIN_SAMPLE_RATE;
+constexpr uint32_t kMaxSampleRate = STREAMPROXY_MAX_SAMPLE_RATE;
 
 /** About 20 ms. At 44100 Hz a cycle is 900 frames. */
 uint32_t framesPerCycle(uint32_t sampleRate) {
