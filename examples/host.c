@@ -14,7 +14,7 @@
 
 #include "streamproxy.h"
 
-enum { SECONDS = 2, BLOCKS_PER_SECOND = 50, MAX_BLOCK_FRAMES = 960 };
+enum { MIX_RATE = 48000, SECONDS = 2, BLOCKS_PER_SECOND = 50, MAX_BLOCK_FRAMES = 960 };
 
 static struct {
     audio_proxy_pipeline_t* (*create_pipeline)(void);
@@ -58,7 +58,7 @@ static void* load_all(const char* path) {
 /* The mixer thread calls this with about 20 ms of audio, and mixes on when it returns: it takes its
  * time over it, as a device would. */
 static int hear(void* file, void* buffer, size_t bytes) {
-    const struct timespec duration = {.tv_nsec = (long)(bytes / 4 * 1000000000 / 48000)};
+    const struct timespec duration = {.tv_nsec = (long)(bytes / 4 * 1000000000 / MIX_RATE)};
     thrd_sleep(&duration, NULL);
     return fwrite(buffer, 1, bytes, file) == bytes ? 0 : -1;
 }
@@ -87,8 +87,11 @@ int main(int argc, char** argv) {
     if (file == NULL) {
         die("cannot write the output");
     }
-    const audio_proxy_config_t mix = {.sample_rate = 48000, .format = 1, .channel_mask = 3};
-    const audio_proxy_config_t other = {.sample_rate = 44100, .format = 1, .channel_mask = 3};
+    audio_proxy_config_t mix = {.sample_rate = MIX_RATE,
+                                .format = STREAMPROXY_FORMAT_PCM_16_BIT,
+                                .channel_mask = STREAMPROXY_CHANNEL_MASK_STEREO};
+    audio_proxy_config_t other = mix;
+    other.sample_rate = 44100;
 
     audio_proxy_pipeline_t* const pipeline = proxy.create_pipeline();
     if (proxy.register_output(pipeline, &mix, file, &hear) != 0) {

@@ -15,9 +15,11 @@
 
 namespace {
 
-constexpr audio_proxy_config_t kMix = {48000, 1, 3, 0};     // 16-bit stereo
-constexpr audio_proxy_config_t kSource = {48000, 3, 3, 0};  // 32-bit stereo, Q4.27
-constexpr double kFullScale = 1 << 27;
+constexpr audio_proxy_config_t kMix = {48000, STREAMPROXY_FORMAT_PCM_16_BIT,
+                                       STREAMPROXY_CHANNEL_MASK_STEREO, 0};
+constexpr audio_proxy_config_t kSource = {48000, STREAMPROXY_FORMAT_PCM_32_BIT,
+                                          STREAMPROXY_CHANNEL_MASK_STEREO, 0};
+constexpr double kFullScale = 1 << 27;  // of a 32-bit sample
 constexpr size_t kBlockFrames = 960;
 
 /** Hears the mix on the mixer's thread: keeps levels, in dB below full scale. */

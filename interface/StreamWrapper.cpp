@@ -15,6 +15,7 @@
 #include "pipeline/AudioPipeline.h"
 #include "stream/AudioStream.h"
 #include "stream/TunnelStream.h"
+#include "system/audio.h"
 #include "utils/Mutex.h"
 
 using android::AudioPipeline;
@@ -30,6 +31,12 @@ using android::TunnelStream;
 namespace {
 
 constexpr const char* kTag = "stream_wrapper";
+// A host's numbers are passed on as the platform's.
+static_assert(STREAMPROXY_FORMAT_PCM_16_BIT == AUDIO_FORMAT_PCM_16_BIT &&
+              STREAMPROXY_FORMAT_PCM_32_BIT == AUDIO_FORMAT_PCM_32_BIT &&
+              STREAMPROXY_CHANNEL_MASK_MONO == AUDIO_CHANNEL_OUT_MONO &&
+              STREAMPROXY_CHANNEL_MASK_STEREO == AUDIO_CHANNEL_OUT_STEREO &&
+              STREAMPROXY_FLAG_HW_AV_SYNC == AUDIO_OUTPUT_FLAG_HW_AV_SYNC);
 constexpr const char* kBufferProperty = "persist.vendor.hwsync.fbuffer.size";
 constexpr int kDefaultBufferFrameCount = 2000;
 // Frames. Below, no block is ever whole; above, a host that is paced by its writes fills the memory.
@@ -255,7 +262,7 @@ audio_proxy_stream_t* create_audio_proxy_stream(const audio_proxy_config_t* conf
     }
     const auto flags = static_cast<audio_output_flags_t>(config->flags);
     sp<AudioStream> stream;
-    if ((config->flags & AUDIO_OUTPUT_FLAG_HW_AV_SYNC) != 0) {
+    if ((config->flags & STREAMPROXY_FLAG_HW_AV_SYNC) != 0) {
         stream = new TunnelStream(config->sample_rate, format, config->channel_mask, flags,
                                   static_cast<uint32_t>(frameCount));
     } else {

@@ -11,24 +11,26 @@
  * first registered output fixes the mixing configuration.
  *
  * Statuses: 0 for success, otherwise a negative errno value.
- *   -EINVAL (-22)  null handle, a stream that was destroyed, a pipeline that is not the current one,
- *                  a configuration that is refused; nothing changes
- *   -ENODEV (-19)  the stream can't be played; no function answers it at present
- *   -ENOSYS (-38)  not supported by this kind of stream, or a call that is forbidden inside an
- *                  output callback; nothing changes
- *   -ENOMEM (-12)  memory is out; nothing changes unless the function says so
+ *   -EINVAL (-22)  a null handle, a destroyed stream, a pipeline that is not the current one or a
+ *                  configuration that is refused; nothing changes
+ *   -ENODEV (-19)  audio_proxy_stream_open(): another thread is destroying the stream
+ *   -ENOSYS (-38)  not supported by this kind of stream, or refused inside an output callback;
+ *                  nothing changes
+ *   -ENOMEM (-12)  out of memory; nothing changes unless the function says so
  *
- * Threads: every function may be called from any host thread. Writes to one stream come from one
- * thread at a time. Inside an output callback the audio_proxy_stream_ functions may be called; the
- * pipeline functions, create_audio_proxy_stream() and destroy_audio_proxy_stream() may not, since
- * they wait for the mixing cycle that the callback is part of: there they log an error and return
- * -ENOSYS, or null. For the same reason no thread may call those while it holds a lock that an
- * output callback takes; the audio_proxy_stream_ functions do not wait for a callback. Two of them
- * wait for frames to be mixed, which none are meanwhile: inside a callback a write into a full stream
- * and the closing of one that holds frames take their second.
+ * Threads: a line at each function says which threads may call it, how long it may block, and
+ * whether an output callback may call it.
+ *   Blocks: "a cycle" lasts until the mixing cycle in progress has ended, callbacks included. Such
+ *           calls run one after another. "no" leaves out short internal locks, and the answers of a
+ *           tunnel stream's AV-sync clock.
+ *   In a callback: a refused call would wait for the cycle that the callback is part of. It logs an
+ *           error and returns -ENOSYS or null. No thread may make such a call while it holds a lock
+ *           that an output callback takes.
+ * Nothing is mixed while a callback runs. Inside a callback, writing to a full stream or closing a
+ * non-empty one therefore blocks for its whole one-second timeout.
  *
- * Processes: when the process ends, the mixer thread is stopped and the rest is left to the system. In
- * a process that was forked from one with a pipeline there is none and none can be made.
+ * Processes: when the process ends, the library stops the mixer thread and leaves the rest to the
+ * system. A process forked from one with a pipeline has no pipeline and cannot create one.
  *
  * C sees opaque handles. C++ sees the stream interface itself.
  */
@@ -39,13 +41,13 @@
 #include <stdint.h>
 
 #if defined(__GNUC__)
-/** The function is one that the library exports. */
+/** Marks a function that the library exports. */
 #define STREAMPROXY_API __attribute__((visibility("default")))
 #else
 #define STREAMPROXY_API
 #endif
 
-/** The version of the library that this header belongs to. */
+/** The version of the library. */
 #define STREAMPROXY_VERSION_MAJOR 0
 #define STREAMPROXY_VERSION_MINOR 1
 #define STREAMPROXY_VERSION_PATCH 0
@@ -54,24 +56,25 @@
 #define STREAMPROXY_FORMAT_PCM_16_BIT 0x1U
 #define STREAMPROXY_FORMAT_PCM_32_BIT 0x3U
 
-/** Channel masks. Every output is stereo. */
+/** Channel masks. An output is stereo. A mono stream plays on the left. */
 #define STREAMPROXY_CHANNEL_MASK_MONO 0x1U
 #define STREAMPROXY_CHANNEL_MASK_STEREO 0x3U
 
-/** Flags of a stream: it carries HW-sync bursts, headers with timestamps before their PCM. */
+/** Flag of a tunnel stream: its writes carry HW-sync bursts, headers with timestamps and PCM. */
 #define STREAMPROXY_FLAG_HW_AV_SYNC 0x40U
 
-/** Limits of a stream and of an output. */
+/** Sample rates of streams and outputs, in Hz. */
 #define STREAMPROXY_MIN_SAMPLE_RATE 4000U
 #define STREAMPROXY_MAX_SAMPLE_RATE 768000U
-#define STREAMPROXY_MAX_CHANNEL_COUNT 8U
+/** Channels of a stream. An output hears the first two. */
+#define STREAMPROXY_MAX_CHANNEL_COUNT 30U
 
 /** A stream or an output. The library copies it during the call. Native byte order, 16 bytes. */
 typedef struct audio_proxy_config_t {
     uint32_t sample_rate;  /**< Hz */
-    uint32_t format;       /**< sample format: 1 = 16-bit PCM, 3 = 32-bit PCM (Q4.27) */
-    uint32_t channel_mask; /**< output channel mask: 1 = mono (left), 3 = stereo, ... */
-    uint32_t flags;        /**< output flags; 0x40 = hardware AV sync (bursts with timestamps) */
+    uint32_t format;       /**< STREAMPROXY_FORMAT_... */
+    uint32_t channel_mask; /**< STREAMPROXY_CHANNEL_MASK_...; a stream may have another */
+    uint32_t flags;        /**< output flags; STREAMPROXY_FLAG_HW_AV_SYNC for a tunnel stream */
 } audio_proxy_config_t;
 
 /**
@@ -86,11 +89,11 @@ typedef int (*audio_proxy_output_callback_t)(void* cookie, void* buffer, size_t 
 namespace android {
 class AudioPipeline;
 }
-/** The pipeline, known by its handle alone. */
+/** The pipeline, an opaque handle. */
 typedef android::AudioPipeline audio_proxy_pipeline_t;
 
-/** One stream, as the library hands it out. The exported functions below call these operations.
- *  Never delete it: destroy_audio_proxy_stream() gives it back. */
+/** One stream. The exported functions below call these operations. Never delete it: call
+ *  destroy_audio_proxy_stream(). */
 class audio_proxy_stream_t {
 public:
     /** Not for hosts. */
@@ -103,7 +106,7 @@ public:
     virtual int setDownstreamLatency(unsigned long latencyMs, long offsetMs) = 0;
     /** audio_proxy_stream_set_parameters() */
     virtual int setParameters(const char* keyValuePairs) = 0;
-    /** Whether the mixer takes frames from it: from open() or a write to pause() or close(). */
+    /** True while the mixer takes frames from it: from open() or a write to pause() or close(). */
     virtual bool isOpened() const = 0;
     /** audio_proxy_stream_open() */
     virtual int open() = 0;
@@ -113,7 +116,7 @@ public:
     virtual int resume() = 0;
     /** audio_proxy_stream_close() */
     virtual int close() = 0;
-    /** As audio_proxy_stream_write(), but a stream with AV sync has to be open. */
+    /** As audio_proxy_stream_write(), but a tunnel stream has to be open. */
     virtual int write(const void* buffer, size_t bytes) = 0;
     /** audio_proxy_stream_flush() */
     virtual int flush() = 0;
@@ -123,115 +126,165 @@ public:
 
 extern "C" {
 #else
-/** The pipeline, known by its handle alone. */
+/** The pipeline, an opaque handle. */
 typedef struct audio_proxy_pipeline_t audio_proxy_pipeline_t;
-/** A stream, known by its handle alone. */
+/** A stream, an opaque handle. */
 typedef struct audio_proxy_stream_t audio_proxy_stream_t;
 #endif
 
-/** The one pipeline, made by the first call; its mixer thread starts at once. Null only inside an
- *  output callback, in a process that was forked from one with a pipeline, or where there is no memory
- *  or no thread for it; a later call tries again. */
+/**
+ * Returns the one pipeline. The first call creates it and starts its mixer thread. Null only inside
+ * an output callback, in a process forked from one with a pipeline, or without memory or a thread
+ * for it; a later call tries again.
+ * Threads: any. Blocks: while another call blocks for a cycle. In a callback: refused.
+ */
 STREAMPROXY_API audio_proxy_pipeline_t* create_audio_proxy_pipeline(void);
 
-/** Stops the mixer thread and waits for it: no callback runs afterwards. Closes and releases every
- *  stream that was not destroyed. 0, also for null while there is no pipeline; -EINVAL: not the
- *  current pipeline. */
+/**
+ * Stops the mixer thread: no callback runs afterwards. Closes and frees every stream that was not
+ * destroyed. 0, also for null while there is no pipeline; -EINVAL: not the current pipeline.
+ * Threads: any. Blocks: a cycle. In a callback: refused.
+ */
 STREAMPROXY_API int destroy_audio_proxy_pipeline(audio_proxy_pipeline_t* pipeline);
 
-/** Writes the mixer's and every stream's state as text to `fd`. Waits for a callback in progress, at
- *  most 200 ms; a line tells of one that lasts longer. 0, also for a pipeline that is not
- *  the current one and for a descriptor that takes nothing; a broken pipe raises no SIGPIPE. */
+/**
+ * Writes the state of the mixer and of every stream as text to `fd`, with a line for a callback
+ * that lasts longer than 200 ms. 0, also for a pipeline that is not the current one and for a
+ * descriptor that takes nothing; a broken pipe raises no SIGPIPE.
+ * Threads: any. Blocks: up to 200 ms for a callback, and while `fd` does. In a callback: refused.
+ */
 STREAMPROXY_API int audio_proxy_pipeline_dump(audio_proxy_pipeline_t* pipeline, int fd);
 
 /**
- * Adds an output. The pair (cookie, callback) names it; registering the pair again changes nothing
- * and is 0. A null callback is an output that hears nothing.
+ * Adds an output, named by the pair (cookie, callback). Registering the pair again changes nothing
+ * and returns 0. An output with a null callback hears nothing.
  * -EINVAL: not the current pipeline; null config; a configuration that differs in any field from
- * the outputs already registered, or that streams can't be converted to (a rate below 4 or above
- * 768 kHz, a format other than 1 and 3, a mask other than 3). -ENOMEM: the output is not added; some
- * streams may be converted to its configuration already, and play at full volume.
+ * the outputs already registered; a rate, format or mask other than those above.
+ * -ENOMEM: the output is not added; some streams may already be converted to its configuration, and
+ * play at full volume.
+ * Threads: any. Blocks: a cycle. In a callback: refused.
  */
 STREAMPROXY_API int audio_proxy_pipeline_register_output(audio_proxy_pipeline_t* pipeline,
                                                          const audio_proxy_config_t* config,
                                                          void* cookie,
                                                          audio_proxy_output_callback_t callback);
 
-/** Removes an output; waits for the current cycle, so the callback is not running afterwards.
- *  0, also for an unknown pair; -EINVAL: not the current pipeline. */
+/**
+ * Removes an output: its callback is not running afterwards. 0, also for an unknown pair; -EINVAL:
+ * not the current pipeline.
+ * Threads: any. Blocks: a cycle. In a callback: refused.
+ */
 STREAMPROXY_API int audio_proxy_pipeline_unregister_output(audio_proxy_pipeline_t* pipeline,
                                                            void* cookie,
                                                            audio_proxy_output_callback_t callback);
 
-/** "key=value;..." pairs. Known: "set_audio_delay", the downstream latency offset of every stream
- *  in signed ms, applied by the mixer thread. 0, also for unknown keys; -EINVAL: not the current
- *  pipeline. */
+/**
+ * Takes "key=value;..." pairs. Known: "set_audio_delay", the downstream latency offset of every
+ * stream in signed ms; the mixer thread applies it. 0, also for unknown keys; -EINVAL: not the
+ * current pipeline.
+ * Threads: any. Blocks: while another call blocks for a cycle. In a callback: refused.
+ */
 STREAMPROXY_API int audio_proxy_pipeline_set_parameters(audio_proxy_pipeline_t* pipeline,
                                                         const char* keyValuePairs);
 
 /**
- * A new stream, closed. Its buffer holds as many frames as the system property
+ * Creates a closed stream. Its buffer holds as many frames as the system property
  * "persist.vendor.hwsync.fbuffer.size" says, 2000 when unset.
  * Null: null config, a format that is not PCM, no pipeline, no conversion to the mixing
- * configuration, or no memory. A stream whose buffer alone got no memory takes nothing.
+ * configuration, or no memory. If only the buffer got no memory, the stream takes nothing.
+ * Threads: any. Blocks: a cycle. In a callback: refused.
  */
 STREAMPROXY_API audio_proxy_stream_t* create_audio_proxy_stream(const audio_proxy_config_t* config);
 
-/* Every function below returns -EINVAL for a null stream and, as far as the library can still tell, for
-   one that was destroyed: the next stream may get the same handle. */
+/* Every function below returns -EINVAL for a null stream, and for a destroyed one if the library
+   can still tell: the next stream may get the same handle. */
 
-/** "key=value;..." pairs. Known to a stream with AV sync: "hw_av_sync", the id of its clock, a
- *  decimal int. 0, also for unknown keys and where no clock can be had. */
+/**
+ * Takes "key=value;..." pairs. Known to a tunnel stream: "hw_av_sync", the id of its clock, a
+ * decimal int. 0, also for unknown keys and if the platform has no such clock.
+ * Threads: any. Blocks: no. In a callback: allowed.
+ */
 STREAMPROXY_API int audio_proxy_stream_set_parameters(audio_proxy_stream_t* stream,
                                                       const char* keyValuePairs);
-/** The mixer takes frames from the stream from its next cycle on. 0; -ENOSYS: a tunnel stream got no
- *  memory, and stays closed. */
+/**
+ * The mixer takes frames from the stream from its next cycle on. 0; -ENOSYS: a tunnel stream got no
+ * memory, and stays closed.
+ * Threads: any. Blocks: no; up to 1 s while a tunnel stream is closed. In a callback: allowed.
+ */
 STREAMPROXY_API int audio_proxy_stream_open(audio_proxy_stream_t* stream);
-/** The mixer skips the stream from its next cycle on, until audio_proxy_stream_open() or a write that
- *  begins after this call. A tunnel stream's write that waits for room goes on after
- *  audio_proxy_stream_resume() too; without any of these it gives up after its second. */
+/**
+ * The mixer skips the stream from its next cycle on, until audio_proxy_stream_open() or a write
+ * that begins after this call. A tunnel stream's write that is waiting for room also goes on after
+ * audio_proxy_stream_resume(); without any of these it gives up after its second.
+ * Threads: any. Blocks: no. In a callback: allowed.
+ */
 STREAMPROXY_API int audio_proxy_stream_pause(audio_proxy_stream_t* stream);
-/** Lets the clock of a stream with AV sync run on and anchors it anew. Opens the stream only for a
- *  write that a pause has struck while it waits; otherwise the next write does, or
- *  audio_proxy_stream_open(). 0. */
+/**
+ * Lets a tunnel stream's clock run on and anchors it again. Opens the stream only for a write that
+ * was waiting when the stream was paused; otherwise the next write or audio_proxy_stream_open()
+ * opens it. 0.
+ * Threads: any. Blocks: no. In a callback: allowed.
+ */
 STREAMPROXY_API int audio_proxy_stream_resume(audio_proxy_stream_t* stream);
-/** Ends a write in progress, whose count is what was placed. Waits up to 1 s for the mixer to take
- *  frames, or for a signal, discards what is left, closes; a write that begins meanwhile ends with
- *  it. A tunnel stream begins anew with a header. */
+/**
+ * Ends a write in progress, which returns the bytes it placed. Waits until the mixer takes frames
+ * or a signal arrives, discards the rest and closes. A write that begins meanwhile ends too. A
+ * tunnel stream starts again with a header.
+ * Threads: any. Blocks: up to 1 s; not if the stream is empty. In a callback: allowed.
+ */
 STREAMPROXY_API int audio_proxy_stream_close(audio_proxy_stream_t* stream);
-/** Discards every frame that was placed and not yet mixed, in the rate converter too, and ends silence
- *  that is being inserted. A write that waits goes on with the rest of its data. */
+/**
+ * Discards every frame that was placed and not yet mixed, in the rate converter too, and ends
+ * silence that is being inserted. A waiting write goes on with the rest of its data.
+ * Threads: any. Blocks: while the mixer pulls from the stream. In a callback: allowed.
+ */
 STREAMPROXY_API int audio_proxy_stream_flush(audio_proxy_stream_t* stream);
 
 /**
- * Writes whole frames, opening the stream if it is closed. Blocks while the stream's buffer is
- * full, for about a second at most (a tunnel stream: for each run of payload and each silence), or
- * until the stream is closed or destroyed. Bytes taken (a multiple of the frame size, fewer than `bytes`
- * when the mixer did not make room), or a negative status.
+ * Writes whole frames, opening the stream if it is closed. Waits while the stream's buffer is full,
+ * until the stream is closed or destroyed. Returns the bytes taken (a multiple of the frame size,
+ * fewer than `bytes` if the mixer did not make room) or a negative status.
+ * Threads: any, one at a time. Blocks: up to 1 s; a tunnel stream up to 1 s for each run of payload
+ * and each silence. In a callback: allowed.
  */
 STREAMPROXY_API int audio_proxy_stream_write(audio_proxy_stream_t* stream, const void* buffer,
                                              size_t bytes);
 
-/** Linear gains, 0.0 to 1.0, reached by a linear ramp as long as the stream's buffer.
- *  -EINVAL: the left gain is outside the range; a right gain outside is held to it. */
+/**
+ * Sets linear gains, 0.0 to 1.0, reached by a linear ramp as long as the stream's buffer.
+ * -EINVAL: the left gain is outside the range. A right gain outside is clamped to it.
+ * Threads: any. Blocks: no. In a callback: allowed.
+ */
 STREAMPROXY_API int audio_proxy_stream_set_volume(audio_proxy_stream_t* stream, float left,
                                                   float right);
 
-/** Latency behind the output and an offset to it, both ms. -ENOSYS: not a stream with AV sync. */
+/**
+ * Sets the latency after the output and an offset to it, both in ms. -EINVAL: a negative offset
+ * larger than the latency. -ENOSYS: not a tunnel stream.
+ * Threads: any. Blocks: no. In a callback: allowed.
+ */
 STREAMPROXY_API int audio_proxy_stream_set_downstream_latency(audio_proxy_stream_t* stream,
                                                               unsigned long latencyMs,
                                                               long offsetMs);
 
-/** The stream's full buffer in microseconds, cut to whole milliseconds. */
+/**
+ * The duration of the stream's full buffer in microseconds, rounded down to whole milliseconds.
+ * Threads: any. Blocks: no. In a callback: allowed.
+ */
 STREAMPROXY_API uint32_t audio_proxy_stream_get_latency(audio_proxy_stream_t* stream);
 
-/** Writes the stream's state as text to `fd`. 0, also for a descriptor that takes nothing; a broken
- *  pipe raises no SIGPIPE. -ENOMEM: nothing is written. */
+/**
+ * Writes the stream's state as text to `fd`. 0, also for a descriptor that takes nothing; a broken
+ * pipe raises no SIGPIPE. -ENOMEM: nothing is written.
+ * Threads: any. Blocks: while `fd` does. In a callback: allowed.
+ */
 STREAMPROXY_API int audio_proxy_stream_dump(audio_proxy_stream_t* stream, int fd);
 
-/** Closes the stream and releases it; a call that another thread has under way ends safely, and the
- *  handle is invalid afterwards. -EINVAL: null, a stream that was destroyed, or there is no pipeline
- *  (nothing is touched then). */
+/**
+ * Closes the stream and frees it. The handle becomes invalid; calls in progress on other threads
+ * end safely. -EINVAL: null, a destroyed stream, or no pipeline (nothing is touched then).
+ * Threads: any. Blocks: up to 1 s, then a cycle. In a callback: refused.
+ */
 STREAMPROXY_API int destroy_audio_proxy_stream(audio_proxy_stream_t* stream);
 
 #ifdef __cplusplus

@@ -18,21 +18,19 @@ constexpr const char* kTag = "mixer_thread";
 constexpr uint32_t kDefaultSampleRate = 44100;
 // Ten blocks: no callback that plays takes so long.
 constexpr nsecs_t kCallbackPatienceNs = 200'000'000;
-// The rates between which the resampler converts: at others a stream could not follow a change of
-// the mix, and would play its former rate into it.
-constexpr uint32_t kMinSampleRate = STREAMPROXY_MIN_SAMPLE_RATE;
-constexpr uint32_t kMaxSampleRate = STREAMPROXY_MAX_SAMPLE_RATE;
 
 /** About 20 ms. At 44100 Hz a cycle is 900 frames. */
 uint32_t framesPerCycle(uint32_t sampleRate) {
     return sampleRate == 44100 ? 900 : static_cast<uint32_t>(uint64_t{sampleRate} * 20 / 1000);
 }
 
-/** Streams can be converted to this output. */
+/** Streams can be converted to this output. At a rate that the resampler refuses, a stream could not
+ *  follow a change of the mix, and would play its former rate into it. */
 bool isReachable(const AudioOutput& output) {
     return VolumeMixer::isFormatSupported(output.mFormat, output.mFormat) &&
            VolumeMixer::isChannelSupported(output.mChannelMask) &&
-           output.mSampleRate >= kMinSampleRate && output.mSampleRate <= kMaxSampleRate;
+           output.mSampleRate >= STREAMPROXY_MIN_SAMPLE_RATE &&
+           output.mSampleRate <= STREAMPROXY_MAX_SAMPLE_RATE;
 }
 
 }  // namespace

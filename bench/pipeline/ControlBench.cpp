@@ -65,7 +65,8 @@ int dumpPipeline(PacedMix& mix, size_t /*i*/) {
 }
 
 int createAndDestroy(PacedMix& /*mix*/, size_t /*i*/) {
-    constexpr audio_proxy_config_t kConfig = {48000, 1, 3, 0};
+    constexpr audio_proxy_config_t kConfig = {48000, STREAMPROXY_FORMAT_PCM_16_BIT,
+                                              STREAMPROXY_CHANNEL_MASK_STEREO, 0};
     return destroy_audio_proxy_stream(create_audio_proxy_stream(&kConfig));
 }
 

@@ -12,7 +12,8 @@
 
 namespace {
 
-constexpr audio_proxy_config_t kConfig = {48000, 1, 3, 0};
+constexpr audio_proxy_config_t kConfig = {48000, STREAMPROXY_FORMAT_PCM_16_BIT,
+                                          STREAMPROXY_CHANNEL_MASK_STEREO, 0};
 constexpr size_t kBlockFrames = 960;  // a cycle
 constexpr size_t kFrameBytes = 4;
 constexpr std::chrono::milliseconds kDeviceBuffer{40};

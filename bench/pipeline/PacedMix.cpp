@@ -6,9 +6,13 @@
 
 namespace {
 
-constexpr audio_proxy_config_t kMixConfig = {48000, 1, 3, 0};
-constexpr audio_proxy_config_t kStreamConfig = {44100, 1, 3, 0};
-constexpr audio_proxy_config_t kTunnelConfig = {48000, 1, 3, 0x40};
+constexpr audio_proxy_config_t kMixConfig = {48000, STREAMPROXY_FORMAT_PCM_16_BIT,
+                                             STREAMPROXY_CHANNEL_MASK_STEREO, 0};
+constexpr audio_proxy_config_t kStreamConfig = {44100, STREAMPROXY_FORMAT_PCM_16_BIT,
+                                                STREAMPROXY_CHANNEL_MASK_STEREO, 0};
+constexpr audio_proxy_config_t kTunnelConfig = {48000, STREAMPROXY_FORMAT_PCM_16_BIT,
+                                                STREAMPROXY_CHANNEL_MASK_STEREO,
+                                                STREAMPROXY_FLAG_HW_AV_SYNC};
 constexpr size_t kStreams = 8;
 constexpr size_t kFrameBytes = 4;
 constexpr size_t kMixBytes = 960 * kFrameBytes;  // a cycle

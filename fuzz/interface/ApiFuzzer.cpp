@@ -26,17 +26,22 @@ int hear(void* cookie, void*, size_t) {
     return cookie == nullptr ? -1 : 0;
 }
 
-/** What a call may answer: 0 or more, or a status of the header. */
+/** A call returns 0 or more, or a status of the header. */
 void expectDocumented(int status) {
     FUZZ_EXPECT(status >= 0 || status == -EINVAL || status == -ENODEV || status == -ENOSYS ||
                 status == -ENOMEM);
 }
 
 audio_proxy_config_t makeConfig(FuzzedDataProvider& data) {
-    return {data.PickValueInArray<uint32_t>({48000, 44100, 0, 1, 3999, 768001, 8000, 0xffffffff}),
-            data.PickValueInArray<uint32_t>({1, 3, 1, 0, 2, 5, 0x1000000, 0xffffffff}),
-            data.PickValueInArray<uint32_t>({3, 1, 0x3f, 0, 0xffffffff, 0x80000003}),
-            data.PickValueInArray<uint32_t>({0, 0x40, 0xffffffff})};
+    constexpr uint32_t kNarrow = STREAMPROXY_FORMAT_PCM_16_BIT;
+    return {data.PickValueInArray<uint32_t>({48000, 44100, 0, 1, STREAMPROXY_MIN_SAMPLE_RATE - 1,
+                                             STREAMPROXY_MAX_SAMPLE_RATE + 1, 8000, 0xffffffff}),
+            data.PickValueInArray<uint32_t>(
+                {kNarrow, STREAMPROXY_FORMAT_PCM_32_BIT, kNarrow, 0, 2, 5, 0x1000000, 0xffffffff}),
+            data.PickValueInArray<uint32_t>({STREAMPROXY_CHANNEL_MASK_STEREO,
+                                             STREAMPROXY_CHANNEL_MASK_MONO, 0x3f, 0, 0xffffffff,
+                                             0x80000003}),
+            data.PickValueInArray<uint32_t>({0, STREAMPROXY_FLAG_HW_AV_SYNC, 0xffffffff})};
 }
 
 void callPipeline(Host& host, FuzzedDataProvider& data) {

@@ -7,14 +7,17 @@
 #include <vector>
 
 #include "fuzz/support/Fuzzing.h"
+#include "interface/streamproxy.h"
 #include "stream/AudioStream.h"
 
 using namespace android;
 
 namespace {
 
-constexpr uint32_t kRates[] = {0,     1,     4000,  8000,  11025,  16000,  22050,     32000,
-                               44100, 48000, 88200, 96000, 192000, 768000, 0x7fffffff};
+constexpr uint32_t kMinRate = STREAMPROXY_MIN_SAMPLE_RATE;
+constexpr uint32_t kMaxRate = STREAMPROXY_MAX_SAMPLE_RATE;
+constexpr uint32_t kRates[] = {0,     1,     kMinRate, 8000,  11025,  16000,    22050,     32000,
+                               44100, 48000, 88200,    96000, 192000, kMaxRate, 0x7fffffff};
 
 struct Config {
     uint32_t rate;
@@ -65,7 +68,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t byteCount) {
     if (!from.isMixable() || !to.isMixable() || to.mask != 3 || channels == 0) {
         FUZZ_EXPECT(!isConfigured);
     } else if (ringFrames > 0) {
-        const auto isConvertible = [](uint32_t rate) { return rate >= 4000 && rate <= 768000; };
+        const auto isConvertible = [](uint32_t rate) {
+            return rate >= kMinRate && rate <= kMaxRate;
+        };
         FUZZ_EXPECT(isConfigured ==
                     (from.rate == to.rate || (isConvertible(from.rate) && isConvertible(to.rate))));
     }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "fuzz/support/Fuzzing.h"
+#include "interface/streamproxy.h"
 #include "tools/audio/AudioReader.h"
 #include "tools/audio/InputSpec.h"
 #include "tools/burst/BurstFile.h"
@@ -39,7 +40,8 @@ private:
 
 void readAudio(const std::string& path) {
     AudioReader reader(path, true);
-    FUZZ_EXPECT(reader.channelCount() > 0 && reader.rateHz() >= 4000 && reader.frameCount() > 0);
+    FUZZ_EXPECT(reader.channelCount() > 0 && reader.rateHz() >= STREAMPROXY_MIN_SAMPLE_RATE &&
+                reader.frameCount() > 0);
     std::vector<int32_t> wide(size_t{256} * reader.channelCount());
     std::vector<int16_t> narrow(wide.size());
     for (int i = 0; i < 200; ++i) {

@@ -12,7 +12,8 @@
 
 namespace {
 
-constexpr audio_proxy_config_t kStereo48k = {48000, 1, 3, 0};
+constexpr audio_proxy_config_t kStereo48k = {48000, STREAMPROXY_FORMAT_PCM_16_BIT,
+                                             STREAMPROXY_CHANNEL_MASK_STEREO, 0};
 static_assert(sizeof(audio_proxy_config_t) == 16);
 
 struct Cookie {
@@ -123,6 +124,23 @@ TEST_F(StreamWrapperTest, RefusesStreamsItCanNotMix) {
                             "-22"));
 }
 
+TEST_F(StreamWrapperTest, ConvertsEveryRateAndChannelCountWithinTheLimitsAndNoRateBeyond) {
+    constexpr uint32_t kMaxMask = 0x80000000 | ((1U << STREAMPROXY_MAX_CHANNEL_COUNT) - 1);
+    constexpr uint32_t kMin = STREAMPROXY_MIN_SAMPLE_RATE;
+    constexpr uint32_t kMax = STREAMPROXY_MAX_SAMPLE_RATE;
+    for (const auto& [rate, isTaken] :
+         {std::pair{kMin, true}, {kMax, true}, {kMin - 1, false}, {kMax + 1, false}}) {
+        const audio_proxy_config_t config = {rate, STREAMPROXY_FORMAT_PCM_32_BIT, kMaxMask, 0};
+        audio_proxy_stream_t* const stream = create_audio_proxy_stream(&config);
+        EXPECT_EQ(isTaken, stream != nullptr) << rate;
+        destroy_audio_proxy_stream(stream);
+        EXPECT_EQ(isTaken ? 0 : -EINVAL, listen(&mHeard, {rate, STREAMPROXY_FORMAT_PCM_16_BIT,
+                                                          STREAMPROXY_CHANNEL_MASK_STEREO, 0}))
+            << rate;
+        audio_proxy_pipeline_unregister_output(mPipeline, &mHeard, &count);
+    }
+}
+
 TEST_F(StreamWrapperTest, AnswersNullHandlesWithEinval) {
     for (const int status :
          {audio_proxy_stream_set_parameters(nullptr, ""), audio_proxy_stream_open(nullptr),
@@ -137,7 +155,8 @@ TEST_F(StreamWrapperTest, AnswersNullHandlesWithEinval) {
 }
 
 TEST_F(StreamWrapperTest, MakesATunnelStreamForHardwareAvSync) {
-    const audio_proxy_config_t config = {48000, 1, 3, 0x40};
+    audio_proxy_config_t config = kStereo48k;
+    config.flags = STREAMPROXY_FLAG_HW_AV_SYNC;
     audio_proxy_stream_t* const stream = create_audio_proxy_stream(&config);
     ASSERT_NE(nullptr, stream);
     EXPECT_EQ(0, audio_proxy_stream_set_downstream_latency(stream, 10, 0));
@@ -168,8 +187,9 @@ TEST_F(StreamWrapperTest, SizesTheBufferByThePropertyForEachStreamAnew) {
 }
 
 TEST_F(StreamWrapperTest, AStreamDestroyedUnderACallOutlivesItAndIsRefusedFromThenOn) {
-    for (const uint32_t flags : {0U, 0x40U}) {
-        const audio_proxy_config_t config = {48000, 1, 3, flags};
+    for (const uint32_t flags : {0U, STREAMPROXY_FLAG_HW_AV_SYNC}) {
+        audio_proxy_config_t config = kStereo48k;
+        config.flags = flags;
         audio_proxy_stream_t* const stream = create_audio_proxy_stream(&config);
         // Nobody consumes: the write waits for room.
         std::vector<uint8_t> burst(40'000);
