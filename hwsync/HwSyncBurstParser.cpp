@@ -38,13 +38,12 @@ int HwSyncBurstParser::unregisterObserver(const sp<HwSyncBurstObserver>& observe
     }
     const Mutex::Autolock turn(mTurnstile);
     const Mutex::Autolock lock(mLock);
-    for (size_t i = 0; i < mObservers.size(); ++i) {
-        if (mObservers[i] == observer) {
-            mObservers.removeAt(i);
-            return 0;
-        }
+    const auto found = std::find(mObservers.begin(), mObservers.end(), observer);
+    if (found == mObservers.end()) {
+        return -EINVAL;
     }
-    return -EINVAL;
+    mObservers.removeAt(static_cast<size_t>(found - mObservers.begin()));
+    return 0;
 }
 
 int HwSyncBurstParser::parse(const void* data, unsigned long byteCount) {
@@ -117,7 +116,7 @@ int HwSyncBurstParser::findHeader_l(void* data, unsigned long byteCount) {
     } else if (mHeader->isHwSyncHeader(window)) {
         mState = STATE_READ_HEADER;
         if (!mHeldBytes.isEmpty()) {
-            mHeader->parse(mHeldBytes.data(), mHeldBytes.byteCount());
+            (void)mHeader->parse(mHeldBytes.data(), mHeldBytes.byteCount());
             mHeldBytes.clear();
         }
         const int consumed = parseHeader_l(data, byteCount);

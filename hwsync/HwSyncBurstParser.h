@@ -29,7 +29,8 @@ public:
     ~HwSyncBurstParser() override;
 
     /** Blocks while a callback runs. 0, also for one that is registered; -EINVAL: null; -ENOMEM. */
-    int registerObserver(const sp<HwSyncBurstObserver>& observer) EXCLUDES(mTurnstile, mLock);
+    [[nodiscard]] int registerObserver(const sp<HwSyncBurstObserver>& observer)
+        EXCLUDES(mTurnstile, mLock);
     /** Blocks while a callback runs; none comes afterwards. -EINVAL: null, or not registered. */
     int unregisterObserver(const sp<HwSyncBurstObserver>& observer) EXCLUDES(mTurnstile, mLock);
 
@@ -52,10 +53,10 @@ private:
 
     // One step each, on the writer's thread: the bytes it consumed, 0 for a change of state alone,
     // or a negative status.
-    int parse_l(void* data, unsigned long byteCount);
-    int findHeader_l(void* data, unsigned long byteCount);
-    int parseHeader_l(void* data, unsigned long byteCount);
-    int parseBody_l(void* data, unsigned long byteCount);
+    [[nodiscard]] int parse_l(void* data, unsigned long byteCount);
+    [[nodiscard]] int findHeader_l(void* data, unsigned long byteCount);
+    [[nodiscard]] int parseHeader_l(void* data, unsigned long byteCount);
+    [[nodiscard]] int parseBody_l(void* data, unsigned long byteCount);
 
     void announceHeader_l();
     bool isBodyEnd_l() const { return mPayloadLength >= mBurstSize; }

@@ -33,7 +33,7 @@ public:
     virtual bool isHwSyncHeader(const char* bytes) const;
     /** Takes header bytes, and decodes them when they are complete. The bytes taken, at least 1;
      *  -1: no room for any, because the header is complete or has no store. Only reads `data`. */
-    virtual int parse(void* data, unsigned long byteCount) = 0;
+    [[nodiscard]] virtual int parse(void* data, unsigned long byteCount) = 0;
 
     /** Whether a magic of this version begins with these fewer than four bytes. */
     bool mayBeginHwSyncHeader(const char* bytes, size_t byteCount) const;
@@ -50,7 +50,7 @@ protected:
         : mAvSyncMagic(avSyncMagic), mFreeRunMagic(freeRunMagic), mHeaderSize(headerByteCount) {}
 
     /** How many of `byteCount` bytes still belong to the header; -1, logged, if there are none. */
-    int countUsable(const char* store, unsigned long byteCount) const;
+    [[nodiscard]] int countUsable(const char* store, unsigned long byteCount) const;
     /** Reads the fields that all versions share. */
     void decode(const char* store);
 

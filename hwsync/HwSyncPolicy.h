@@ -26,7 +26,8 @@ public:
      * The HwSyncDecision for a burst with the timestamp `audioPtsNs`, the clock being at
      * `syncPtsNs`. Only a fill and a drop write `durationMs`. Thread: the writer's.
      */
-    virtual int determine(unsigned long audioPtsNs, unsigned long syncPtsNs, long& durationMs) = 0;
+    [[nodiscard]] virtual int determine(unsigned long audioPtsNs, unsigned long syncPtsNs,
+                                        long& durationMs) = 0;
 };
 
 }  // namespace android

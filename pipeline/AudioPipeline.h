@@ -20,23 +20,23 @@ public:
     /** Stops and joins the worker: no callback comes any more, whoever still holds a reference. */
     void stop();
     /** The same for `limitNs` at most; false: a callback does not return. */
-    bool stopWithin(int64_t limitNs);
+    [[nodiscard]] bool stopWithin(int64_t limitNs);
 
     /** 0; otherwise why nothing can be mixed, see MixerThread. */
-    status_t initCheck();
+    [[nodiscard]] status_t initCheck();
 
     /** 1, 2, 3, … in one process. */
     static int getUniqueId();
 
     /** Each: -EINVAL for null, otherwise the mixer thread's answer. */
-    int addAudioStream(const sp<AudioStream>& stream);
+    [[nodiscard]] int addAudioStream(const sp<AudioStream>& stream);
     int removeAudioStream(const sp<AudioStream>& stream);
-    int registerOutput(const sp<AudioOutput>& output);
+    [[nodiscard]] int registerOutput(const sp<AudioOutput>& output);
     int unregisterOutput(const sp<AudioOutput>& output);
 
     /** "set_audio_delay": offset of every stream's downstream latency, in signed ms. Everything
      * else is ignored, null too. 0; -ENOMEM: the offset is not applied. */
-    int setParameters(const char* keyValuePairs);
+    [[nodiscard]] int setParameters(const char* keyValuePairs);
     int dump(int fd);
 
 private:

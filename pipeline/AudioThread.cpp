@@ -233,7 +233,7 @@ void AudioThread::handleConfigEvent() {
             case CONFIG_REMOVE_STREAM:
             case CONFIG_REGISTER_OUTPUT:
             case CONFIG_UNREGISTER_OUTPUT:
-                break;
+                break;  // it has woken the worker, which has the new lists by now
             case CONFIG_LATENCY_OFFSET:
                 handleConfigLatecyOffset_l(command->mArg1);
                 break;

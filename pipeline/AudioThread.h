@@ -29,13 +29,15 @@ namespace android {
  */
 class AudioThread : public Thread {
 public:
+    /** Only CONFIG_LATENCY_OFFSET is carried out. The others just wake the worker: what they name is
+     *  done before they are sent. */
     enum CommandCode {
         CONFIG_EXIT = 0,
         CONFIG_ADD_STREAM = 1,
         CONFIG_REMOVE_STREAM = 2,
         CONFIG_REGISTER_OUTPUT = 3,
         CONFIG_UNREGISTER_OUTPUT = 4,
-        CONFIG_LATENCY_OFFSET = 5,
+        CONFIG_LATENCY_OFFSET = 5,  // mArg1: ms
     };
 
     class Command : public RefBase {
@@ -51,20 +53,22 @@ public:
     bool threadLoop() override;
     void onFirstRef() override;
     /** What came of starting the worker: 0, or a negative errno value. */
-    status_t startStatus() const { return mStartStatus; }
+    [[nodiscard]] status_t startStatus() const { return mStartStatus; }
 
     /** Stops the worker after its cycle and waits for it; at once when it has stopped. 0. */
     virtual int exit() EXCLUDES(mLock, mCommandLock);
     /** The same for `limitNs` at most; false: the worker is still in its cycle, and will stop after
      *  it. */
-    bool exitWithin(int64_t limitNs) EXCLUDES(mLock, mCommandLock);
+    [[nodiscard]] bool exitWithin(int64_t limitNs) EXCLUDES(mLock, mCommandLock);
 
     /** Each wakes the worker and waits until it has the change, which is after a cycle in progress.
      *  0, whether or not the list changed; -EINVAL: null. No memory: std::bad_alloc, and nothing
      *  changed. */
-    virtual int addStream(sp<AudioStream> stream) EXCLUDES(mListLock, mLock, mCommandLock);
+    [[nodiscard]] virtual int addStream(sp<AudioStream> stream)
+        EXCLUDES(mListLock, mLock, mCommandLock);
     virtual int removeStream(sp<AudioStream> stream) EXCLUDES(mListLock, mLock, mCommandLock);
-    virtual int registerOutput(sp<AudioOutput> output) EXCLUDES(mListLock, mLock, mCommandLock);
+    [[nodiscard]] virtual int registerOutput(sp<AudioOutput> output)
+        EXCLUDES(mListLock, mLock, mCommandLock);
     virtual int unregisterOutput(sp<AudioOutput> output) EXCLUDES(mListLock, mLock, mCommandLock);
 
     /** The worker gives the offset (ms, 32 bits) to every stream before its next cycle. Does not
@@ -112,14 +116,14 @@ protected:
 private:
     /** Appends; false where it is listed. Throws std::bad_alloc with nothing changed. */
     template <typename T>
-    bool add_l(Vector<T*>& items, T* item) REQUIRES(mListLock);
+    [[nodiscard]] bool add_l(Vector<T*>& items, T* item) REQUIRES(mListLock);
     /** Makes the change, which says whether there was one, and waits until the worker has it; then sends
      *  the command. */
     template <typename Change>
     void announce(CommandCode code, Change change) EXCLUDES(mListLock, mLock, mCommandLock);
-    int post(const sp<Command>& command) EXCLUDES(mCommandLock);
+    [[nodiscard]] int post(const sp<Command>& command) EXCLUDES(mCommandLock);
     /** Moves what is queued to mTaken; false: nothing, or a sender is at it. */
-    bool takeCommands_l() REQUIRES(mLock) EXCLUDES(mCommandLock);
+    [[nodiscard]] bool takeCommands_l() REQUIRES(mLock) EXCLUDES(mCommandLock);
     /** Brings about a pass that looks at the queue. */
     void tellOfCommand();
     void wake();

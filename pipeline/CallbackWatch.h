@@ -32,10 +32,10 @@ public:
 
     /** Waits until the callback that is under way, if any, has lasted `patienceNs` or returns;
      *  whether it has lasted that long. */
-    bool outlasts(nsecs_t patienceNs, Visit& visit) const;
+    [[nodiscard]] bool outlasts(nsecs_t patienceNs, Visit& visit) const;
 
 private:
-    bool look(Visit& visit) const;
+    [[nodiscard]] bool look(Visit& visit) const;
 
     std::atomic<size_t> mOutput{0};
     std::atomic<nsecs_t> mStartNs{0};

@@ -52,7 +52,7 @@ public:
     /** Sleeps until the change is taken over, or nobody is working. Any control thread. */
     void waitUntilTaken(uint32_t ticket);
     /** Whether nobody is working any more, by the deadline of the monotonic clock. */
-    bool waitUntilStopped(int64_t deadlineNs);
+    [[nodiscard]] bool waitUntilStopped(int64_t deadlineNs);
 
 private:
     struct Pack {

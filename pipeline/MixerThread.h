@@ -26,7 +26,7 @@ public:
     ~MixerThread() override;
 
     /** 0; -ENOMEM: no mix buffer; or why there is no worker, a negative errno value. */
-    status_t initCheck() EXCLUDES(mLock);
+    [[nodiscard]] status_t initCheck() EXCLUDES(mLock);
 
     /** A new mixing configuration and mix buffer. For the constructor, or the holder of mLock. */
     void set(unsigned int sampleRate, audio_format_t format, unsigned int channelMask,
@@ -35,11 +35,13 @@ public:
     bool match(const sp<AudioOutput>& output) EXCLUDES(mMixLock);
 
     /** Configures the stream for the mix, then lists it. 0; -EINVAL: null; or its refusal. */
-    int addStream(sp<AudioStream> stream) override EXCLUDES(mListLock, mLock, mCommandLock);
+    [[nodiscard]] int addStream(sp<AudioStream> stream) override
+        EXCLUDES(mListLock, mLock, mCommandLock);
     int removeStream(sp<AudioStream> stream) override EXCLUDES(mListLock, mLock, mCommandLock);
     /** 0; -EINVAL: null, unlike the outputs already listed, or out of every stream's reach;
      *  -ENOMEM: for the mix or for a stream's way to it. The next output configures all anew. */
-    int registerOutput(sp<AudioOutput> output) override EXCLUDES(mListLock, mLock, mCommandLock);
+    [[nodiscard]] int registerOutput(sp<AudioOutput> output) override
+        EXCLUDES(mListLock, mLock, mCommandLock);
 
     /** Half a cycle, in whole ms. */
     int64_t computeSleepTimeNs_l() override REQUIRES(mLock);
@@ -55,8 +57,9 @@ private:
     void adopt_l(unsigned int sampleRate, audio_format_t format, unsigned int channelMask,
                  unsigned int frameCount, const sp<FrameBuffer>& mixBuffer) REQUIRES(mLock);
     PcmConfig mix() EXCLUDES(mMixLock);
-    int reconfigure_l(const sp<AudioOutput>& output) REQUIRES(mListLock) EXCLUDES(mLock);
-    int mixStreams_l() REQUIRES(mLock);
+    [[nodiscard]] int reconfigure_l(const sp<AudioOutput>& output) REQUIRES(mListLock)
+        EXCLUDES(mLock);
+    [[nodiscard]] int mixStreams_l() REQUIRES(mLock);
     void deliver_l(int frameCount) REQUIRES(mLock);
 
     uint32_t mSampleRate GUARDED_BY(mLock) = 0;  // Hz

@@ -80,7 +80,9 @@ public:
 class Crowd {
 public:
     Crowd(size_t streamCount, uint32_t rate) : mRate(rate) {
-        mPipeline->registerOutput(new SilentOutput());
+        if (mPipeline->registerOutput(new SilentOutput()) != 0) {
+            throw std::runtime_error("the pipeline refused");
+        }
         for (size_t i = 0; i < streamCount; ++i) {
             add();
         }

@@ -91,7 +91,7 @@ void cut(const Bytes& stream, const std::vector<size_t>& lengths, Write write) {
 std::vector<BurstEvent> parse(const Bytes& stream, const std::vector<size_t>& lengths) {
     const sp<HwSyncBurstParser> parser(new HwSyncBurstParser());
     const sp<Recorder> recorder(new Recorder());
-    parser->registerObserver(recorder);
+    FUZZ_EXPECT(parser->registerObserver(recorder) == 0);
     cut(stream, lengths, [&](uint8_t* data, size_t size) { return parser->parse(data, size); });
     parser->unregisterObserver(recorder);
     return recorder->events;

@@ -177,7 +177,7 @@ void act(const sp<SoakMixer>& mixer, SoakLedger& ledger, const Round& round, uin
         } else if (choice == 0) {
             slot.reset();
         } else if (choice < 4) {
-            choice % 2 == 0 ? mixer->registerOutput(spare) : mixer->unregisterOutput(spare);
+            (void)(choice % 2 == 0 ? mixer->registerOutput(spare) : mixer->unregisterOutput(spare));
         } else if (choice == 4) {
             mixer->updateLatencyOffset(static_cast<long>(random() % 20));
         } else {

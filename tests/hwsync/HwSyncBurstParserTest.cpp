@@ -46,7 +46,7 @@ public:
 struct Fixture {
     explicit Fixture(const sp<HwSyncHeaderBase>& header = new HwSyncHeaderV2)
         : parser(new HwSyncBurstParser(header)), recorder(new Recorder) {
-        parser->registerObserver(recorder);
+        EXPECT_EQ(0, parser->registerObserver(recorder));
     }
     // Writes from a block of its own, so that a sanitizer sees a read past its end.
     int write(const Bytes& bytes, size_t first, size_t end) const {

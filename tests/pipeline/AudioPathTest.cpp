@@ -189,7 +189,7 @@ TEST_F(AudioPathTest, StreamChurnAndChangesOfTheMixKeepToIt) {
         std::vector<sp<AudioStream>> passing(turn % 24);
         for (auto& stream : passing) {
             stream = makeStream(44100, AUDIO_FORMAT_PCM_16_BIT, AUDIO_CHANNEL_OUT_STEREO, 1000);
-            mMixer->addStream(stream);
+            EXPECT_EQ(OK, mMixer->addStream(stream));
             stream->write(mAudio.data(), 4000);
             mMixer->updateLatencyOffset(static_cast<long>(turn));
         }
@@ -248,7 +248,7 @@ protected:
     int callsWithin(int deliberateCall) {
         const auto play = [&](uint32_t rateHz, audio_format_t format, uint32_t mask, size_t bytes) {
             const sp<AudioStream> stream(makeStream(rateHz, format, mask, 120000));
-            mMixer->addStream(stream);
+            EXPECT_EQ(OK, mMixer->addStream(stream));
             stream->setVolume(0.5F, 0.25F);  // a ramp over all of it
             EXPECT_EQ(bytes, stream->write(mAudio.data(), bytes));
         };
@@ -257,7 +257,7 @@ protected:
         play(96000, AUDIO_FORMAT_PCM_16_BIT, AUDIO_CHANNEL_OUT_MONO, 120000 * 2);
         const sp<TrappingOutput> output(new TrappingOutput(deliberateCall));
         SyscallTrap::sCalls = 0;
-        mMixer->registerOutput(output.get());
+        EXPECT_EQ(OK, mMixer->registerOutput(output.get()));
         EXPECT_TRUE(eventually([&] { return output->mBlocks >= TrappingOutput::kLastBlock; }));
         mMixer->unregisterOutput(output.get());
         return output->mIsTrapped ? SyscallTrap::sCalls.load() : -1;

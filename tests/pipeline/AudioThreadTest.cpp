@@ -72,7 +72,7 @@ class AudioThreadTest : public testing::Test {
 protected:
     AudioThreadTest() {
         EXPECT_TRUE(eventually([this] { return mThread->mRunning.load(); }));
-        mThread->addStream(mStream.get());
+        EXPECT_EQ(OK, mThread->addStream(mStream.get()));
     }
     ~AudioThreadTest() override {
         mThread->mHold = false;
@@ -83,7 +83,7 @@ protected:
     }
     // With a stream and an output the worker has something to do.
     void startCycles() {
-        mThread->registerOutput(mOutput.get());
+        EXPECT_EQ(OK, mThread->registerOutput(mOutput.get()));
         ASSERT_TRUE(eventually([this] { return mThread->mCycles > 0; }));
     }
 
@@ -146,7 +146,8 @@ TEST_F(AudioThreadTest, AChangeReachesTheNextCycleAlthoughTheWorkerNeverSleeps) 
     int fewest = INT_MAX;
     for (int i = 0; i < 50; ++i) {
         const int before = mThread->mCycles;
-        i % 2 == 0 ? mThread->addStream(second.get()) : mThread->removeStream(second.get());
+        EXPECT_EQ(OK, i % 2 == 0 ? mThread->addStream(second.get())
+                                 : mThread->removeStream(second.get()));
         ASSERT_TRUE(eventually([&] { return mThread->mCyclesOfChange > before; }));
         fewest = std::min(fewest, mThread->mCyclesOfChange - before);
     }
@@ -168,7 +169,7 @@ TEST_F(AudioThreadTest, PostingNeverWaitsForWhatAStreamDoesWithACommand) {
         std::atomic<bool> mIsHeld{true};
     };
     const sp<SlowStream> slow(new SlowStream());
-    mThread->addStream(slow.get());
+    EXPECT_EQ(OK, mThread->addStream(slow.get()));
     mThread->updateLatencyOffset(1);
     ASSERT_TRUE(eventually([&slow] { return slow->mIsBusy.load(); }));
     mThread->updateLatencyOffset(2);  // while it is held: for ever, if this waited

@@ -46,7 +46,7 @@ TEST_F(MixerThreadTest, MixesEveryOpenStreamIntoOneBlockForEveryOutput) {
     addOpenStream({960}, 100);
     addOpenStream({960}, 23);
     const sp<FakeStream> closed(new FakeStream({960}, 999));
-    mMixer->addStream(closed.get());
+    EXPECT_EQ(OK, mMixer->addStream(closed.get()));
     const sp<FakeOutput> second(new FakeOutput());
     second->letRun();
     EXPECT_EQ(OK, mMixer->registerOutput(second.get()));
@@ -114,8 +114,8 @@ TEST_F(MixerThreadTest, APauseInTheMiddleOfACycleCostsNobodyABlock) {
 TEST_F(MixerThreadTest, WhereAllArePausedInTheMiddleOfACycleThereIsNoBlock) {
     const sp<FakeStream> stream(new PausingStream(nullptr));
     stream->open();
-    mMixer->addStream(stream.get());
-    mMixer->registerOutput(mOutput.get());
+    EXPECT_EQ(OK, mMixer->addStream(stream.get()));
+    EXPECT_EQ(OK, mMixer->registerOutput(mOutput.get()));
     EXPECT_TRUE(eventually([&stream] { return !stream->isOpened(); }));
     mMixer->exit();
     EXPECT_EQ(0U, mOutput->blockCount());
@@ -138,7 +138,7 @@ TEST_F(MixerThreadTest, ADumpTellsOfACallbackThatHangsAndOfAllElse) {
 
 TEST_F(MixerThreadTest, TheFirstOutputFixesTheConfigurationForAllStreams) {
     const sp<FakeStream> stream(new FakeStream({0}));
-    mMixer->addStream(stream.get());
+    EXPECT_EQ(OK, mMixer->addStream(stream.get()));
     const sp<FakeOutput> first(new FakeOutput(48000, 3, 3, 2));
     EXPECT_EQ(OK, mMixer->registerOutput(first.get()));
     EXPECT_EQ((std::vector<Config>{{44100, 1, 3}, {48000, 3, 3}}), stream->configs());
@@ -168,13 +168,13 @@ TEST_F(MixerThreadTest, AMixThatIsSetIsTheOneThatIsMatchedAndDumped) {
     EXPECT_NE(std::string::npos,
               textOf([this](int fd) { mMixer->dump(fd); }).find("Rate:    96000"));
     const sp<FakeStream> stream(new FakeStream({0}));
-    mMixer->addStream(stream.get());
+    EXPECT_EQ(OK, mMixer->addStream(stream.get()));
     EXPECT_EQ((Config{96000, 1, 3}), stream->configs().back());
 }
 
 TEST_F(MixerThreadTest, RefusesOutputsThatNoStreamReachesAndChangesNothing) {
     const sp<FakeStream> stream(new FakeStream({0}));
-    mMixer->addStream(stream.get());
+    EXPECT_EQ(OK, mMixer->addStream(stream.get()));
     for (const auto& unreachable :
          {new FakeOutput(0), new FakeOutput(3999), new FakeOutput(768001), new FakeOutput(48000, 5),
           new FakeOutput(48000, 2), new FakeOutput(48000, 1, 1)}) {
@@ -203,7 +203,7 @@ TEST_F(MixerThreadTest, ReconfigurationWhileMixingKeepsWhatTheStreamsHold) {
     const std::vector<int16_t> loud(2 * 960, 5);
     stream->write(loud.data(), loud.size() * 2);
     const sp<FakeOutput> output(new FakeOutput(48000, 3));
-    mMixer->registerOutput(output.get());
+    EXPECT_EQ(OK, mMixer->registerOutput(output.get()));
     const auto blocks = output->takeBlocks(1);
     std::vector<int16_t> wide(2 * 1920);
     for (size_t i = 0; i < wide.size(); i += 2) {
@@ -227,7 +227,7 @@ TEST(AudioPipeline, ForwardsStreamsParametersAndDumps) {
     EXPECT_TRUE(eventually([&stream] { return !stream->offsets().empty(); }));
     EXPECT_EQ((std::vector<long>{-20}), stream->offsets());
 
-    pipeline->registerOutput(new FakeOutput(48000));
+    EXPECT_EQ(OK, pipeline->registerOutput(new FakeOutput(48000)));
     const std::string text = textOf([&](int fd) { EXPECT_EQ(OK, pipeline->dump(fd)); });
     EXPECT_EQ(0U, text.find("MixerThread:    0x"));
     EXPECT_NE(std::string::npos,

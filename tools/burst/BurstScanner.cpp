@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <new>
 
 #include "hwsync/HwSyncHeaderV1.h"
 
@@ -79,7 +80,9 @@ private:
 
 BurstScanner::BurstScanner(BurstSink& sink)
     : mSink(sink), mHeader(new TracedHeader(*this)), mParser(new HwSyncBurstParser(mHeader)) {
-    mParser->registerObserver(new Listener(*this));
+    if (mParser->registerObserver(new Listener(*this)) != 0) {
+        throw std::bad_alloc();
+    }
 }
 
 BurstScanner::~BurstScanner() = default;
