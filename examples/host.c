@@ -1,5 +1,5 @@
 /* The smallest host in C. It loads the library as an audio HAL does, plays two tones on two streams
- * of different rates, and writes what the mixer hands out to a file of raw samples.
+ * of different rates, and writes the mix to a file of raw samples.
  *
  *     host_c LIBRARY OUTPUT.raw
  *     aplay -f S16_LE -c 2 -r 48000 OUTPUT.raw
@@ -55,8 +55,8 @@ static void* load_all(const char* path) {
     return library;
 }
 
-/* The mixer thread calls this with about 20 ms of audio, and mixes on when it returns: it takes its
- * time over it, as a device would. */
+/* The mixer thread calls this with about 20 ms of audio, and mixes on when it returns: it takes as
+ * long as a device would. */
 static int hear(void* file, void* buffer, size_t bytes) {
     const struct timespec duration = {.tv_nsec = (long)(bytes / 4 * 1000000000 / MIX_RATE)};
     thrd_sleep(&duration, NULL);

@@ -1,5 +1,5 @@
 // The smallest host in C++. It is linked to the library, fades a 32-bit tone out on one stream, and
-// shows the level of each tenth of a second that the mixer hands out.
+// shows the level of each tenth of a second of the mix.
 
 #include <streamproxy.h>
 
@@ -25,7 +25,7 @@ constexpr size_t kBlockFrames = 960;
 /** Hears the mix on the mixer's thread: keeps levels, in dB below full scale. */
 class Meter {
 public:
-    // The mixer mixes on when this returns: it takes its time, as a device would.
+    // The mixer mixes on when this returns, so it takes as long as a device would.
     static int hear(void* cookie, void* buffer, size_t byteCount) {
         std::this_thread::sleep_for(std::chrono::nanoseconds(1'000'000'000) *
                                     (byteCount / 2 / sizeof(int16_t)) / kMix.sample_rate);
@@ -33,7 +33,7 @@ public:
                                           byteCount / sizeof(int16_t));
         return 0;
     }
-    // Once the output is unregistered, nobody calls any more.
+    // Only after the output is unregistered: no callback runs then.
     const std::vector<double>& levels() const { return mLevels; }
 
 private:
@@ -63,7 +63,7 @@ struct DestroyStream {
 using Pipeline = std::unique_ptr<audio_proxy_pipeline_t, DestroyPipeline>;
 using Stream = std::unique_ptr<audio_proxy_stream_t, DestroyStream>;
 
-/** 20 ms of a tone of 440 Hz, from that frame on. */
+/** 20 ms of a tone of 440 Hz, from `firstFrame` on. */
 std::vector<int32_t> tone(size_t firstFrame) {
     std::vector<int32_t> samples(kBlockFrames * 2);
     for (size_t i = 0; i < samples.size(); ++i) {

@@ -6,9 +6,9 @@
 namespace android {
 
 /**
- * Hears what a HwSyncBurstParser finds. The results are ignored.
- * Threads: both run on the writer's thread with the parser's observer lock held, so they must not
- * register or unregister an observer of that parser; they may call its reset().
+ * Receives the headers and payload that a HwSyncBurstParser finds. The results are ignored.
+ * Threads: both run on the writer's thread with the parser's lock held. They must not register or
+ * unregister an observer of that parser; they may call its reset().
  */
 class HwSyncBurstObserver : public virtual RefBase {
 public:

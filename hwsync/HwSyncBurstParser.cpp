@@ -47,7 +47,7 @@ int HwSyncBurstParser::unregisterObserver(const sp<HwSyncBurstObserver>& observe
 }
 
 int HwSyncBurstParser::parse(const void* data, unsigned long byteCount) {
-    // Nothing writes through this: the steps are shared with the header's parse().
+    // Only read: the steps share the signature of the header's parse().
     auto* position = static_cast<char*>(const_cast<void*>(data));
     int remaining = static_cast<int>(byteCount);
     int total = 0;
@@ -124,7 +124,7 @@ int HwSyncBurstParser::findHeader_l(void* data, unsigned long byteCount) {
         return consumed;
     }
     startRecordGarbage(1);
-    // A held byte was consumed by the write that brought it.
+    // A held byte counted as consumed in the write that brought it.
     return mHeldBytes.dropFirst() ? 0 : 1;
 }
 
@@ -148,7 +148,7 @@ void HwSyncBurstParser::announceHeader_l() {
 int HwSyncBurstParser::parseBody_l(void* data, unsigned long byteCount) {
     const auto available = static_cast<uint64_t>(getAvailableBufferLength_l());
     if (available == 0) {
-        // Its end can't be counted to: the next header is found by its magic.
+        // The end of the burst is unknown: search for the magic of the next header.
         endBurst_l();
         return 0;
     }

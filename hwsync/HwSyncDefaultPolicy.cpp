@@ -14,7 +14,7 @@ constexpr unsigned long kNsPerMs = 1'000'000;
 
 using Printed = unsigned long long;  // what %llu takes
 
-/** `correction` for a lead between the two bounds; the upper one is asked first. */
+/** `correction` for a lead between the bounds; the upper bound is tested first. */
 int decide(unsigned long leadMs, unsigned long upperMs, unsigned long thresholdMs,
            HwSyncDecision correction, long& durationMs) {
     if (leadMs > upperMs) {
@@ -49,7 +49,7 @@ HwSyncDefaultPolicy::HwSyncDefaultPolicy() {
 void HwSyncDefaultPolicy::getAVSyncParameter(const char* property, unsigned long& valueMs) {
     char text[PROPERTY_VALUE_MAX] = {};
     if (property_get(property, text, nullptr) >= 1) {
-        // Cut to an int and widened with its sign, whatever the text holds.
+        // Truncated to an int and sign-extended, whatever the text holds.
         valueMs = static_cast<unsigned long>(static_cast<int>(strtol(text, nullptr, 10)));
     }
 }

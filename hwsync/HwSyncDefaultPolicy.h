@@ -8,8 +8,8 @@
 namespace android {
 
 /**
- * Tolerates a lead of audio or of video up to a threshold, corrects it up to an upper bound and
- * anchors the clock anew beyond that. After a start it waits for the first timestamp that is not
+ * Tolerates a lead of audio or video up to a threshold, corrects it up to an upper bound and
+ * anchors the clock again beyond that. After a start it waits for the first timestamp that is not
  * below the latency, and anchors the clock there.
  *
  * Properties, in ms, read once by the constructor:
@@ -23,16 +23,16 @@ public:
     void setFirstPts() override;
     void setLatency(unsigned long latencyNs) override;
     int determine(unsigned long audioPtsNs, unsigned long syncPtsNs, long& durationMs) override;
-    /** Stores the property's value; without one `valueMs` stays. What is no number counts as 0, and
-     *  a negative one as a bound that nothing reaches. */
+    /** Stores the property's value; without one `valueMs` stays. Text that is not a number counts
+     *  as 0, a negative number as a bound that nothing reaches. */
     virtual void getAVSyncParameter(const char* property, unsigned long& valueMs);
 
 private:
     /** The decision for a burst at `ptsMs` while a start is pending. */
     int start(uint64_t ptsMs);
 
-    // A new start is pending. Set release, after the latency that caused it; taken acquire before
-    // that latency is read, so that a start requested meanwhile is never lost.
+    // A new start is pending. Set (release) after the latency that caused it; taken (acquire)
+    // before that latency is read, so that a start requested meanwhile is never lost.
     std::atomic<bool> mFirstPts{false};
     std::atomic<uint64_t> mAudioLatencyMs{0};
     unsigned long mAudioLeadingUpperBound = 1000;  // ms; these four are fixed by the constructor

@@ -47,7 +47,7 @@ uint64_t HwSyncHeaderBase::convertLong64(const char* bytes) {
 }
 
 int HwSyncHeaderBase::countUsable(const char* store, unsigned long byteCount) const {
-    // A header whose store could not be allocated has no room at all.
+    // Without a store there is no room.
     const uint32_t space = store != nullptr ? mHeaderSize - mReceivedSize : 0;
     const int usable = static_cast<int>(std::min<uint64_t>(space, byteCount));
     if (usable < 1) {

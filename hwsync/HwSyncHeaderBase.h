@@ -9,16 +9,16 @@
 namespace android {
 
 /**
- * Collects one burst header from bytes that come in pieces, and decodes it. Numbers are big-endian
- * on the wire. Every version begins alike:
+ * Collects one burst header from pieces and decodes it. Numbers are big-endian on the wire. Every
+ * version begins with the same fields:
  *
  *     offset  bytes
  *          0      4  magic: 0x5555 or 0x6666 (the mode), then the version
- *          4      4  burst size: payload bytes behind the header
+ *          4      4  burst size: payload bytes after the header
  *          8      8  presentation timestamp, ns
  *
  * One header: parse() until isHeaderEnded(), read the decoded fields, reset().
- * Threads: one at a time; the parser that owns the header serialises.
+ * Threads: one at a time; the parser that owns the header ensures it.
  */
 class HwSyncHeaderBase : public virtual RefBase {
 public:
@@ -27,23 +27,23 @@ public:
     ~HwSyncHeaderBase() override = default;
 
     virtual bool isHeaderEnded() const = 0;
-    /** Makes ready for the next header. */
+    /** Prepares for the next header. */
     virtual void reset() = 0;
     /** Whether the four bytes at `bytes` are a magic of this version. */
     virtual bool isHwSyncHeader(const char* bytes) const;
-    /** Takes header bytes, and decodes them when they are complete. The bytes taken, at least 1;
-     *  -1: no room for any, because the header is complete or has no store. Only reads `data`. */
+    /** Takes header bytes, and decodes the header once complete. Returns the bytes taken, at least
+     *  1; -1: the header is complete or has no store. Only reads `data`. */
     [[nodiscard]] virtual int parse(void* data, unsigned long byteCount) = 0;
 
-    /** Whether a magic of this version begins with these fewer than four bytes. */
+    /** Whether a magic of this version begins with these up to three bytes. */
     bool mayBeginHwSyncHeader(const char* bytes, size_t byteCount) const;
-    /** The mode that the four bytes at `bytes` select. */
+    /** The mode selected by the four bytes at `bytes`. */
     hw_sync_mode_t parseMode(const char* bytes) const;
     static uint32_t convertInt32(const char* bytes);
     static uint64_t convertLong64(const char* bytes);
 
 protected:
-    /** Makes header stores as calloc() does. */
+    /** Allocates header stores, as calloc() does. */
     using Allocate = void* (*)(size_t count, size_t byteCount);
 
     HwSyncHeaderBase(uint32_t avSyncMagic, uint32_t freeRunMagic, uint32_t headerByteCount)

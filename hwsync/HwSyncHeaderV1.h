@@ -6,7 +6,7 @@
 
 namespace android {
 
-/** A header of version 1: the shared fields and nothing else, 16 bytes. */
+/** A header of version 1: only the shared fields, 16 bytes. */
 class HwSyncHeaderV1 : public HwSyncHeaderBase {
 public:
     explicit HwSyncHeaderV1(Allocate allocate = calloc);
@@ -20,7 +20,7 @@ public:
 private:
     static constexpr uint32_t kHeaderByteCount = 16;
 
-    char* const mHeaderBuf;  // null: nothing can be taken
+    char* const mHeaderBuf;  // null: takes nothing
 };
 
 }  // namespace android

@@ -11,7 +11,7 @@ namespace android {
 namespace {
 
 constexpr const char* kTag = "hwsync_parser";
-// No sender extends a header or fills a burst as far as this: more is taken for a corrupt header.
+// No sender's extension or burst is this large: beyond, the header counts as corrupt.
 constexpr uint32_t kMaxPlausibleOffset = 64 * 1024;            // bytes
 constexpr uint32_t kMaxPlausibleBurstSize = 16 * 1024 * 1024;  // bytes
 

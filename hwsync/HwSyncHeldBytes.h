@@ -7,20 +7,20 @@
 namespace android {
 
 /**
- * The last bytes of a write, up to three, that may begin a magic. They stand in front of the next
- * write's bytes and are judged with them.
+ * Up to three last bytes of a write that may begin a magic. They are tested together with the next
+ * write's bytes, in front of them.
  */
 class HwSyncHeldBytes {
 public:
     static constexpr size_t kWindowByteCount = HwSyncHeaderBase::kMagicByteCount;
 
-    /** Copies the next bytes of the stream, those held and then `data`, until `window` is full or
-     *  they end. The bytes copied. */
+    /** Copies the held bytes and then `data`, until `window` is full or they end. Returns the bytes
+     *  copied. */
     size_t peek(const char* data, size_t byteCount, char (&window)[kWindowByteCount]) const;
 
     /** The bytes must fit. */
     void append(const char* data, size_t byteCount);
-    /** Gives up the oldest byte; false if none is held. */
+    /** Drops the oldest byte; false if none is held. */
     bool dropFirst();
     void clear() { mByteCount = 0; }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-/** What every parser of a tunnel stream's bytes is known by. */
+/** The base of every parser of a tunnel stream's bytes. */
 class hw_sync_parser_t {
 public:
     virtual ~hw_sync_parser_t() = default;

@@ -7,16 +7,15 @@
 namespace android {
 
 /**
- * Marks the calling thread as being inside an output callback while it lives. The exported
- * functions that wait for the mixing cycle ask isActive() and refuse instead of waiting for
- * themselves.
+ * Marks the calling thread as inside an output callback. The exported functions that wait for the
+ * mixing cycle check isActive() and refuse instead of waiting for themselves.
  *
- * A pthread key rather than a thread_local: the first touch of a thread_local in a loaded library
- * may allocate and take the loader's lock, and the mixer thread must do neither.
+ * A pthread key, not a thread_local: the first use of a thread_local in a loaded library may
+ * allocate and take the loader's lock, and the mixer thread must do neither.
  */
 class CallbackScope {
 public:
-    /** Makes the key for as long as the library is loaded; without one nothing is marked. */
+    /** Keeps the key while the library is loaded; without one nothing is marked. */
     class Key {
     public:
         Key();

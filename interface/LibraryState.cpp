@@ -10,7 +10,7 @@ namespace android {
 
 namespace {
 
-// A callback that hangs keeps the end of the process waiting for so long.
+// A callback that hangs delays the end of the process by this long.
 constexpr int64_t kEndPatienceNs = 1'000'000'000;
 
 // Storage that no destructor touches when the process ends.
@@ -20,13 +20,13 @@ std::atomic<bool> gIsUsed{false};
 bool gIsUnloading = false;
 std::atomic<bool> gHasProcessEnded{false};
 
-// Where a library is unloaded, its functions of this kind run before the destructors of its objects.
+// When a library is unloaded, its destructor functions run before the destructors of its objects.
 [[gnu::destructor]] void noteUnloading() {
     gIsUnloading = true;
 }
 
-/** Made when the process runs: so it is destroyed before all that was made while the process was
- *  loaded, or, with the library, after noteUnloading(). */
+/** Created while the process runs, so it is destroyed before everything created while the process
+ *  was loaded, or, with the library, after noteUnloading(). */
 class ProcessEnd {
 public:
     ProcessEnd() = default;
@@ -45,7 +45,7 @@ public:
     ProcessEnd& operator=(const ProcessEnd&) = delete;
 };
 
-/** Makes the state when the library is loaded, and releases it when the library is unloaded. */
+/** Creates the state when the library is loaded and releases it when the library is unloaded. */
 class LibraryLife {
 public:
     LibraryLife() {
@@ -59,7 +59,7 @@ public:
         if (gIsUsed) {
             LibraryState::instance().~LibraryState();
         } else {
-            // The process may be ending, and another thread about to make the first pipeline.
+            // The process may be ending, and another thread about to create the first pipeline.
             LibraryState::instance().callbackKey.~Key();
         }
     }
@@ -114,8 +114,8 @@ LibraryState::~LibraryState() {
 void LibraryState::release(const sp<AudioPipeline>& gone) {
     gone->stop();
     for (const sp<AudioStream>& stream : streams.removeAll()) {
-        // An open tunnel stream and its parser hold each other. Nobody hears what is left in a ring,
-        // so the close need not wait for that.
+        // An open tunnel stream and its parser hold each other. Nobody hears the frames left in a
+        // ring, so the close need not wait for them.
         stream->retire();
         stream->endWrite();
         stream->flush();

@@ -10,24 +10,24 @@
 namespace android {
 
 /**
- * What the library keeps for the process, made when it is loaded. How it ends depends:
- *   - unloaded: the worker is joined and everything is released;
- *   - the process ends: the worker is joined, so that no callback meets a host that is being taken
- *     down; streams and all else are left to the system, for other threads may still be in a call.
- *     Where a callback hangs, the pipeline is abandoned: nothing may wait for it any more;
- *   - a process forked from one with a pipeline: that is abandoned too. The worker exists in the other
- *     process only, and locks may be held by threads that exist there only.
+ * The library's state in the process, created when the library is loaded. It ends so:
+ *   - the library is unloaded: the worker is joined and everything is released;
+ *   - the process ends: the worker is joined, so that no callback meets a host that is being torn
+ *     down. The rest is left to the system, because other threads may still be in a call. If a
+ *     callback hangs, the pipeline is abandoned: nothing may wait for it any more;
+ *   - the process is forked from one with a pipeline: the pipeline is abandoned too. The worker and
+ *     the threads that may hold locks exist in the other process only.
  */
 struct LibraryState {
     static LibraryState& instance();
 
-    /** Nothing of the pipeline may be touched, and no other is made. */
+    /** The pipeline may not be touched, and no other is created. */
     static bool isAbandoned();
 
-    /** At the end of the process the worker is stopped before all is destroyed that the host made
-     *  before this call; once for the first pipeline, once for the first output. */
+    /** When the process ends, the worker is stopped before anything is destroyed that the host
+     *  created before this call. Once for the first pipeline, once for the first output. */
     static void watchForProcessEnd(bool hasOutput);
-    /** The process ends, and no worker takes frames any more. */
+    /** The process is ending, and no worker takes frames any more. */
     static bool hasProcessEnded();
 
     LibraryState() = default;
@@ -35,7 +35,7 @@ struct LibraryState {
     LibraryState(const LibraryState&) = delete;
     LibraryState& operator=(const LibraryState&) = delete;
 
-    /** Stops the worker, then lets go of every stream that is left. */
+    /** Stops the worker, then closes and drops every stream left. */
     void release(const sp<AudioPipeline>& pipeline);
 
     CallbackScope::Key callbackKey;

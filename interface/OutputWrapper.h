@@ -11,10 +11,10 @@ public:
     OutputWrapper(const audio_proxy_config_t& config, void* cookie,
                   audio_proxy_output_callback_t callback);
 
-    /** What the callback returns; -ENODEV without one. */
+    /** The callback's result; -ENODEV without one. */
     ssize_t onDataProcessed(void* buffer, size_t byteCount) override;
 
-    /** The pair by which the host names this output. */
+    /** The host names this output by this pair. */
     bool isFor(void* cookie, audio_proxy_output_callback_t callback) const;
 
 private:

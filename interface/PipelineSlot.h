@@ -9,8 +9,8 @@
 namespace android {
 
 /**
- * The place of the one pipeline. Its owner is whoever holds the global lock; the lock of its own is
- * for the two functions that look without the global one.
+ * Holds the one pipeline. Only the holder of the global lock changes it; the slot's own lock is for
+ * the functions that read it without the global one.
  */
 class PipelineSlot {
 public:
@@ -18,14 +18,14 @@ public:
         const Mutex::Autolock lock(mLock);
         return mPipeline;
     }
-    /** What was there, for the caller to release outside of the lock. */
+    /** The former pipeline, for the caller to release outside the lock. */
     sp<AudioPipeline> exchange(sp<AudioPipeline> pipeline) {
         const Mutex::Autolock lock(mLock);
         mIsFilled.store(pipeline != nullptr, std::memory_order_relaxed);
         mPipeline.swap(pipeline);
         return pipeline;
     }
-    /** For a process that can't count on the lock: a thread that is not there may hold it. */
+    /** For a forked process: a thread that does not exist there may hold the lock. */
     bool isFilled() const { return mIsFilled.load(std::memory_order_relaxed); }
     bool isUsable() NO_THREAD_SAFETY_ANALYSIS {
         const bool isFree = mLock.tryLock() == OK;

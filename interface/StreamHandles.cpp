@@ -8,8 +8,8 @@ namespace android {
 
 namespace {
 
-// Longer than a write may wait: a writer's next call is refused. Not for ever, for something else may
-// come to lie at the address.
+// Longer than a write may wait, so that a writer's next call is refused. Not for ever: another
+// object may get the address.
 constexpr nsecs_t kGoneNs = 3'000'000'000;
 
 }  // namespace

@@ -14,18 +14,17 @@ namespace android {
 
 /**
  * The streams that a host has handles of. A handle is a bare pointer: a call finds its stream here
- * and holds it to its end, so that a stream which another thread destroys meanwhile outlives the
- * call, and a handle that was destroyed is refused instead of followed.
+ * and holds it until it returns. So a stream that another thread destroys outlives the call, and a
+ * destroyed handle is refused instead of followed.
  *
- * Threads: any. The lock is held for a look through the list, and for no allocation: a callback may
- * wait for it.
+ * Threads: any. The lock is held to search the list, never to allocate: a callback may wait for it.
  */
 class StreamHandles {
 public:
     enum class Kind {
         kLive,
         kGone,     // destroyed a moment ago
-        kForeign,  // never seen: another implementation of the interface
+        kForeign,  // unknown: another implementation of the interface
     };
     struct Found {
         Kind kind;
@@ -34,15 +33,15 @@ public:
 
     /** Makes room for one more. Throws std::bad_alloc. One thread at a time, until it has added. */
     void reserve();
-    /** Within what was reserved. */
+    /** Within the room reserved. */
     void add(const sp<AudioStream>& stream);
 
     Found find(const audio_proxy_stream_t* handle);
-    /** The same, and a live handle is gone from here on. */
+    /** As find(); a live handle is gone afterwards. */
     Found remove(const audio_proxy_stream_t* handle);
-    /** All live handles are gone; their streams, in the order created. */
+    /** Removes all live handles; their streams, in the order created. */
     Vector<sp<AudioStream>> removeAll();
-    /** False where a thread that a forked process does not have may hold the lock. */
+    /** False if a thread that a forked process does not have may hold the lock. */
     bool isUsable();
 
 private:
@@ -56,7 +55,7 @@ private:
         const audio_proxy_stream_t* handle;
         nsecs_t atNs;  // monotonic
     };
-    std::array<Gone, 64> mGone = {};  // the last ones
+    std::array<Gone, 64> mGone = {};  // the latest
     size_t mNextGone = 0;
 };
 

@@ -1,4 +1,4 @@
-// The exported functions. Their contracts stand in interface/streamproxy.h.
+// The exported functions; interface/streamproxy.h has their contracts.
 
 #include <atomic>
 #include <cerrno>
@@ -39,7 +39,7 @@ static_assert(STREAMPROXY_FORMAT_PCM_16_BIT == AUDIO_FORMAT_PCM_16_BIT &&
               STREAMPROXY_FLAG_HW_AV_SYNC == AUDIO_OUTPUT_FLAG_HW_AV_SYNC);
 constexpr const char* kBufferProperty = "persist.vendor.hwsync.fbuffer.size";
 constexpr int kDefaultBufferFrameCount = 2000;
-// Frames. Below, no block is ever whole; above, a host that is paced by its writes fills the memory.
+// Frames. Below, no block is ever whole; above, a host paced by its writes fills the memory.
 constexpr int kMinBufferFrameCount = 64;
 constexpr int kMaxBufferFrameCount = 1'000'000;
 
@@ -47,8 +47,8 @@ LibraryState& state() {
     return LibraryState::instance();
 }
 
-/** True where the pipeline is another process's, or can't be waited for any more; the first time with
- *  an error line. */
+/** True if the pipeline is another process's or must not be waited for any more. Logs an error the
+ *  first time. */
 bool refusedAsAbandoned(const char* function) {
     if (!LibraryState::isAbandoned()) {
         return false;
@@ -62,7 +62,7 @@ bool refusedAsAbandoned(const char* function) {
     return true;
 }
 
-/** True, with an error line, where a call would wait for the callback it is made from. */
+/** True, and logs an error, if a call would wait for the callback it is made from. */
 bool refusedInCallback(const char* function) {
     if (!CallbackScope::isActive()) {
         return false;
@@ -72,7 +72,7 @@ bool refusedInCallback(const char* function) {
     return true;
 }
 
-/** The pipeline in the slot when it is this one, otherwise null. */
+/** The pipeline in the slot if it is this one, otherwise null. */
 sp<AudioPipeline> currentPipeline(const AudioPipeline* pipeline) {
     sp<AudioPipeline> current = state().pipeline.get();
     return current.get() == pipeline ? current : nullptr;
@@ -103,15 +103,15 @@ int bufferFrameCount() {
     return frameCount;
 }
 
-/** A close would wait its second for a mixer that has stopped, and the end of the process with it. */
+/** A close would wait its second for the stopped mixer, and delay the end of the process. */
 void discardAtProcessEnd(audio_proxy_stream_t& stream) {
     if (LibraryState::hasProcessEnded()) {
         stream.flush();
     }
 }
 
-/** Calls the operation with the stream, which lives on to the end of the call whoever destroys it
- *  meanwhile. -EINVAL: null, or a stream that is gone. */
+/** Calls the operation with the stream and keeps it until the call ends, whoever destroys it
+ *  meanwhile. -EINVAL: null, or a destroyed stream. */
 template <typename Operation>
 int onStream(const char* function, audio_proxy_stream_t* stream, Operation operation) {
     if (stream == nullptr || refusedAsAbandoned(function)) {
@@ -123,8 +123,8 @@ int onStream(const char* function, audio_proxy_stream_t* stream, Operation opera
 
 }  // namespace
 
-// Nothing below throws by itself, but containers and strings do where memory is out, and no
-// exception may get to a host: each function that may allocate catches it.
+// Containers and strings throw when memory runs out, and no exception may reach a host: each
+// function that may allocate catches it.
 
 AudioPipeline* create_audio_proxy_pipeline() try {
     if (refusedAsAbandoned(__func__) || refusedInCallback(__func__)) {
@@ -136,7 +136,7 @@ AudioPipeline* create_audio_proxy_pipeline() try {
         pipeline = new AudioPipeline();
         const int status = pipeline->initCheck();
         if (status != 0) {
-            // Without its worker it would swallow a second of every write, for ever.
+            // Without a worker every write would wait for a whole second.
             __android_log_print(ANDROID_LOG_ERROR, kTag, "%s, fail to start the pipeline: %d",
                                 __func__, status);
             return nullptr;
@@ -162,7 +162,7 @@ int destroy_audio_proxy_pipeline(AudioPipeline* pipeline) {
     }
     const sp<AudioPipeline> gone = state().pipeline.exchange(nullptr);
     if (gone != nullptr) {
-        // Here and not with the last reference, which a dump on another thread may hold.
+        // Not left to the last reference: a dump on another thread may hold it.
         state().release(gone);
     }
     return 0;
@@ -202,7 +202,7 @@ int audio_proxy_pipeline_register_output(AudioPipeline* pipeline,
         return 0;
     }
     const sp<OutputWrapper> output(new OutputWrapper(*config, cookie, callback));
-    state().outputs.setCapacity(state().outputs.size() + 1);  // none plays that could not be listed
+    state().outputs.setCapacity(state().outputs.size() + 1);  // no output plays unlisted
     const int status = current->registerOutput(output);
     if (status == 0) {
         state().outputs.add(output);
@@ -280,7 +280,7 @@ audio_proxy_stream_t* create_audio_proxy_stream(const audio_proxy_config_t* conf
             config->flags);
         return nullptr;
     }
-    state().streams.reserve();  // or else it would be listed, and nobody have its handle
+    state().streams.reserve();  // or else the mixer would list it without a handle
     const int status = pipeline->addAudioStream(stream);
     if (status != 0) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "%s, fail to cache stream %d", __func__,
@@ -362,12 +362,12 @@ int destroy_audio_proxy_stream(audio_proxy_stream_t* stream) {
     if (refusedInCallback(__func__)) {
         return -ENOSYS;
     }
-    // A handle does not outlive its pipeline: without one there is nothing that may be touched.
+    // A handle does not outlive its pipeline: without one nothing may be touched.
     const sp<AudioPipeline> pipeline = state().pipeline.get();
     if (pipeline == nullptr) {
         return -EINVAL;
     }
-    // First, so that no call that begins from here on reaches the stream.
+    // First: no call that begins from here on reaches the stream.
     const StreamHandles::Found found = state().streams.remove(stream);
     if (found.kind == StreamHandles::Kind::kGone) {
         return -EINVAL;

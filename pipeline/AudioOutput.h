@@ -10,14 +10,14 @@
 
 namespace android {
 
-/** A sink of mixed audio. Threads: the configuration is fixed at construction. */
+/** Receives mixed audio. Threads: the configuration is fixed at construction. */
 class AudioOutput : public RefBase {
 public:
     AudioOutput(uint32_t sampleRate, audio_format_t format, uint32_t channelMask,
                 audio_output_flags_t flags)
         : mSampleRate(sampleRate), mFormat(format), mChannelMask(channelMask), mFlags(flags) {}
 
-    /** Receives `byteCount` bytes of whole frames on the mixer's worker, valid during the call. */
+    /** Runs on the worker. `byteCount` bytes of whole frames, valid during the call. */
     virtual ssize_t onDataProcessed(void* buffer, size_t byteCount) = 0;
 
     /** All four fields of `other` equal this output's; false for null. */
@@ -29,7 +29,7 @@ public:
     const uint32_t mSampleRate;  // Hz
     const audio_format_t mFormat;
     const uint32_t mChannelMask;
-    const audio_output_flags_t mFlags;  // compared by match() and by nothing else
+    const audio_output_flags_t mFlags;  // compared by match() only
 };
 
 }  // namespace android

@@ -7,35 +7,34 @@ namespace android {
 
 /**
  * The object behind the pipeline handle: owns the mixer thread and forwards to it.
- * Threads: any; the mixer thread's locks serialise. The last reference must not go on the worker,
- * which the destructor waits for.
+ * Threads: any. Do not drop the last reference on the worker: the destructor waits for it.
  */
 class AudioPipeline : public virtual RefBase {
 public:
-    /** The mixer thread runs from here on. */
+    /** Starts the mixer thread. */
     AudioPipeline();
-    /** As stop(); the worker's object then releases the streams and outputs left. */
+    /** As stop(); then releases the streams and outputs left. */
     ~AudioPipeline() override;
 
-    /** Stops and joins the worker: no callback comes any more, whoever still holds a reference. */
+    /** Stops and joins the worker: no callback comes any more, whoever holds a reference. */
     void stop();
-    /** The same for `limitNs` at most; false: a callback does not return. */
+    /** As stop(), but waits `limitNs` at most; false: a callback does not return. */
     [[nodiscard]] bool stopWithin(int64_t limitNs);
 
-    /** 0; otherwise why nothing can be mixed, see MixerThread. */
+    /** As MixerThread's. */
     [[nodiscard]] status_t initCheck();
 
     /** 1, 2, 3, … in one process. */
     static int getUniqueId();
 
-    /** Each: -EINVAL for null, otherwise the mixer thread's answer. */
+    /** Each: -EINVAL for null, otherwise the mixer thread's status. */
     [[nodiscard]] int addAudioStream(const sp<AudioStream>& stream);
     int removeAudioStream(const sp<AudioStream>& stream);
     [[nodiscard]] int registerOutput(const sp<AudioOutput>& output);
     int unregisterOutput(const sp<AudioOutput>& output);
 
-    /** "set_audio_delay": offset of every stream's downstream latency, in signed ms. Everything
-     * else is ignored, null too. 0; -ENOMEM: the offset is not applied. */
+    /** "set_audio_delay": offset of every stream's downstream latency, in signed ms. Ignores
+     *  everything else, also null. 0; -ENOMEM: the offset is not applied. */
     [[nodiscard]] int setParameters(const char* keyValuePairs);
     int dump(int fd);
 

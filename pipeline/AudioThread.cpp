@@ -123,7 +123,7 @@ bool AudioThread::add_l(Vector<T*>& items, T* item) {
     if (indexOf(items, item) >= 0) {
         return false;
     }
-    // As if it were one of either: whichever list grows has the room.
+    // For one more of either, whichever list grows.
     mHandover.reserve(mListedStreams.size() + 1, mListedOutputs.size() + 1);
     items.add(item);
     return true;
@@ -143,7 +143,7 @@ void AudioThread::announce(CommandCode code, Change change) {
     if (isChanged) {
         wake();
         mHandover.waitUntilTaken(ticket);
-        const Mutex::Autolock listLock(mListLock);  // nobody takes an offer back meanwhile
+        const Mutex::Autolock listLock(mListLock);  // no offer is taken back meanwhile
         if (!mHandover.isTaken(ticket)) {
             const ThreadLock::Autolock lock(mLock);  // there is no worker
             mHandover.takeOver(mStreams, mOutputs, mOpened);
@@ -165,8 +165,8 @@ int AudioThread::sendCommand(int code, int arg1, int arg2, int /*arg3*/) {
         command->mArg2 = arg2;
     }
     const int status = post(command);
-    // Also without memory: most commands only say that something was done before they were sent. And
-    // after the lock is released: a worker that found it taken left the queue for this wake-up.
+    // Wake the worker even without memory: most commands only say that a change is made. And after
+    // the lock is released: a worker that found it taken left the queue for this wake-up.
     tellOfCommand();
     return status;
 }
@@ -205,7 +205,7 @@ void AudioThread::removeCommand(int code) {
             }
         }
     }
-    tellOfCommand();  // for those that stay, see sendCommand()
+    tellOfCommand();  // for the commands left, see sendCommand()
 }
 
 // The analysis does not follow a lock that is only tried.
@@ -239,7 +239,7 @@ void AudioThread::handleConfigEvent() {
                 break;
             case CONFIG_EXIT:
                 if (exitPending()) {
-                    break;  // of exit(): the worker leaves before it handles commands again
+                    break;  // from exit(): the worker leaves before it handles commands again
                 }
                 [[fallthrough]];
             default:
@@ -272,7 +272,7 @@ bool AudioThread::threadLoop() {
     mHandover.setWorking(true);
     while (!exitPending()) {
         const ThreadLock::Autolock lock(mLock);
-        mWake.take();  // before the looks at what it may have told of
+        mWake.take();  // before looking for what it may announce
         mSeenCommandCount = mCommandCount.load(std::memory_order_acquire);
         if (exitPending()) {
             break;
@@ -302,7 +302,7 @@ void AudioThread::waitForCommand(int64_t deadlineNs) NO_THREAD_SAFETY_ANALYSIS {
             return isInTime;
         });
         mLock.lock();
-        // A change of the lists alone is no reason for a cycle: its command comes next.
+        // A changed list alone does not start a cycle: its command comes next.
         mWake.take();
         mHandover.takeOver(mStreams, mOutputs, mOpened);
     }

@@ -6,8 +6,8 @@
 
 namespace android {
 
-// False: between two callbacks. The rest may belong to a later callback than the number: a second
-// look tells.
+// False: between two callbacks. The other fields may belong to a later callback than the number: a
+// second look tells.
 bool CallbackWatch::look(Visit& visit) const {
     visit.number = mNumber.load(std::memory_order_acquire);
     visit.output =

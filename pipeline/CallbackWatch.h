@@ -9,16 +9,16 @@
 namespace android {
 
 /**
- * Where the worker is among the outputs' callbacks, for those who wonder why nothing moves.
+ * Which output's callback the worker is in, and since when: tells why nothing moves.
  * Threads: the worker enters and leaves, which never blocks; any may look.
  */
 class CallbackWatch {
 public:
-    /** A callback under way. */
+    /** A callback in progress. */
     struct Visit {
         size_t output;    // its index, in the order registered
         nsecs_t startNs;  // monotonic
-        uint32_t number;  // odd; another one is another callback
+        uint32_t number;  // odd; differs for each callback
     };
 
     void enter(size_t output) {
@@ -30,8 +30,8 @@ public:
         mNumber.store(mNumber.load(std::memory_order_relaxed) + 1, std::memory_order_release);
     }
 
-    /** Waits until the callback that is under way, if any, has lasted `patienceNs` or returns;
-     *  whether it has lasted that long. */
+    /** Waits until the callback in progress, if any, has lasted `patienceNs` or returns; whether it
+     *  has lasted that long. */
     [[nodiscard]] bool outlasts(nsecs_t patienceNs, Visit& visit) const;
 
 private:

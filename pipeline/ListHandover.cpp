@@ -55,7 +55,7 @@ std::unique_ptr<ListHandover::Pack> ListHandover::takeSpare() {
         }
         keep(std::unique_ptr<Pack>(mOffered.exchange(nullptr, std::memory_order_acq_rel)));
         if (mSpares[0] == nullptr && mSpares[1] == nullptr) {
-            // The worker has it, and is about to give the other one back.
+            // The worker took it and is about to give the other one back.
             mProgress.waitWhile([this] { return !isTaken(mLastTicket); });
         }
     }
@@ -92,7 +92,7 @@ void ListHandover::takeOver(Vector<sp<AudioStream>>& streams, Vector<sp<AudioOut
     }
     Pack* const pack = mOffered.exchange(nullptr, std::memory_order_acquire);
     if (pack == nullptr) {
-        return;  // taken back for a newer change
+        return;  // withdrawn for a newer change
     }
     const uint32_t ticket = pack->ticket;
     std::swap(streams, pack->streams);

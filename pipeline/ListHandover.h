@@ -14,16 +14,16 @@
 namespace android {
 
 /**
- * Hands lists over from control threads to the worker, which takes the newest between two cycles.
- * The worker never waits for that, and neither allocates nor frees: lists that it worked on before
- * come back, and a control thread empties them.
+ * Hands lists from control threads to the worker, which takes the newest between two cycles. The
+ * worker neither waits nor allocates nor frees: its former lists come back, and a control thread
+ * empties them.
  *
- * Two packs of lists are enough for any number of changes: the worker works on one, and the other is
- * spare, offered, or on its way back. So whatever there was room for once can be offered again
- * without memory.
+ * Two packs of lists are enough for any number of changes: the worker works on one, and the other
+ * is spare, offered, or on its way back. So lists that once had room can be offered again without
+ * memory.
  *
- * Threads: the worker, or whoever holds its lock, takes over and stops; control threads do everything
- *          else, reserve(), offer() and collect() one at a time.
+ * Threads: the worker, or whoever holds its lock, takes over and stops; control threads do the
+ *          rest, reserve(), offer() and collect() one at a time.
  */
 class ListHandover {
 public:
@@ -32,26 +32,25 @@ public:
     ListHandover(const ListHandover&) = delete;
     ListHandover& operator=(const ListHandover&) = delete;
 
-    /** Makes room for lists of these lengths. Throws std::bad_alloc; nothing has changed then. */
+    /** Makes room for lists of these lengths. Throws std::bad_alloc with nothing changed. */
     void reserve(size_t streamCount, size_t outputCount);
-    /** Offers a copy of these lists, no longer than reserved, in place of what the worker has not
-     *  taken yet. The ticket of the change. May wait until the worker has ended a take-over that it
-     *  is in the middle of, a few instructions. */
+    /** Offers a copy of these lists, no longer than reserved; replaces an offer not taken yet.
+     *  Returns the ticket. May wait a few instructions for the worker to end a take-over. */
     uint32_t offer(const Vector<AudioStream*>& streams, const Vector<AudioOutput*>& outputs);
-    /** Drops the references of the lists that came back. */
+    /** Drops the references in the lists that came back. */
     void collect();
 
-    /** Exchanges the worker's lists for the newest, if they have not been taken over yet. */
+    /** Replaces the worker's lists by the newest, unless it has them. */
     void takeOver(Vector<sp<AudioStream>>& streams, Vector<sp<AudioOutput>>& outputs,
                   Vector<sp<AudioStream>>& opened);
-    /** While this is so, all offers are taken over before long. */
+    /** While set, every offer is taken over soon. */
     void setWorking(bool isWorking);
 
     bool isWorking() const { return mIsWorking.load(std::memory_order_acquire); }
     bool isTaken(uint32_t ticket) const;
-    /** Sleeps until the change is taken over, or nobody is working. Any control thread. */
+    /** Sleeps until the change is taken over or nobody works. Any control thread. */
     void waitUntilTaken(uint32_t ticket);
-    /** Whether nobody is working any more, by the deadline of the monotonic clock. */
+    /** Sleeps until nobody works; false at the deadline (monotonic clock). */
     [[nodiscard]] bool waitUntilStopped(int64_t deadlineNs);
 
 private:
@@ -64,7 +63,7 @@ private:
         size_t streamCapacity;
         size_t outputCapacity;
         uint32_t ticket = 0;
-        Pack* next = nullptr;  // in the row of those that came back
+        Pack* next = nullptr;  // among those that came back
     };
 
     std::unique_ptr<Pack> takeSpare();
@@ -77,7 +76,7 @@ private:
     std::unique_ptr<Pack> mSpares[2];
     uint32_t mLastTicket = 0;
 
-    size_t mWorkersStreamCapacity = 0;  // of the lists that the worker works on; with its lock
+    size_t mWorkersStreamCapacity = 0;  // of the worker's lists; with its lock
     size_t mWorkersOutputCapacity = 0;
     std::atomic<Pack*> mOffered{nullptr};   // release: the lists first
     std::atomic<Pack*> mReturned{nullptr};  // the same, the other way round

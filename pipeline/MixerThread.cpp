@@ -16,7 +16,7 @@ namespace {
 
 constexpr const char* kTag = "mixer_thread";
 constexpr uint32_t kDefaultSampleRate = 44100;
-// Ten blocks: no callback that plays takes so long.
+// Ten blocks: no working callback takes that long.
 constexpr nsecs_t kCallbackPatienceNs = 200'000'000;
 
 /** About 20 ms. At 44100 Hz a cycle is 900 frames. */
@@ -24,8 +24,8 @@ uint32_t framesPerCycle(uint32_t sampleRate) {
     return sampleRate == 44100 ? 900 : static_cast<uint32_t>(uint64_t{sampleRate} * 20 / 1000);
 }
 
-/** Streams can be converted to this output. At a rate that the resampler refuses, a stream could not
- *  follow a change of the mix, and would play its former rate into it. */
+/** Streams can be converted to this output. At a rate that the resampler refuses, a stream could
+ *  not follow a change of the mix, and would play its former rate into it. */
 bool isReachable(const AudioOutput& output) {
     return VolumeMixer::isFormatSupported(output.mFormat, output.mFormat) &&
            VolumeMixer::isChannelSupported(output.mChannelMask) &&
@@ -42,7 +42,7 @@ MixerThread::MixerThread() : AudioThread(String8("MixerThread")) {
 }
 
 MixerThread::~MixerThread() {
-    // The worker's own reference is gone, so no cycle uses the buffer any more.
+    // The worker has dropped its reference, so no cycle uses the buffer any more.
     const ThreadLock::Autolock lock(mLock);
     mMixBuffer.clear();
 }
@@ -117,8 +117,8 @@ int MixerThread::registerOutput(sp<AudioOutput> output) {
 
 int MixerThread::reconfigure_l(const sp<AudioOutput>& output) {
     const uint32_t frameCount = framesPerCycle(output->mSampleRate);
-    // An output that streams can't be converted to would leave their former chains writing frames
-    // of another size into the mix.
+    // With an output that streams can't be converted to, their former chains would write frames of
+    // another size into the mix.
     if (!isReachable(*output)) {
         __android_log_print(ANDROID_LOG_ERROR, kTag,
                             "%s, unsupported output: sample rate %u, format %x, channel mask %x",
@@ -131,12 +131,12 @@ int MixerThread::reconfigure_l(const sp<AudioOutput>& output) {
     if (!mixBuffer->validate()) {
         return -ENOMEM;
     }
-    // No output is listed, so nothing is mixed that the worker could be late with.
+    // No output is listed: nothing is mixed, so the worker cannot be late.
     const ThreadLock::Autolock lock(mLock);
     adopt_l(output->mSampleRate, output->mFormat, output->mChannelMask, frameCount, mixBuffer);
     mIncomplete = false;
     for (AudioStream* const stream : mListedStreams) {
-        // One that can't be converted stays silent for good; one without memory has another chance.
+        // A stream that can't be converted stays silent; one without memory gets another chance.
         mIncomplete |=
             stream->config(output->mSampleRate, output->mFormat, output->mChannelMask) == -ENOMEM;
     }
@@ -161,7 +161,7 @@ ssize_t MixerThread::threadLoopProcess_l() {
         return -EINVAL;
     }
     mMixBuffer->reset();
-    // No stream's last stage may move the write position: all of them add into the same region.
+    // No stream may move the write position: all of them add into the same region.
     mMixBuffer->disallow(FRAME_BUFFER_RELEASE_WRITE);
     const int frameCount = mixStreams_l();
     mMixBuffer->allow(FRAME_BUFFER_RELEASE_WRITE);
@@ -174,8 +174,8 @@ ssize_t MixerThread::threadLoopProcess_l() {
     return frameCount;
 }
 
-// A stream that is paused or closed from now on counts as if that had come before the cycle noted
-// who is open: were its refusal to count as an empty stream, the others would lose this block.
+// A stream that is paused or closed from now on counts as closed before this cycle: if it counted
+// as empty, the others would lose this block.
 int MixerThread::mixStreams_l() {
     int frameCount = static_cast<int>(mFrameCount);
     int mixedCount = 0;

@@ -13,11 +13,11 @@ namespace android {
 
 /**
  * The worker that mixes: each cycle pulls one block of frames from every open stream into the mix
- * buffer and hands it to every output. The first output fixes the mixing configuration; with none
- * registered the next one may change it.
+ * buffer and hands it to every output. The first output fixes the mixing configuration. While none
+ * is registered, the next one may change it.
  *
- * The streams pace the mixer, and the outputs' callbacks; it has no clock of its own.
- * Threads: as AudioThread. The worker neither allocates nor gives back memory.
+ * The streams and the outputs' callbacks pace the mixer; it has no clock.
+ * Threads: as AudioThread. The worker neither allocates nor frees.
  */
 class MixerThread : public AudioThread {
 public:
@@ -25,32 +25,32 @@ public:
     MixerThread();
     ~MixerThread() override;
 
-    /** 0; -ENOMEM: no mix buffer; or why there is no worker, a negative errno value. */
+    /** 0; -ENOMEM: no mix buffer; another negative errno value: no worker. */
     [[nodiscard]] status_t initCheck() EXCLUDES(mLock);
 
-    /** A new mixing configuration and mix buffer. For the constructor, or the holder of mLock. */
+    /** Sets a new mixing configuration and mix buffer. */
     void set(unsigned int sampleRate, audio_format_t format, unsigned int channelMask,
              unsigned int frameCount) REQUIRES(mLock);
-    /** The output's rate, format and mask are the mixer's. */
+    /** True if the output has the mixer's rate, format and mask. */
     bool match(const sp<AudioOutput>& output) EXCLUDES(mMixLock);
 
-    /** Configures the stream for the mix, then lists it. 0; -EINVAL: null; or its refusal. */
+    /** Configures the stream for the mix, then lists it. 0; -EINVAL: null; or config()'s status. */
     [[nodiscard]] int addStream(sp<AudioStream> stream) override
         EXCLUDES(mListLock, mLock, mCommandLock);
     int removeStream(sp<AudioStream> stream) override EXCLUDES(mListLock, mLock, mCommandLock);
-    /** 0; -EINVAL: null, unlike the outputs already listed, or out of every stream's reach;
-     *  -ENOMEM: for the mix or for a stream's way to it. The next output configures all anew. */
+    /** 0; -EINVAL: null, unlike the outputs already listed, or not convertible to; -ENOMEM: for the
+     *  mix or a stream's conversion. The next output configures all again. */
     [[nodiscard]] int registerOutput(sp<AudioOutput> output) override
         EXCLUDES(mListLock, mLock, mCommandLock);
 
     /** Half a cycle, in whole ms. */
     int64_t computeSleepTimeNs_l() override REQUIRES(mLock);
-    /** The frames delivered; 0 or a negative status when the block is empty. */
+    /** The frames delivered; 0 or a negative status if the block is empty. */
     ssize_t threadLoopProcess_l() override REQUIRES(mLock);
     void notifyDataMixed_l(void* buffer, size_t byteCount) REQUIRES(mLock);
 
-    /** Writes the mixer's lines, then every stream's. Waits for a callback in progress, 200 ms at
-     *  most, then writes a line about it as well. 0. */
+    /** Writes the mixer's lines, then every stream's. Waits up to 200 ms for a callback in
+     *  progress, then adds a line about it. 0. */
     int dump(int fd) EXCLUDES(mListLock);
 
 private:
@@ -71,7 +71,7 @@ private:
     CallbackWatch mCallbackWatch;
     Mutex mMixLock{"mix"};                     // never the worker's
     PcmConfig mMix GUARDED_BY(mMixLock) = {};  // the first three, for control threads
-    // A stream got no memory for the present configuration. No output is listed then.
+    // A stream got no memory for the current configuration. No output is listed then.
     bool mIncomplete GUARDED_BY(mListLock) = false;
 };
 

@@ -1,5 +1,5 @@
 // Runs each piece of work once for a number of frames and once for twice as many, between calls of
-// instructionsMark(). An emulator that logs every instruction counts what lies between the marks:
+// instructionsMark(). An emulator logs every instruction; those between the marks are counted:
 // see scripts/instructions.py. Linked statically, so that little else runs.
 #include <audio_utils/resampler.h>
 
@@ -26,9 +26,9 @@ using android::FrameBuffer;
 using android::InstructionSet;
 using android::sp;
 
-constexpr size_t kFrames = 960;  // a multiple of every vector's, so that no rest is left
+constexpr size_t kFrames = 960;  // a multiple of every vector's
 
-/** `run` works on so many frames; a warm run comes first. */
+/** `run` processes so many frames; a warm run comes first. */
 void measure(const std::string& name, const std::function<void(size_t frames)>& run,
              size_t frames = kFrames) {
     run(frames);
@@ -102,7 +102,7 @@ void measureRing() {
     measure("ring, in and out", [&](size_t count) {
         ring->write(frames.data(), count);
         ring->read(frames.data(), count);
-        ring->reset();  // no end of the ring lies in any run
+        ring->reset();  // no run crosses the ring's end
     });
     measure("ring, in and out one by one", [&](size_t count) {
         for (size_t i = 0; i < count; ++i) {

@@ -7,9 +7,9 @@
 #include <vector>
 
 /**
- * What no ring of frames behind an interface goes without: a virtual call, two positions, and copies
- * whose size is known at run time. It checks nothing, and a round capacity spares it the wrap of an
- * index: a ring that does more can't be expected to be faster.
+ * The least that a ring of frames behind an interface needs: a virtual call, two positions, and
+ * copies whose size is known at run time. It checks nothing, and its round capacity saves the wrap
+ * of an index: a ring that does more cannot be expected to be faster.
  * Threads: one writes, one reads.
  */
 class PlainestRing {
@@ -22,7 +22,7 @@ public:
 
     virtual size_t write(const void* frames, size_t count);
     virtual size_t read(void* frames, size_t count);
-    /** Up to `count` frames where they lie. */
+    /** Up to `count` frames in place. */
     virtual size_t obtain(void** region, size_t count);
     virtual void release(size_t count);
 

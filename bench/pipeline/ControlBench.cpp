@@ -1,5 +1,5 @@
-// Control calls, thousands a second, while the mixer works: how long each takes, how many cycles
-// begin meanwhile, and what becomes of the cycles.
+// Thousands of control calls a second while the mixer works: how long each takes, how many cycles
+// begin meanwhile, and how long the cycles take.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -24,7 +24,7 @@ constexpr int kTurns = 8;
 constexpr std::chrono::milliseconds kTurn{150};
 constexpr int kCallsAlone = 2000;
 // Between two calls of a thread, and what the system adds to a sleep. Without it a thread queues
-// commands faster than anybody can handle them.
+// commands faster than the worker can handle them.
 constexpr std::chrono::microseconds kPause{20};
 // The worker and a call that waits for it hand the lock over by waking each other.
 constexpr double kWakeUpsUs = 250;
@@ -35,7 +35,7 @@ struct Call {
     std::string name;
     /** The i-th call, 0 when it succeeded. */
     std::function<int(PacedMix&, size_t i)> run;
-    /** How often it takes the worker's lock: of so many cycles it may see the beginning. */
+    /** How often it takes the worker's lock: this many cycles may begin meanwhile. */
     double workerLocks;
     /** It waits for other pipeline calls, which may wait for the worker. */
     bool waitsForCalls;
@@ -76,7 +76,7 @@ const std::vector<Call> kCalls = {
     {"latency", setLatency, 0, false},
     {"stream dump", dumpStream, 0, false},
     {"pipeline dump", dumpPipeline, 1, true},
-    // To learn the mix, to be listed, to be taken off the list.
+    // To learn the mix, to be listed, to be removed.
     {"create and destroy", createAndDestroy, 3, true},
 };
 
@@ -110,7 +110,7 @@ double ownWork(const Call& call) {
     return calls.us.median();
 }
 
-/** Each of the calls by a thread of its own, one after the other, for a turn. */
+/** Each of the calls by its own thread, one after another, for a turn. */
 void makeCalls(PacedMix& mix, const std::vector<Call>& made, std::vector<Calls>& seen) {
     std::atomic<bool> isOver{false};
     std::vector<std::thread> threads;
@@ -164,7 +164,7 @@ void measureControl(benchmark::State& state, const std::string& name,
         state.counters[prefix + "max cycles"] = calls.cycles.max();
         const double bound = made[which].waitsForCalls ? workerLocks : 0;
         bounds.atMost(prefix + "p90 cycles", calls.cycles.percentile(90), bound);
-        // The call is done, but its thread has yet to be let run.
+        // The call is done, but its thread has not run yet.
         bounds.timeAtMost(prefix + "p99 cycles", calls.cycles.percentile(99), bound + 1);
     }
     state.counters["own us"] = ownUs;

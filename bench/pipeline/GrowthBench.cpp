@@ -1,5 +1,5 @@
-// What becomes of costs as streams become more: of a frame of a stream, of a stream's memory, and of
-// making and dropping a stream.
+// How costs grow with the number of streams: of a stream's frame, of its memory, and of creating
+// and destroying a stream.
 #include <malloc.h>
 #include <unistd.h>
 
@@ -37,7 +37,7 @@ std::string streamsName(size_t count) {
     return std::to_string(count) + " streams";
 }
 
-/** A frame of one stream, written, mixed and handed out, among more and more of them. */
+/** A frame of one stream, written, mixed and delivered, among more and more streams. */
 void registerCost(uint32_t streamRate) {
     const std::vector<size_t> others{2, 4, 8, 16, 32, 64};
     const auto setUp = [=](Duel& duel) {
@@ -100,7 +100,7 @@ public:
         mPipeline->removeAudioStream(*place);
         mStreams.erase(place);
     }
-    /** One more, and it goes again. */
+    /** Adds a stream and removes it. */
     void addAndDrop() {
         add();
         drop(mStreams.size() - 1);
@@ -114,7 +114,7 @@ private:
 
 void registerChange(uint32_t streamRate) {
     const auto setUp = [=](Duel& duel) {
-        // Each change wakes the worker, whose look through its list counts too.
+        // Each change wakes the worker, whose search of its list counts too.
         const auto here = std::make_shared<OneProcessor>();
         for (const size_t others : {kManyStreams, size_t{1}}) {
             const auto crowd = std::make_shared<Crowd>(others, streamRate);
@@ -151,7 +151,7 @@ size_t converterBytes(uint32_t rate) {
     return heapBytes() - before;
 }
 
-/** What a stream takes beside the buffers of its chain, and whether that grows while it plays. */
+/** A stream's memory besides the buffers of its chain, and whether it grows while it plays. */
 void measureMemory(benchmark::State& state, const std::string& name, uint32_t rate) {
     constexpr double kObjectBytes = 2048;  // of a stream, its stages, its places in lists
     constexpr size_t kRingBytes = kBufferFrames * kFrameBytes;
@@ -184,7 +184,7 @@ void measureMemory(benchmark::State& state, const std::string& name, uint32_t ra
 }  // namespace
 
 void registerBenchmarks() {
-    // Memory first: what others gave back would be taken for resident already.
+    // Memory first: pages that others freed would count as resident already.
     for (const uint32_t rate : {kMixRate, kOtherRate}) {
         const std::string name = "growth/memory/" + rateName(rate);
         registerMeasurement(name, [=](benchmark::State& state) {

@@ -1,5 +1,5 @@
-// How long after a write into an idle open stream the output is called, and how much of that the
-// worker was asleep for as documented: it looks at an idle stream every half cycle.
+// The time from a write into an idle open stream to the output's callback, and the part of it that
+// the worker slept as documented: it checks an idle stream every half cycle.
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
@@ -31,7 +31,7 @@ int64_t nowNs() {
     return systemTime(SYSTEM_TIME_MONOTONIC);
 }
 
-/** Knows until when the worker sleeps. */
+/** Records when the worker's sleep ends. */
 class WatchedMixer : public android::MixerThread {
 public:
     ssize_t threadLoopProcess_l() override NO_THREAD_SAFETY_ANALYSIS {
@@ -104,7 +104,7 @@ void measureLatency(benchmark::State& state, const std::string& name, bool isPau
     const QuietLog quiet;
     const sp<WatchedMixer> mixer(new WatchedMixer());
     const sp<StampingOutput> output(new StampingOutput(*mixer));
-    // Room for whole blocks: none is cut by the ring's end and seen in two.
+    // Room for whole blocks: the ring's end cuts none in two.
     const sp<AudioStream> stream(
         new AudioStream(kRate, AUDIO_FORMAT_PCM_16_BIT, AUDIO_CHANNEL_OUT_STEREO,
                         static_cast<audio_output_flags_t>(0), 2 * kFrames));
@@ -121,7 +121,7 @@ void measureLatency(benchmark::State& state, const std::string& name, bool isPau
             if (isPausedBetween) {
                 stream->pause();
             }
-            // Anywhere in the worker's sleep, and not in step with it.
+            // Anywhere in the worker's sleep, not in step with it.
             std::this_thread::sleep_for(std::chrono::microseconds(10'000 + random() % 10'000));
             const std::vector<int16_t> block(2 * kFrames, i);
             const int64_t writtenNs = nowNs();

@@ -57,7 +57,7 @@ LoadedHost::LoadedHost(size_t streamCount, std::optional<int> workerPriority)
     if (mPaused == nullptr || mStreams.back() == nullptr) {
         throw std::runtime_error("the library refuses a stream");
     }
-    // Without an output nothing takes this block again.
+    // Without an output nothing takes this block.
     audio_proxy_stream_write(mPaused, mBlock.data(), kBlockFrames * kFrameBytes);
     audio_proxy_stream_pause(mPaused);
     if (audio_proxy_pipeline_register_output(mPipeline, &kConfig, this, onBlock) != 0) {

@@ -19,7 +19,7 @@ struct NotPermitted : std::runtime_error {
 /** The calling thread's nice value. Throws NotPermitted. */
 void setNice(int nice);
 
-/** Threads that use all the processor time which they get, at nice 0. */
+/** Threads that use all the processor time they get, at nice 0. */
 class BusyLoops {
 public:
     explicit BusyLoops(size_t count);
@@ -39,8 +39,8 @@ private:
  */
 class LoadedHost {
 public:
-    /** `workerPriority`: the worker's SCHED_FIFO priority from its first callback on; none: it keeps
-     *  the priority that the library gave it. */
+    /** `workerPriority`: the worker's SCHED_FIFO priority from its first callback on; none: it
+     *  keeps the priority that the library gave it. */
     LoadedHost(size_t streamCount, std::optional<int> workerPriority);
     ~LoadedHost();
     LoadedHost(const LoadedHost&) = delete;
@@ -64,7 +64,7 @@ private:
     void raiseWorker();
 
     const std::optional<int> mWorkerPriority;
-    const std::vector<int16_t> mBlock;  // what a write takes
+    const std::vector<int16_t> mBlock;  // one write
     SoundCard mCard;
     audio_proxy_pipeline_t* mPipeline = nullptr;
     audio_proxy_stream_t* mPaused = nullptr;

@@ -76,7 +76,7 @@ void PacedMix::play(size_t byteCount) {
         feed(stream);
     }
     mCycles.fetch_add(1, std::memory_order_acq_rel);
-    // A late cycle is not made up for.
+    // A late cycle does not shorten the next.
     mDue = std::max(mDue + kPace, now);
     std::this_thread::sleep_until(mDue);
     mReturned = Clock::now();

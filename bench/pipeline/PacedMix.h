@@ -10,8 +10,8 @@
 #include "interface/streamproxy.h"
 
 /**
- * A host whose output's callback sleeps until the next step of a clock, as a sound card would have
- * it: it holds the worker's lock for nearly all of the time. The callback writes to the streams too.
+ * A host whose output's callback sleeps until the next step of a clock, as with a sound card, so
+ * that the worker's lock is held nearly all of the time. The callback writes to the streams too.
  * Eight streams are converted from 44.1 to 48 kHz; a ninth, a tunnel stream, stays closed.
  */
 class PacedMix {
@@ -19,7 +19,7 @@ public:
     using Clock = std::chrono::steady_clock;
     static constexpr std::chrono::milliseconds kPace{4};
 
-    /** `isPlaying` false: nobody ever writes, and the worker sleeps. */
+    /** `isPlaying` false: nothing is written, and the worker sleeps. */
     explicit PacedMix(bool isPlaying);
     ~PacedMix();
     PacedMix(const PacedMix&) = delete;
@@ -34,8 +34,8 @@ public:
     /** Every block so far was whole. */
     bool isSound() const { return mIsSound.load(std::memory_order_relaxed); }
 
-    /** From here on the worker adds the µs between two callbacks to `work`, which is its lock, the
-     *  commands and the mix; null: nowhere. Nobody uses the former one afterwards. */
+    /** From here on the worker adds the µs between two callbacks to `work`: its lock, the commands
+     *  and the mix; null: nowhere. It does not use the former one any more. */
     void observe(Distribution* work);
 
 private:
@@ -44,7 +44,7 @@ private:
     void feed(audio_proxy_stream_t* stream);
     void play(size_t byteCount);
 
-    const std::vector<int16_t> mBlock;  // what each stream gets a cycle
+    const std::vector<int16_t> mBlock;  // for each stream in a cycle
     audio_proxy_pipeline_t* mPipeline = nullptr;
     audio_proxy_stream_t* mTunnel = nullptr;
     std::vector<audio_proxy_stream_t*> mStreams;

@@ -1,4 +1,4 @@
-// What control calls of low priority cost a mix on a loaded machine. A thread that is preempted
+// The cost of low-priority control calls for a mix on a loaded machine. A thread that is preempted
 // while it holds something the worker needs makes the worker late, and the device runs dry.
 //
 // Busy loops use up two processors, so that threads at nice 19 are preempted everywhere.
@@ -105,7 +105,7 @@ struct Run {
     double shortBlocks;
 };
 
-/** The control threads. Each makes one call after the other, beginning with another one. */
+/** The control threads. Each makes one call after another, starting with a different one. */
 class ControlThreads {
 public:
     ControlThreads(const Row& row, LoadedHost& host) {
@@ -145,7 +145,7 @@ Run measure(const Row& row, const Options& options) {
                     row.isRealTime ? std::optional<int>(kWorkerPriority) : std::nullopt);
     host.waitUntilPlaying();
     const ControlThreads control(row, host);
-    // Ends first: at nice 19 nobody else gets to his end beside it.
+    // Ends first: beside it no thread at nice 19 gets to its end.
     const BusyLoops load(kBusyLoops);
     std::this_thread::sleep_for(kSettle);
 

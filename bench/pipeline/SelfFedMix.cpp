@@ -12,10 +12,10 @@ using android::sp;
 constexpr uint32_t kRate = 48000;
 constexpr size_t kStreamBufferFrames = 2000;
 constexpr int16_t kLevels[2] = {60, -30};  // 500 of them fit into 16 bits
-// A filter's history is full of the level by then.
+// By then a filter's history holds only the level.
 constexpr size_t kSettlingCycles = 2;
 
-/** Of this thread: what else the machine does is not in it. */
+/** Of this thread only, without the machine's other work. */
 double processorNs() {
     timespec time = {};
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
@@ -109,7 +109,7 @@ void SelfFedMix::onBlock(const int16_t* samples, size_t byteCount) {
 bool SelfFedMix::isSum(const int16_t* samples) const {
     const auto count = static_cast<int>(mStreams.size());
     for (size_t i = 0; i < 2 * kFrames; ++i) {
-        // A converter may be one step beside the level.
+        // A converter may be off the level by one step.
         if (std::abs(samples[i] - count * kLevels[i % 2]) > count) {
             return false;
         }

@@ -11,8 +11,8 @@
 #include "stream/AudioStream.h"
 
 /**
- * A pipeline with streams that its own output's callback writes to: the worker does all the work of
- * the writers, of the mix and of the output, and no other thread's wake-up is in the time it takes.
+ * A pipeline whose output's callback writes to its streams: the worker does all the work of the
+ * writers, the mix and the output, and the time contains no other thread's wake-up.
  * 16-bit stereo at 48 kHz, every stream the same steady level, so that the mix is known.
  */
 class SelfFedMix {
@@ -24,8 +24,8 @@ public:
     SelfFedMix(const SelfFedMix&) = delete;
     SelfFedMix& operator=(const SelfFedMix&) = delete;
 
-    /** Lets the worker make so many blocks; it waits in the callback before and afterwards. The
-     *  processor's ns it took. Throws if a block was not whole, or the last one not the sum. */
+    /** Lets the worker make so many blocks; it waits in the callback before and after. Returns the
+     *  processor time in ns. Throws if a block was not whole or the last one not the sum. */
     double run(size_t cycleCount);
 
 private:
@@ -41,7 +41,7 @@ private:
     void onBlock(const int16_t* samples, size_t byteCount);
     bool isSum(const int16_t* samples) const;
 
-    std::vector<int16_t> mBlock;  // what each stream gets a cycle
+    std::vector<int16_t> mBlock;  // for each stream in a cycle
     std::vector<android::sp<android::AudioStream>> mStreams;
     const android::sp<Output> mOutput;
     const android::sp<android::AudioPipeline> mPipeline;

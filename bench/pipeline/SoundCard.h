@@ -6,11 +6,11 @@
 #include <cstdint>
 
 /**
- * The device behind an output. It plays at its rate, whatever happens, from a buffer that play()
- * fills. When the buffer has run dry the device plays silence until the next block comes.
+ * The device behind an output. It always plays at its rate, from a buffer that play() fills. When
+ * the buffer runs dry it plays silence until the next block.
  *
- * Threads: play() belongs to the mixer's worker, the rest to anybody. They share no lock: the
- * worker never waits for whoever reads the figures.
+ * Threads: the worker calls play(), any thread the rest. They share no lock: the worker never waits
+ * for a reader.
  */
 class SoundCard {
 public:
@@ -26,7 +26,7 @@ public:
     /** Buffers a block, then sleeps until the buffer is no longer above its length. */
     void play(size_t frameCount);
 
-    /** Silence counts from here on. */
+    /** Counts silence from here on. */
     void begin();
     /** Since begin(), and including silence that still lasts. */
     Silence silence() const;
@@ -37,7 +37,7 @@ private:
 
     const uint32_t mSampleRate;  // Hz
     const Clock::duration mBufferLength;
-    std::atomic<Clock::time_point> mDry;  // when all that is buffered will have been played
+    std::atomic<Clock::time_point> mDry;  // when the buffer will have been played
     std::atomic<Clock::time_point> mBegin{Clock::time_point::min()};
     std::atomic<Clock::duration> mTotal{Clock::duration::zero()};
     std::atomic<Clock::duration> mLongest{Clock::duration::zero()};

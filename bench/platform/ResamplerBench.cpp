@@ -1,5 +1,5 @@
-// The converter beside five others, in stereo, a block of 20 ms at a time; and in the same run what
-// a listener hears of it beside the one that it is measured against. A unit is an output frame.
+// Compares the converter with five others, in stereo, in blocks of 20 ms; and in the same run its
+// sound quality with the one that it is measured against. A unit is an output frame.
 #include <audio_utils/resampler.h>
 #include <samplerate.h>
 #include <soxr.h>
@@ -29,7 +29,7 @@ using android::RatePair;
 constexpr int kSpeexQuality = 4;
 constexpr double kRounding = 1e-3;  // of a latency in ns to input frames
 
-/** Each converts interleaved stereo; the output frames made. */
+/** Each converts interleaved stereo and returns the output frames made. */
 class Ours {
 public:
     explicit Ours(RatePair rates) {
@@ -123,7 +123,7 @@ private:
     std::vector<float> mOut;
 };
 
-/** In float from end to end: its interface knows nothing else. */
+/** In float from end to end: its interface has nothing else. */
 class Zita {
 public:
     explicit Zita(RatePair rates) { mState.setup(rates.in, rates.out, 2, 32); }
@@ -175,7 +175,7 @@ Pcm stereoTone(RatePair rates, size_t frames) {
     return stereo;
 }
 
-/** In blocks of so many input frames. */
+/** In blocks of this many input frames. */
 template <typename Converter>
 void addConverter(Duel& duel, const std::string& name, RatePair rates, size_t frames) {
     const auto converter = std::make_shared<Converter>(rates);
@@ -189,7 +189,7 @@ std::string pairName(RatePair rates) {
     return std::to_string(rates.in) + "to" + std::to_string(rates.out);
 }
 
-/** Half a second of a tone through a converter of one channel, measured where it has settled. */
+/** Half a second of a tone through a converter of one channel, measured once it has settled. */
 template <typename Convert>
 android::Tone measurePair(RatePair rates, double frequencyHz, Convert convert) {
     const Pcm in = android::makeTone(frequencyHz, rates.in, rates.in / 2);
@@ -197,7 +197,7 @@ android::Tone measurePair(RatePair rates, double frequencyHz, Convert convert) {
     return android::measureTone(convert(in), frequencyHz, rates.out, settled);
 }
 
-/** What one converter of one channel does to tones. */
+/** How a converter of one channel changes tones. */
 struct Quality {
     template <typename Convert>
     Quality(RatePair rates, Convert convert)
@@ -225,7 +225,7 @@ void measureQuality(benchmark::State& state, RatePair rates) {
         android::TestConverter converter(rates);
         const double latency = 1e-9 * converter.handle()->delay_ns(converter.handle()) * rates.in;
         const double speexLatency = Speex(rates, 1).inputLatency();
-        // Where no tone lies above the band both have the same aliases, none.
+        // With no tone above the band neither has aliases.
         Bounds bounds(state, "quality/" + pairName(rates));
         bounds.atLeast("snr 997 Hz", ours.speech.snrDb, 93);
         bounds.atLeast("snr 0.8", ours.high.snrDb, 90);

@@ -1,4 +1,4 @@
-// The change of channels beside a loop as its definition reads, and memcpy() of what comes out. A
+// Compares the change of channels with its definition as a loop, and with memcpy() of its output. A
 // unit is a frame.
 #include "processor/ChannelMixer.h"
 

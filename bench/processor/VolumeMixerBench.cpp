@@ -22,7 +22,7 @@ namespace {
 using android::InstructionSet;
 using android::VolumeOp;
 
-/** One pass's arguments; ramps start anew at each. */
+/** One pass's arguments; ramps start again at each. */
 template <typename TO, typename TI>
 struct Pass {
     explicit Pass(size_t frameCount) : frames(frameCount), in(2 * frames), out(2 * frames) {
@@ -37,8 +37,8 @@ struct Pass {
         increment = {-70'000, 60'000};
     }
 
-    // At the start of a cache line, as the library's own blocks are: where a vector lies across two
-    // lines decides more than what is computed.
+    // Aligned to cache lines, as the library's own blocks are: a vector across two lines costs more
+    // than the computation.
     template <typename T>
     using Samples = std::vector<T, boost::alignment::aligned_allocator<T, 64>>;
 
@@ -64,7 +64,7 @@ void runPlain(Pass<TO, TI>& pass, Plain plain, bool ramp) {
           pass.increment.data(), pass.volume.data());
 }
 
-/** The kernel beside its definition as a loop; throws if their results differ. */
+/** Compares the kernel with its definition as a loop; throws if their results differ. */
 template <typename TO, typename TI, typename Plain>
 void addPlain(Duel& duel, size_t frames, bool ramp, const std::string& name, Plain plain) {
     const VolumeOp kernel = android::volumeKernel<0, TO, TI>(android::widestInstructionSet());
@@ -77,7 +77,7 @@ void addPlain(Duel& duel, size_t frames, bool ramp, const std::string& name, Pla
     }
     const auto units = static_cast<double>(frames);
     duel.add("kernel", units, [pass, kernel, ramp] { runKernel(*pass, kernel, ramp); });
-    // On the same samples: where two buffers lie to each other in a page decides more than the loop.
+    // On the same samples: the buffers' offset within a page costs more than the loop.
     duel.add(name, units, [pass, plain, ramp] { runPlain(*pass, plain, ramp); });
 }
 

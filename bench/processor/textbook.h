@@ -1,10 +1,10 @@
 /**
- * What anybody would write, in C, compiled by the same compiler with all that it has:
+ * The obvious loops in C, compiled by the same compiler with all its optimisations:
  * textbookMix16() for AVX2; for AVX2 and for the baseline instruction set, the arithmetic of
  * VolumeMixer as its definition reads, a frame and a channel at a time.
  *
- * And rampFloor(), what no 16-bit ramp goes without: samples and mix in and out, the gain of every
- * frame, one product and one sum. Less than the kernel: its product lacks its lowest bits.
+ * And rampFloor(), the least that a 16-bit ramp needs: samples and mix in and out, the gain of
+ * every frame, one product and one sum. It does less than the kernel: its product lacks low bits.
  */
 #pragma once
 

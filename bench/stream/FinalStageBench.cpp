@@ -1,5 +1,5 @@
-// What the worker does for streams of the mixing configuration: from each one's input ring through
-// the last stage into the mix, beside the textbook loop alone. A unit is a frame of one stream.
+// The worker's work for streams of the mixing configuration, from each input ring through the last
+// stage into the mix, compared with the textbook loop alone. A unit is a frame of one stream.
 #include <memory>
 #include <stdexcept>
 #include <vector>
@@ -18,13 +18,13 @@ using android::VolumeMixer;
 constexpr audio_format_t kFormat = AUDIO_FORMAT_PCM_16_BIT;
 constexpr uint32_t kMask = AUDIO_CHANNEL_OUT_STEREO;
 
-/** Last stages that all add into one mix, each from a ring of its own. */
+/** Last stages that all add into one mix, each from its own ring. */
 class Stages {
 public:
     Stages(size_t streamCount, size_t frames)
         : mFrames(frames), mMix(new FrameBuffer(kFormat, kMask, frames, false, 0, 0)) {
         for (size_t i = 0; i < streamCount; ++i) {
-            // Three blocks and some: the end of the ring comes anywhere in a block.
+            // Three blocks and some: the ring may end anywhere in a block.
             const sp<FrameBuffer> ring(
                 new FrameBuffer(kFormat, kMask, 3 * frames + frames / 3, false, 0, 0));
             const sp<VolumeMixer> stage(
@@ -64,7 +64,7 @@ void registerBenchmarks() {
                 const auto units = static_cast<double>(streamCount * frames);
                 const auto stages = std::make_shared<Stages>(streamCount, frames);
                 duel.add("stage", units, [stages] { stages->mix(); });
-                // Inputs as large as the rings, so that both come from the same level of cache.
+                // Inputs as large as the rings: both come from the same level of cache.
                 const auto in = std::make_shared<std::vector<std::vector<int16_t>>>(
                     streamCount, std::vector<int16_t>(2 * (3 * frames + frames / 3), 3));
                 const auto out = std::make_shared<std::vector<int16_t>>(2 * frames);

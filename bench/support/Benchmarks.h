@@ -8,7 +8,6 @@
 /** Each program defines this: main() calls it once, then runs what it registered. */
 void registerBenchmarks();
 
-/** Registers a benchmark. What it throws is its failure, and makes the program fail; the others
- *  run. */
+/** Registers a benchmark. If it throws, it fails, and so does the program; the others run. */
 benchmark::internal::Benchmark* registerMeasurement(const std::string& name,
                                                     std::function<void(benchmark::State&)> measure);

@@ -14,7 +14,7 @@ double slack() {
 
 bool Bounds::sBroken = false;
 
-// Written so that a figure that is no number breaks its bound.
+// Written so that NaN breaks its bound.
 void Bounds::atMost(const std::string& name, double value, double bound) {
     mState.counters[name] = value;
     if (!(value <= bound)) {

@@ -6,11 +6,10 @@
 #include <utility>
 
 /**
- * What a benchmark's figures may be. A broken bound is told on standard error and makes the program
- * fail; the figures are written all the same.
+ * Bounds of a benchmark's figures. A broken bound is reported on standard error and makes the
+ * program fail; the figures are still written.
  *
- * The environment's STREAMPROXY_BENCH_SLACK multiplies the bounds on time, for machines that do
- * other things too.
+ * The environment's STREAMPROXY_BENCH_SLACK multiplies the bounds on time, for busy machines.
  */
 class Bounds {
 public:
@@ -22,7 +21,7 @@ public:
     void atLeast(const std::string& name, double value, double bound);
     void timeAtMost(const std::string& name, double value, double bound);
 
-    /** For a fault that is no figure. */
+    /** For a fault that is not a figure. */
     static void breakOne(const std::string& what);
     static bool areBroken() { return sBroken; }
 

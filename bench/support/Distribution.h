@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-/** Figures of one kind, asked for how they are spread. */
+/** Figures of one kind and how they are spread. */
 class Distribution {
 public:
     Distribution() = default;

@@ -9,7 +9,7 @@
 #include "bench/support/Bounds.h"
 
 /**
- * Contenders on the same work, measured by turns: what disturbs the machine disturbs them all. One
+ * Contenders on the same work, measured in turn: a disturbance of the machine hits them all. One
  * iteration of the benchmark is one round, in which each contender runs for a slice of time; the
  * figures are each one's median over the rounds, as counters "NAME" in ns a unit of work.
  *
@@ -22,7 +22,7 @@ public:
 
     /** `run` does `units` units of work. */
     void add(const std::string& name, double units, std::function<void()> run);
-    /** The same where `run` itself knows the ns that count. */
+    /** The same if `run` itself returns the ns that count. */
     void addTimed(const std::string& name, double units, std::function<double()> run);
 
     void measure(benchmark::State& state);
@@ -44,6 +44,6 @@ private:
     std::vector<Contender> mContenders;
 };
 
-/** Registers a duel: `setUp(duel)` adds the contenders, `check` tells what may come of it. */
+/** Registers a duel: `setUp(duel)` adds the contenders, `check` sets the bounds. */
 void registerDuel(const std::string& name, std::function<void(Duel&)> setUp,
                   std::function<void(const Duel&, Bounds&)> check = nullptr);

@@ -3,8 +3,8 @@
 #include <sched.h>
 
 /**
- * While it lives, this thread and those that it starts keep to one processor: the time that passes
- * does not depend on where the system puts them.
+ * Keeps this thread and those that it starts on one processor while it lives: the time does not
+ * depend on where the system puts them.
  */
 class OneProcessor {
 public:

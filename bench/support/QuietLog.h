@@ -2,7 +2,7 @@
 
 #include "android/log.h"
 
-/** While it lives nobody sees the log: an idle stream warns every 10 ms. */
+/** Hides the log while it lives: an idle stream warns every 10 ms. */
 class QuietLog {
 public:
     QuietLog() {

@@ -25,6 +25,6 @@ int main(int argc, char** argv) {
     registerBenchmarks();
     const size_t count = benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
-    // A filter that matches nothing would pass for a measurement that holds.
+    // A filter that matches nothing would look like a passed measurement.
     return Bounds::areBroken() || count == 0 ? 1 : 0;
 }

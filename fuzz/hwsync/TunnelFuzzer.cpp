@@ -1,5 +1,5 @@
-// Bursts, whole and broken, in every cut: the parser finds what a plain model finds, and what a
-// tunnel stream makes of them does not depend on how the host cut its writes.
+// Bursts, whole and broken, in every cut: the parser finds the same as a plain model, and a tunnel
+// stream's result does not depend on how the host cut its writes.
 
 #include <algorithm>
 #include <memory>
@@ -17,7 +17,7 @@ using namespace android;
 
 namespace {
 
-/** Positions of the clock, one for each look at it, over and over. */
+/** Positions of the clock, one for each query, repeated. */
 std::vector<uint64_t> gPositionsNs;
 
 class ScriptedBridge : public BridgeHalHidl {
@@ -75,7 +75,7 @@ Bytes makeStream(FuzzedDataProvider& data) {
     return stream;
 }
 
-/** Writes the stream in pieces of these lengths, over and over, each from a block of its own. */
+/** Writes the stream in pieces of these lengths, repeated, each from its own block. */
 template <typename Write>
 void cut(const Bytes& stream, const std::vector<size_t>& lengths, Write write) {
     size_t at = 0;
@@ -119,7 +119,7 @@ Bytes play(const Bytes& stream, const std::vector<size_t>& lengths, bool hasCloc
 
 }  // namespace
 
-// In the place of the platform's.
+// Replaces the platform's.
 int AVSyncBridgeFactoryHalHidl::createHwSyncBridge(unsigned int, unsigned int,
                                                    sp<BridgeHalHidl>& bridge) {
     bridge = new ScriptedBridge();

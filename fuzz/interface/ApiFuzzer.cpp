@@ -48,7 +48,7 @@ void callPipeline(Host& host, FuzzedDataProvider& data) {
     const audio_proxy_config_t config = makeConfig(data);
     void* const cookie = data.ConsumeBool() ? &host : nullptr;
     const auto callback = data.ConsumeIntegralInRange(0, 7) == 0 ? nullptr : &hear;
-    // A handle that was never given is refused.
+    // A foreign handle is refused.
     android::AudioPipeline* const pipeline = data.ConsumeIntegralInRange(0, 7) == 0
                                                  ? reinterpret_cast<android::AudioPipeline*>(&host)
                                                  : host.pipeline;
@@ -90,7 +90,7 @@ void createStream(Host& host, FuzzedDataProvider& data) {
 }
 
 void destroyStream(Host& host, size_t index) {
-    audio_proxy_stream_flush(host.streams[index].first);  // closing waits for what is held
+    audio_proxy_stream_flush(host.streams[index].first);  // closing waits for held frames
     FUZZ_EXPECT(destroy_audio_proxy_stream(host.streams[index].first) == 0);
     host.streams.erase(host.streams.begin() + static_cast<ptrdiff_t>(index));
 }

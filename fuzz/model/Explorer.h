@@ -12,8 +12,8 @@
 /**
  * Every execution of a small program of two or three threads, under release/acquire visibility: a
  * load may return any store that the thread does not know to be overwritten; an acquire load that
- * returns a release store, or what an atomic update made of it, learns all its writer knew. Plain
- * memory is checked for races. A lock and a futex are there for what the real ones guarantee.
+ * returns a release store, or an atomic update of it, learns all its writer knew. Plain memory is
+ * checked for races. A lock and a futex guarantee what the real ones do.
  *
  * A thread's body is a function of what it has read. To take its next step it is run from the start
  * again, fed what it read before, and left by an exception where the next step begins. So a state
@@ -55,10 +55,10 @@ public:
 
     struct Program {
         std::vector<std::function<void()>> threads;
-        /** A thread sleeps and nothing else moves: may it count on one more time-out? Throws Fault
-         *  if it should not sleep at all. */
+        /** A thread sleeps and nothing else moves: whether it may count on one more time-out.
+         *  Throws Fault if it should not sleep at all. */
         std::function<bool(size_t timeOutCount)> mayTimeOut;
-        /** All is done. Throws Fault. */
+        /** Every thread has ended. Throws Fault. */
         std::function<void()> check;
     };
     struct Fault {
@@ -71,11 +71,11 @@ public:
         size_t timeOutCount = 0;  // of those, in how many a sleeper counts on a time-out
     };
 
-    /** `wakeCount`: how often a sleeper may wake for no reason, at any moment. */
+    /** `wakeCount`: how often a sleeper may wake without reason, at any moment. */
     Explorer(Relaxed relaxed, size_t wakeCount);
     Explorer() : Explorer({Kind::kNote, 0}, 0) {}
 
-    /** The one made last: what the model's atomics belong to. */
+    /** The latest; the model's atomics belong to it. */
     static inline Explorer* sCurrent = nullptr;
 
     /** While setting up: a new atomic. */
@@ -84,11 +84,11 @@ public:
 
     /** From a thread: takes one step. From mayTimeOut() and check(): looks at the newest values. */
     uint64_t step(const Step& step);
-    /** For mayTimeOut() and check(): what the thread noted. */
+    /** For mayTimeOut() and check(): the thread's notes. */
     const std::vector<uint64_t>& notes(size_t thread) const { return mState->notes[thread]; }
 
 private:
-    /** Per thread how far it has got, then per location the newest store known. */
+    /** Each thread's position, then each location's newest known store. */
     using View = std::array<uint8_t, kMaxThreads + kMaxLocations>;
     struct Store {
         uint64_t value;
@@ -113,7 +113,7 @@ private:
         std::array<Cell, 4> cells;
         bool isLocked = false;
         View lockView{};
-        std::vector<size_t> sleepers;  // first to be woken first
+        std::vector<size_t> sleepers;  // woken in this order
         View futexView{};
         size_t wakeCount = 0;
         size_t timeOutCount = 0;

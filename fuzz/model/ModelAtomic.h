@@ -6,7 +6,7 @@
 
 #include "fuzz/model/Explorer.h"
 
-/** Stands in for std::atomic: every use is a step of the explorer that was made last. */
+/** Replaces std::atomic: every use is a step of the latest explorer. */
 template <typename T>
 class ModelAtomic {
 public:

@@ -42,7 +42,7 @@ TEST(RingModel, EveryFrameComesOnceAndInOrder) {
     }
 }
 
-TEST(RingModel, NoWakeUpIsLostButAFlushsWhichTheTimeOutCovers) {
+TEST(RingModel, LosesNoWakeUpExceptAFlushs) {
     for (const RingSetting& setting : {RingSetting{2, kPositionWrap}, RingSetting{3, kIndexWrap},
                                        RingSetting{4, kCounterWrap}}) {
         const size_t most = setting.capacity + 2;
@@ -60,7 +60,7 @@ TEST(RingModel, NoWakeUpIsLostButAFlushsWhichTheTimeOutCovers) {
     }
 }
 
-// What the explorer would miss, it would miss in the library too: each fault here must be found.
+// A fault missed here would be missed in the library too: each one must be found.
 
 // One frame more than there is room for.
 struct OverfullRing : RingPositions<ModelAtomic> {
@@ -93,7 +93,7 @@ private:
 };
 
 TEST(RingModel, FindsEveryWeakenedOrder) {
-    constexpr size_t kRead = 0;  // the atomics in the order in which they are made
+    constexpr size_t kRead = 0;  // the atomics, in order of creation
     constexpr size_t kWrite = 1;
     constexpr size_t kWord = 2;
     for (const Kind kind : {Kind::kLoad, Kind::kStore}) {

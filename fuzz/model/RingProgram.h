@@ -16,7 +16,7 @@ struct RingSetting {
     uint64_t start;                                          // of both positions
     Explorer::Relaxed relaxed = {Explorer::Kind::kNote, 0};  // by default none
     Flaw flaw = Flaw::kNone;
-    size_t wakeCount = 0;  // of a sleeper, for no reason
+    size_t wakeCount = 0;  // of a sleeper, without reason
 };
 
 /**
@@ -172,7 +172,7 @@ private:
         return true;
     }
 
-    // What was read, what was flushed and what is held are all frames written, each once, in order.
+    // The frames read, flushed and held are all frames written, each once, in order.
     void check() {
         const auto at = mRing.snapshot();
         std::vector<uint64_t> all;

@@ -1,5 +1,5 @@
-// Key-value strings and properties of any content: AudioParameter reads what a plain model reads,
-// and whoever takes its bounds from properties decides within them.
+// Key-value strings and properties of any content: AudioParameter reads the same as a plain model,
+// and the policy decides within the bounds that its properties set.
 
 #include <algorithm>
 #include <cerrno>
@@ -31,8 +31,8 @@ std::optional<int> wholeInt(const std::string& text) {
                                                           : std::nullopt;
 }
 
-/** The last pair of the key counts; `value` stays as the last good one left it. A key ends at the
- *  first '=', so one that holds it is nobody's. */
+/** The last pair of the key counts; `value` keeps the last good one. A key ends at the first '=',
+ *  so a key that contains it is never found. */
 std::optional<int> model(const std::string& pairs, const std::string& key) {
     std::optional<int> found;
     for (size_t begin = 0; begin <= pairs.size();) {
@@ -46,7 +46,7 @@ std::optional<int> model(const std::string& pairs, const std::string& key) {
     return found;
 }
 
-/** The property's value, in ms, as the policy compares: a negative one is never reached. */
+/** The property's value in ms, as the policy compares it: a negative one is never reached. */
 uint64_t boundMs(const char* name, uint64_t defaultMs) {
     char value[PROPERTY_VALUE_MAX] = {};
     const int length = property_get(name, value, nullptr);

@@ -10,8 +10,8 @@
 #include "fuzz/soak/SoakCheck.h"
 
 /**
- * A producer and a consumer thread that push numbered frames through one ring in every way there
- * is, from positions just before a wrap. Ends with the object.
+ * A producer and a consumer thread that push numbered frames through one ring in every way, from
+ * positions just before a wrap. Ends with the object.
  */
 class RingChurn {
 public:
@@ -106,7 +106,7 @@ private:
         mRead += frameCount;
     }
 
-    // At least what was held goes; the first frame behind tells how much it was.
+    // At least the held frames go; the next frame's number tells how many.
     void flush() {
         const size_t held = mRing->availableToRead();
         mRing->flush();

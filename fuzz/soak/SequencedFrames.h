@@ -25,7 +25,7 @@ void encode(uint64_t number, Sample* frame) {
     frame[1] = static_cast<Sample>((number / kDigits % kDigits + 1) << kShift<Sample>);
 }
 
-/** The number, kSilence for a silent frame, -2 for what no frame looks like. */
+/** The number; kSilence for a silent frame, -2 for no valid frame. */
 template <typename Sample>
 int64_t decode(const Sample* before, const Sample* after) {
     const int64_t unit = int64_t{1} << kShift<Sample>;

@@ -35,7 +35,7 @@ void takeLog(const __android_log_message* message) {
         sscanf(message->message, "write, some bytes (%lu) are missed", &byteCount) == 1) {
         gAnnouncedLoss += byteCount;
     }
-    // A stage or a flush has moved a ring's position under another's hands.
+    // A stage or a flush has moved another's ring position.
     if (strstr(message->message, "Try to release") != nullptr) {
         soakFail("%s", message->message);
     }
@@ -82,7 +82,7 @@ public:
     void act(Random& random) override {
         const auto choice = random() % 100;
         if (choice < 88) {
-            // Now and then more than fits: the write waits for the mixer.
+            // Sometimes more than fits: the write waits for the mixer.
             const uint64_t most = random() % 10000 == 0 ? 6000 : mStream->room();
             if (most > 0) {
                 write(most - random() % (random() % 4 == 0 ? most : most / 2 + 1));
@@ -98,7 +98,7 @@ public:
         } else {
             mStream->resume();
         }
-        // A source that has ended gets out of the way of the others, mostly.
+        // A source that has ended mostly makes way for the others.
         if (mStream->wasStarved() && random() % 8 != 0) {
             mStream->pause();
         }

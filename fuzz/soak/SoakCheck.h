@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-/** Ends the soak at once, with what broke. */
+/** Ends the soak at once and names the fault. */
 [[noreturn, gnu::format(printf, 1, 2)]] inline void soakFail(const char* format, ...) {
     fprintf(stderr, "\nsoak: ");
     va_list arguments;
@@ -16,7 +16,7 @@
     abort();
 }
 
-/** What went where, in frames of the streams whose every frame is followed. */
+/** Where frames went, in streams whose every frame is followed. */
 struct SoakLedger {
     std::atomic<uint64_t> accepted{0};
     std::atomic<uint64_t> delivered{0};  // to the outputs

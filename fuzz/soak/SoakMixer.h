@@ -12,7 +12,7 @@
 
 using Random = std::independent_bits_engine<std::mt19937, 32, uint32_t>;
 
-/** Hears the mix and takes its time, at random. */
+/** Receives the mix and takes a random time. */
 class SoakOutput : public android::AudioOutput {
 public:
     SoakOutput(uint32_t sampleRate, audio_format_t format, uint32_t seed)
@@ -32,12 +32,12 @@ private:
     size_t mHeardFrames = 0;
 };
 
-/** A mixer that knows, of each cycle, what every stream delivered and how much was committed. */
+/** A mixer that records how much every stream delivered in a cycle and how much was committed. */
 class SoakMixer : public android::MixerThread {
 public:
     explicit SoakMixer(SoakLedger& ledger) : mLedger(ledger) {}
 
-    /** What a stream gave in this cycle, and how much of that is followed; worker. */
+    /** The frames of a stream in this cycle, and how many are followed; worker. */
     void note(size_t frameCount, size_t followed) {
         mDelivered.push_back(followed);
         mShortest = std::min(mShortest, frameCount);

@@ -18,9 +18,9 @@ struct SoakConfig {
 };
 
 /**
- * A stream that follows every frame it was given. Where nothing is resampled it reads from the mix
- * which frames its chain added: each once and in order, a gap only where a flush or a drop explains
- * it. Base is AudioStream or TunnelStream.
+ * A stream that follows every frame written to it. Without resampling it reads from the mix which
+ * frames its chain added: each once and in order, a gap only after a flush or a drop. Base is
+ * AudioStream or TunnelStream.
  */
 template <typename Base>
 class SoakStream : public Base {
@@ -72,7 +72,7 @@ public:
         mLedger.accepted += mIsFollowed ? frameCount : 0;
     }
     uint64_t accepted() const { return mAccepted; }
-    /** Frames that find room without a wait, or nearly so. */
+    /** Frames that fit without a wait, or nearly so. */
     uint64_t room() const {
         const uint64_t held = mAccepted - std::min<uint64_t>(mAccepted, mGone);
         return this->mBufferFrameCount - std::min<uint64_t>(this->mBufferFrameCount, held);
@@ -80,8 +80,8 @@ public:
     /** The last pull found nothing: the stream holds up the others. */
     bool wasStarved() const { return mWasStarved; }
 
-    /** With the stream out of the mixer's list and no writer: what is left belongs at the end, and
-     *  a plain stream, which is closed by now, has nothing left. */
+    /** With the stream removed and no writer: the frames left come last; a plain stream, closed by
+     *  now, has none. */
     void settle() {
         if (!mIsFollowed) {
             return;
@@ -137,7 +137,7 @@ private:
         return processed;
     }
 
-    // One frame came; false for silence that AV sync put in.
+    // Checks one frame; false for silence from AV sync.
     bool advance(int64_t number, bool mayJump) {
         if (number == SequencedFrames::kSilence && kIsTunnel) {
             return false;

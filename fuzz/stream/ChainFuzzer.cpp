@@ -1,5 +1,5 @@
 // A stream between any two configurations, in blocks of any size: refused as documented, or every
-// frame comes out once and in order, and where the rate changes as many as the ratio says.
+// frame comes out once and in order, and as many as the ratio says if the rate changes.
 
 #include <algorithm>
 #include <cmath>
@@ -80,8 +80,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t byteCount) {
     const size_t frameSize = channels * audio_bytes_per_sample(from.format);
     const size_t outFrameSize = 2 * audio_bytes_per_sample(to.format);
     const double ratio = static_cast<double>(to.rate) / from.rate;
-    // Output frames that a resampler owes, or gave early out of its reserve: what one input frame is
-    // worth, and four.
+    // Output frames that a resampler owes, or gave early from its reserve: one input frame's worth,
+    // and four.
     const double slack = from.rate == to.rate ? 0 : ratio + 5;
     size_t accepted = 0;
     size_t heard = 0;
@@ -101,7 +101,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t byteCount) {
     };
     stream->open();
     while (data.remaining_bytes() > 0 && heard < 8000) {
-        // As much as fits for certain: no write waits. A resampler gives early what it owes.
+        // As much as surely fits: no write waits. A resampler gives early what it owes.
         const double gone = std::max(0.0, static_cast<double>(heard) - slack) / ratio;
         const auto held = static_cast<size_t>(std::max(0.0, static_cast<double>(accepted) - gone));
         const size_t room = ringFrames > held + 1 ? ringFrames - held - 1 : 0;
@@ -118,8 +118,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t byteCount) {
         idle = pull(2000) > 0 ? 0 : idle + 1;
     }
     const double due = static_cast<double>(accepted) * ratio;
-    // A stage before the resampler counts input frames where the resampler counts output: what it
-    // put into the buffer between them may stay there when the source ends.
+    // A stage before the resampler counts input frames, the resampler output frames: some may stay
+    // in the buffer between them when the source ends.
     const bool mayKeep = from.rate != to.rate && (from.format != 1 || from.mask != to.mask);
     const double kept = mayKeep ? ringFrames * ratio : 0;
     const double off = static_cast<double>(heard) - due;

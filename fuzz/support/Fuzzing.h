@@ -7,7 +7,7 @@
 
 #include "android/log.h"
 
-/** Ends the run where what holds for every input does not; the fuzzer keeps the input. */
+/** Ends the run if the condition, true for every input, is false; the fuzzer keeps the input. */
 #define FUZZ_EXPECT(condition)                                                      \
     do {                                                                            \
         if (!(condition)) {                                                         \
@@ -16,7 +16,7 @@
         }                                                                           \
     } while (false)
 
-/** The library's messages are part of every input's work, and would drown the fuzzer's. */
+/** Hides the library's messages: every input makes some, and they would drown the fuzzer's. */
 [[maybe_unused]] const bool kLogIsSilent = [] {
     __android_log_set_logger([](const __android_log_message*) {});
     return true;

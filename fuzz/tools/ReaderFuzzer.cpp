@@ -1,5 +1,5 @@
-// Whatever the tools read from files and command lines: an error that names it, or a result that
-// adds up.
+// All that the tools read from files and command lines: an error that names it, or a consistent
+// result.
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -54,7 +54,7 @@ void readAudio(const std::string& path) {
     }
 }
 
-/** Every byte of the file is a header's, a payload's, garbage, or part of a cut header. */
+/** Every byte of the file belongs to a header, a payload, garbage or a cut header. */
 class Sum : public BurstSink {
 public:
     void onGarbage(uint64_t offset, uint64_t byteCount) override {

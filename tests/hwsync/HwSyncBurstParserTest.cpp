@@ -132,7 +132,7 @@ void expectAsModel(const Bytes& stream, const std::vector<size_t>& cuts, size_t 
     ASSERT_EQ(model.faultLog, faults);
 }
 
-TEST(HwSyncBurstParser, HearsTheSameHoweverTheStreamIsCut) {
+TEST(HwSyncBurstParser, FindsTheSameBurstsHoweverTheStreamIsCut) {
     for (unsigned seed = 1; seed <= 300; ++seed) {
         SCOPED_TRACE(seed);
         Random random(seed);
@@ -154,7 +154,7 @@ TEST(HwSyncBurstParser, HearsTheSameHoweverTheStreamIsCut) {
     }
 }
 
-TEST(HwSyncBurstParser, HandsOutTheWritersBytesAndAnswersWritesThatItCantTake) {
+TEST(HwSyncBurstParser, PassesOnTheWritersBytesAndRefusesBadWrites) {
     LogCapture log;
     const Fixture fixture;
     const auto mismatch = [&log](const std::string& parsed, const std::string& given) {

@@ -51,7 +51,7 @@ TEST(HwSyncHeader, TheSecondVersionCountsAnExtensionOfFourGigabytes) {
     EXPECT_EQ(HW_SYNC_MODE_FREE_RUN, header.mMode) << "stays until the next header";
 }
 
-TEST(HwSyncHeader, TheSecondVersionWarnsOnceOfEachHeaderThatLooksCorrupt) {
+TEST(HwSyncHeader, TheSecondVersionWarnsOncePerCorruptHeader) {
     constexpr uint32_t kAvSync = 0x55550002;
     constexpr uint32_t kMaxOffset = 65536;
     constexpr uint32_t kMaxBurst = 16777216;

@@ -29,7 +29,7 @@ TEST(ProcessEnd, ReturningFromMainWhileWritersWriteEndsCleanly) {
     }
 }
 
-TEST(ProcessEnd, NeitherACallbackThatHangsNorAHostThatGivesAllBackDelaysIt) {
+TEST(ProcessEnd, AHangingCallbackOrAHostThatCleansUpDoesNotDelayIt) {
     for (const char* const way : {"hang", "give-back", "give-back-hanging"}) {
         const auto start = steady_clock::now();
         EXPECT_EQ(0, endingHost(way)) << way;
@@ -39,14 +39,14 @@ TEST(ProcessEnd, NeitherACallbackThatHangsNorAHostThatGivesAllBackDelaysIt) {
     }
 }
 
-TEST(ProcessEnd, AForkedProcessEndsAndIsRefusedWhatItsPipelineWouldBeNeededFor) {
+TEST(ProcessEnd, AForkedProcessEndsAndItsCallsAreRefused) {
     for (int run = 0; run < 5; ++run) {
         ASSERT_EQ(0, endingHost("fork-exit"));
         ASSERT_EQ(0, endingHost("fork-call"));
     }
 }
 
-TEST(ProcessEnd, AProcessForkedBeforeThereIsAPipelineMayMakeOne) {
+TEST(ProcessEnd, AProcessForkedBeforeThePipelineMayCreateOne) {
 #ifdef STREAMPROXY_SANITIZED_THREADS
     GTEST_SKIP() << "the sanitizer ends a forked process that starts a thread";
 #endif

@@ -112,7 +112,7 @@ TEST_F(StreamWrapperTest, NamesAnOutputByCookieAndCallback) {
     destroy_audio_proxy_stream(stream);
 }
 
-TEST_F(StreamWrapperTest, RefusesStreamsItCanNotMix) {
+TEST_F(StreamWrapperTest, RefusesStreamsItCannotMix) {
     LogCapture log;
     EXPECT_EQ(nullptr, create_audio_proxy_stream(nullptr));
     const audio_proxy_config_t hostile[] = {
@@ -124,7 +124,7 @@ TEST_F(StreamWrapperTest, RefusesStreamsItCanNotMix) {
                             "-22"));
 }
 
-TEST_F(StreamWrapperTest, ConvertsEveryRateAndChannelCountWithinTheLimitsAndNoRateBeyond) {
+TEST_F(StreamWrapperTest, ConvertsRatesAndChannelsUpToTheLimits) {
     constexpr uint32_t kMaxMask = 0x80000000 | ((1U << STREAMPROXY_MAX_CHANNEL_COUNT) - 1);
     constexpr uint32_t kMin = STREAMPROXY_MIN_SAMPLE_RATE;
     constexpr uint32_t kMax = STREAMPROXY_MAX_SAMPLE_RATE;
@@ -141,7 +141,7 @@ TEST_F(StreamWrapperTest, ConvertsEveryRateAndChannelCountWithinTheLimitsAndNoRa
     }
 }
 
-TEST_F(StreamWrapperTest, AnswersNullHandlesWithEinval) {
+TEST_F(StreamWrapperTest, RefusesNullHandles) {
     for (const int status :
          {audio_proxy_stream_set_parameters(nullptr, ""), audio_proxy_stream_open(nullptr),
           audio_proxy_stream_pause(nullptr), audio_proxy_stream_resume(nullptr),
@@ -165,7 +165,7 @@ TEST_F(StreamWrapperTest, MakesATunnelStreamForHardwareAvSync) {
     EXPECT_EQ(0, destroy_audio_proxy_stream(stream));
 }
 
-TEST_F(StreamWrapperTest, SizesTheBufferByThePropertyForEachStreamAnew) {
+TEST_F(StreamWrapperTest, SizesEachStreamsBufferByTheProperty) {
     LogCapture log;
     const std::pair<const char*, uint32_t> latenciesUs[] = {
         {"", 41000}, {"4800", 100000}, {"12abc", 0}, {"0", 0}, {"64", 1000}, {"1000000", 20833000}};
@@ -186,7 +186,7 @@ TEST_F(StreamWrapperTest, SizesTheBufferByThePropertyForEachStreamAnew) {
     EXPECT_EQ(3U, log.messages().size()) << "and a ring of no frames is told of";
 }
 
-TEST_F(StreamWrapperTest, AStreamDestroyedUnderACallOutlivesItAndIsRefusedFromThenOn) {
+TEST_F(StreamWrapperTest, AStreamDestroyedDuringACallOutlivesIt) {
     for (const uint32_t flags : {0U, STREAMPROXY_FLAG_HW_AV_SYNC}) {
         audio_proxy_config_t config = kStereo48k;
         config.flags = flags;
@@ -239,7 +239,7 @@ int callForbidden(void* cookie, void*, size_t) {
     return 0;
 }
 
-TEST_F(StreamWrapperTest, RefusesInsideACallbackWhatWouldWaitForIt) {
+TEST_F(StreamWrapperTest, RefusesCallsThatWouldWaitForTheirCallback) {
     LogCapture log;
     Forbidden forbidden;
     audio_proxy_pipeline_register_output(mPipeline, &kStereo48k, &forbidden, &callForbidden);
@@ -258,7 +258,7 @@ int endTheProcess(void*, void*, size_t) {
     exit(7);
 }
 
-TEST_F(StreamWrapperTest, AProcessThatEndsInsideACallbackEnds) {
+TEST_F(StreamWrapperTest, AProcessCanEndInsideACallback) {
 #ifdef STREAMPROXY_EMULATOR
     GTEST_SKIP() << "the test starts its own program anew, which takes an emulator here";
 #endif

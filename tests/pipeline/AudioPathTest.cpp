@@ -159,7 +159,7 @@ protected:
     std::vector<std::thread> mThreads;
 };
 
-TEST_F(AudioPathTest, StreamChurnAndChangesOfTheMixKeepToIt) {
+TEST_F(AudioPathTest, StreamChurnAndMixChangesPassTheGuard) {
     std::vector<sp<AudioStream>> steady = {
         makeStream(48000, AUDIO_FORMAT_PCM_16_BIT, AUDIO_CHANNEL_OUT_STEREO, 2000),
         makeStream(44100, AUDIO_FORMAT_PCM_32_BIT, AUDIO_CHANNEL_OUT_STEREO, 2000),
@@ -272,7 +272,7 @@ TEST_F(BusyMixerTest, MakesNoSystemCallWhileNoWriterWaits) {
     EXPECT_EQ(0, calls) << "the last was number " << SyscallTrap::sLastNumber;
 }
 
-TEST_F(BusyMixerTest, TheTrapSeesTheOneCallThatIsMade) {
+TEST_F(BusyMixerTest, TheTrapSeesASingleCall) {
     const int calls = callsWithin(30);
     if (calls < 0) {
         GTEST_SKIP() << "the kernel does not hand system calls to the program";

@@ -126,7 +126,7 @@ TEST_F(AudioThreadTest, HandlesCommandsInOrderOnceWithTheNextCycle) {
               log.messages());
 }
 
-TEST_F(AudioThreadTest, NoCommandPostedOnTheWayToSleepIsMissed) {
+TEST_F(AudioThreadTest, MissesNoCommandOnTheWayToSleep) {
     startCycles();
     // Each comes somewhere between the look at the queue and the sleep of one second.
     for (size_t i = 1; i <= 3000; ++i) {
@@ -138,7 +138,7 @@ TEST_F(AudioThreadTest, NoCommandPostedOnTheWayToSleepIsMissed) {
     }
 }
 
-TEST_F(AudioThreadTest, AChangeReachesTheNextCycleAlthoughTheWorkerNeverSleeps) {
+TEST_F(AudioThreadTest, AChangeReachesTheNextCycleOfABusyWorker) {
     mThread->mProduced = 1;
     mThread->mCycleTime = milliseconds(1);
     startCycles();
@@ -155,7 +155,7 @@ TEST_F(AudioThreadTest, AChangeReachesTheNextCycleAlthoughTheWorkerNeverSleeps) 
     EXPECT_LE(fewest, 2) << "the one under way, and the next";
 }
 
-TEST_F(AudioThreadTest, PostingNeverWaitsForWhatAStreamDoesWithACommand) {
+TEST_F(AudioThreadTest, PostingNeverWaitsForAStreamThatHandlesACommand) {
     struct SlowStream : FakeStream {
         SlowStream() : FakeStream({0}) {}
         int setDownstreamLatencyOffset(long offsetMs) override {
@@ -179,7 +179,7 @@ TEST_F(AudioThreadTest, PostingNeverWaitsForWhatAStreamDoesWithACommand) {
     mThread->removeStream(slow.get());
 }
 
-TEST_F(AudioThreadTest, ListsCanBeChangedWithoutAWorkerToo) {
+TEST_F(AudioThreadTest, ListsCanChangeWithoutAWorker) {
     mThread->exit();
     const sp<FakeStream> second(new FakeStream({0}));
     EXPECT_EQ(OK, mThread->addStream(second.get()));
@@ -188,7 +188,7 @@ TEST_F(AudioThreadTest, ListsCanBeChangedWithoutAWorkerToo) {
     EXPECT_EQ(1, second->getStrongCount());
 }
 
-TEST_F(AudioThreadTest, ListsAnItemOnceAndAnswersNullWithEinval) {
+TEST_F(AudioThreadTest, ListsAnItemOnceAndRefusesNull) {
     LogCapture log;
     mThread->mLooksAtLists = true;
     EXPECT_EQ(-EINVAL, mThread->addStream(nullptr));
@@ -207,7 +207,7 @@ TEST_F(AudioThreadTest, ListsAnItemOnceAndAnswersNullWithEinval) {
     EXPECT_EQ(1U, log.messages().size()) << "this stream is not in the list";
 }
 
-TEST_F(AudioThreadTest, AnExitIsNoUnexpectedEventWhereverItStrikes) {
+TEST_F(AudioThreadTest, AnExitIsNeverAnUnexpectedEvent) {
     LogCapture log;
     for (int round = 0; round < 300; ++round) {
         const sp<TestThread> passing(new TestThread());
@@ -218,7 +218,7 @@ TEST_F(AudioThreadTest, AnExitIsNoUnexpectedEventWhereverItStrikes) {
     EXPECT_TRUE(eventually([&log] { return log.messages().size() == 1; }));
 }
 
-TEST_F(AudioThreadTest, ExitsPromptlyFromItsSleepOnceAndAgain) {
+TEST_F(AudioThreadTest, ExitsPromptlyFromItsSleepAndTwice) {
     startCycles();
     const auto start = steady_clock::now();  // asleep for a second by now
     std::thread second([this] { mThread->exit(); });

@@ -93,7 +93,7 @@ struct PausingStream : FakeStream {
     int mOwnAnswer = -ENODEV;
 };
 
-TEST_F(MixerThreadTest, APauseInTheMiddleOfACycleCostsNobodyABlock) {
+TEST_F(MixerThreadTest, APauseInTheMiddleOfACycleCostsNoBlock) {
     const sp<FakeStream> paused(new FakeStream({960}, 100));
     const sp<PausingStream> flushed(new PausingStream(nullptr));
     flushed->mOwnAnswer = 0;
@@ -111,7 +111,7 @@ TEST_F(MixerThreadTest, APauseInTheMiddleOfACycleCostsNobodyABlock) {
     EXPECT_EQ(0U, mLog.messages().size());
 }
 
-TEST_F(MixerThreadTest, WhereAllArePausedInTheMiddleOfACycleThereIsNoBlock) {
+TEST_F(MixerThreadTest, MixesNoBlockIfAllPauseInTheMiddleOfACycle) {
     const sp<FakeStream> stream(new PausingStream(nullptr));
     stream->open();
     EXPECT_EQ(OK, mMixer->addStream(stream.get()));
@@ -121,7 +121,7 @@ TEST_F(MixerThreadTest, WhereAllArePausedInTheMiddleOfACycleThereIsNoBlock) {
     EXPECT_EQ(0U, mOutput->blockCount());
 }
 
-TEST_F(MixerThreadTest, ADumpTellsOfACallbackThatHangsAndOfAllElse) {
+TEST_F(MixerThreadTest, ADumpNamesAHangingCallbackAndTheRest) {
     addOpenStream({960}, 1);
     hear(1);  // and stays in its callback
     const std::string text = textOf([this](int fd) { EXPECT_EQ(OK, mMixer->dump(fd)); });
@@ -159,7 +159,7 @@ TEST_F(MixerThreadTest, TheFirstOutputFixesTheConfigurationForAllStreams) {
     EXPECT_EQ((Config{96000, 1, 3}), stream->configs().back());
 }
 
-TEST_F(MixerThreadTest, AMixThatIsSetIsTheOneThatIsMatchedAndDumped) {
+TEST_F(MixerThreadTest, MatchesAndDumpsTheMixThatWasSet) {
     const auto set = [this]() NO_THREAD_SAFETY_ANALYSIS {
         mMixer->set(96000, AUDIO_FORMAT_PCM_16_BIT, 3, 1920);
     };
@@ -172,7 +172,7 @@ TEST_F(MixerThreadTest, AMixThatIsSetIsTheOneThatIsMatchedAndDumped) {
     EXPECT_EQ((Config{96000, 1, 3}), stream->configs().back());
 }
 
-TEST_F(MixerThreadTest, RefusesOutputsThatNoStreamReachesAndChangesNothing) {
+TEST_F(MixerThreadTest, RefusesUnreachableOutputsAndChangesNothing) {
     const sp<FakeStream> stream(new FakeStream({0}));
     EXPECT_EQ(OK, mMixer->addStream(stream.get()));
     for (const auto& unreachable :
