@@ -14,8 +14,8 @@ struct BurstEvent {
     bool operator==(const BurstEvent& other) const = default;
 };
 
-// What is to be heard of a stream, told from the whole of it at once. Each run() starts a search
-// of its own; only the count of skipped bytes goes on.
+// The expected events of a stream, computed from all its bytes at once. Each run() starts a new
+// search; only the count of skipped bytes goes on.
 struct BurstModel {
     std::vector<BurstEvent> events;
     std::vector<std::string> garbageLog;
@@ -35,7 +35,7 @@ struct BurstModel {
     }
 
 private:
-    // Whether the one is the other's beginning, whichever is shorter.
+    // Whether the shorter one begins the longer one.
     static bool begins(const Bytes& bytes, const Bytes& magic) {
         const size_t common = std::min(magic.size(), bytes.size());
         return std::equal(bytes.data(), bytes.data() + common, magic.data());

@@ -48,7 +48,7 @@ struct Fixture {
         : parser(new HwSyncBurstParser(header)), recorder(new Recorder) {
         EXPECT_EQ(0, parser->registerObserver(recorder));
     }
-    // Writes from a block of its own, so that a sanitizer sees a read past its end.
+    // Writes from a separate block, so that a sanitizer sees a read past its end.
     int write(const Bytes& bytes, size_t first, size_t end) const {
         const auto piece = std::make_unique<uint8_t[]>(end - first);
         std::copy(bytes.data() + first, bytes.data() + end, piece.get());
@@ -95,7 +95,7 @@ Bytes makePiece(Random& random) {
     }
 }
 
-// Some places in order, equal ones too, the last `end`.
+// Sorted places, also equal ones; the last is `end`.
 std::vector<size_t> makeCuts(Random& random, size_t end) {
     std::vector<size_t> cuts(1 + random() % 20, end);
     std::generate(cuts.begin() + 1, cuts.end(), [&] { return random() % (end + 1); });
@@ -103,8 +103,8 @@ std::vector<size_t> makeCuts(Random& random, size_t end) {
     return cuts;
 }
 
-// Writes `stream` in pieces that end at `cuts`, with a reset at `reset`, and compares with the
-// model what comes out.
+// Writes `stream` in pieces that end at `cuts`, with a reset at `reset`, and compares the events
+// with the model's.
 void expectAsModel(const Bytes& stream, const std::vector<size_t>& cuts, size_t reset) {
     LogCapture log;
     const Fixture fixture;
@@ -120,8 +120,8 @@ void expectAsModel(const Bytes& stream, const std::vector<size_t>& cuts, size_t 
     model.run(Bytes(stream.data(), stream.data() + reset));
     model.run(Bytes(stream.data() + reset, stream.data() + stream.size()));
     ASSERT_EQ(model.events, fixture.recorder->mEvents);
-    // A bad offset is seen before or after the garbage in front of it is reported, as the cuts
-    // fall; each kind of message keeps its order.
+    // The cuts decide whether a bad offset or the garbage before it is reported first; each kind of
+    // message keeps its order.
     std::vector<std::string> garbage;
     std::vector<std::string> faults;
     for (const std::string& message : log.messages()) {
@@ -206,7 +206,7 @@ TEST(HwSyncBurstParser, AResetDuringACallbackEndsTheBurstThere) {
         (inPayload ? fixture.recorder->mOnPayload : fixture.recorder->mOnHeader) = reset;
         Bytes stream = makeBurst({.ptsNs = 1}, Bytes(10, 0xEE));
         append(stream, makeBurst({.ptsNs = 2}, {7, 8}));
-        // The run of 4 payload bytes that is under way is delivered; the other 6 are skipped.
+        // The current run of 4 payload bytes is delivered; the other 6 are skipped.
         EXPECT_EQ(24, fixture.write(stream, 0, 24));
         EXPECT_EQ(28, fixture.write(stream, 24, 52));
         EXPECT_EQ((std::vector<BurstEvent>{{0, 10, 1, Bytes(inPayload ? 4 : 0, 0xEE)},

@@ -79,7 +79,7 @@ TEST(HwSyncDefaultPolicy, AfterAStartWaitsForTheLatencyAndAnchorsOnce) {
     policy.setLatency(200'000'000);
     EXPECT_EQ(Decision(0, kUntouched), decide(policy, 199'999'999, 5000 * kNsPerMs));
     EXPECT_EQ(Decision(1, kUntouched), decide(policy, 200'000'000, 200'000'000));
-    EXPECT_EQ(Decision(3, 150), decide(policy, 0, 150 * kNsPerMs)) << "tracking, below or not";
+    EXPECT_EQ(Decision(3, 150), decide(policy, 0, 150 * kNsPerMs)) << "tracking, even below it";
     policy.setLatency(200'000'001);
     EXPECT_EQ(Decision(3, 150), decide(policy, 0, 150 * kNsPerMs)) << "the same milliseconds";
     policy.setFirstPts();

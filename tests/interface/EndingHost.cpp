@@ -16,8 +16,11 @@
 
 namespace {
 
-constexpr audio_proxy_config_t kMix = {48000, 1, 3, 0};
-constexpr audio_proxy_config_t kTunnel = {48000, 1, 3, 0x40};
+constexpr audio_proxy_config_t kMix = {48000, STREAMPROXY_FORMAT_PCM_16_BIT,
+                                       STREAMPROXY_CHANNEL_MASK_STEREO, 0};
+constexpr audio_proxy_config_t kTunnel = {48000, STREAMPROXY_FORMAT_PCM_16_BIT,
+                                          STREAMPROXY_CHANNEL_MASK_STEREO,
+                                          STREAMPROXY_FLAG_HW_AV_SYNC};
 
 std::atomic<int> gBlocks{0};
 bool gHangs = false;
@@ -30,12 +33,12 @@ int hear(void*, void*, size_t) {
     return 0;
 }
 
-/** Whatever else a host takes down. */
+/** The rest of a host's teardown. */
 struct SlowTeardown {
     ~SlowTeardown() { std::this_thread::sleep_for(std::chrono::milliseconds(300)); }
 } gTeardown;
 
-/** A host that gives everything back as its process ends. */
+/** A host that cleans up when its process ends. */
 struct Owner {
     ~Owner() {
         for (audio_proxy_stream_t* const stream : streams) {
@@ -68,7 +71,7 @@ void awaitBlock() {
 audio_proxy_pipeline_t* play() {
     audio_proxy_pipeline_t* const pipeline = create_audio_proxy_pipeline();
     audio_proxy_pipeline_register_output(pipeline, &kMix, nullptr, &hear);
-    // Both before anybody writes: a creation waits for a callback, and this one may hang.
+    // Both before the first write: a creation waits for a callback, and this one may hang.
     audio_proxy_stream_t* const streams[] = {create_audio_proxy_stream(&kMix),
                                              create_audio_proxy_stream(&kTunnel)};
     for (audio_proxy_stream_t* const stream : streams) {
@@ -87,7 +90,7 @@ audio_proxy_pipeline_t* play() {
     return pipeline;
 }
 
-/** What a forked process made of `deed`. */
+/** The result of `deed` in a forked process. */
 template <typename Deed>
 int inFork(Deed deed) {
     const pid_t child = fork();
@@ -107,7 +110,7 @@ int main(int, char** arguments) {
     const std::string way = arguments[1];
     gHangs = way == "hang" || way == "give-back-hanging";
     if (way == "fork-first") {
-        // A process without a pipeline hands nothing down: its child may make one.
+        // A process without a pipeline passes none on: its child may create one.
         return inFork([] { return destroy_audio_proxy_pipeline(play()); });
     }
     if (way == "give-back") {

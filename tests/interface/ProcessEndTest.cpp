@@ -33,8 +33,8 @@ TEST(ProcessEnd, AHangingCallbackOrAHostThatCleansUpDoesNotDelayIt) {
     for (const char* const way : {"hang", "give-back", "give-back-hanging"}) {
         const auto start = steady_clock::now();
         EXPECT_EQ(0, endingHost(way)) << way;
-        // The second for the callback, the host's own 300 ms, and what a busy machine adds. Eight
-        // streams that waited for the mixer would take eight.
+        // One second for the callback, the host's 300 ms, and a busy machine. If the eight streams
+        // waited for the mixer, it would be eight.
         EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(6)) << way;
     }
 }

@@ -183,7 +183,7 @@ TEST_F(StreamWrapperTest, SizesEachStreamsBufferByTheProperty) {
                                 "persist.vendor.hwsync.fbuffer.size is " +
                                 std::to_string(frameCount) + " frames, usable are 64 to 1000000"));
     }
-    EXPECT_EQ(3U, log.messages().size()) << "and a ring of no frames is told of";
+    EXPECT_EQ(3U, log.messages().size()) << "and one for a ring of no frames";
 }
 
 TEST_F(StreamWrapperTest, AStreamDestroyedDuringACallOutlivesIt) {
@@ -233,7 +233,7 @@ int callForbidden(void* cookie, void*, size_t) {
                   audio_proxy_pipeline_set_parameters(f->pipeline, "a=b"),
                   destroy_audio_proxy_stream(f->stream)};
     f->hasHandle = create_audio_proxy_pipeline() || create_audio_proxy_stream(&kStereo48k);
-    // A stream's operations are a callback's right.
+    // A callback may call a stream's operations.
     f->streamStatus = audio_proxy_stream_flush(f->stream) | audio_proxy_stream_pause(f->stream);
     f->done = true;
     return 0;

@@ -52,7 +52,8 @@ TEST(Unload, ReleasesAPipelineStreamsAndOutputsThatAreStillAlive) {
         const auto registerOutput = FIND(library, audio_proxy_pipeline_register_output);
         const auto createStream = FIND(library, create_audio_proxy_stream);
         const auto write = FIND(library, audio_proxy_stream_write);
-        const audio_proxy_config_t config = {48000, 1, 3, 0};
+        const audio_proxy_config_t config = {48000, STREAMPROXY_FORMAT_PCM_16_BIT,
+                                             STREAMPROXY_CHANNEL_MASK_STEREO, 0};
         audio_proxy_pipeline_t* const pipeline = createPipeline();
         ASSERT_EQ(0, registerOutput(pipeline, &config, nullptr, &countBlock));
         audio_proxy_stream_t* const stream = createStream(&config);
@@ -64,7 +65,7 @@ TEST(Unload, ReleasesAPipelineStreamsAndOutputsThatAreStillAlive) {
         ASSERT_EQ(0, dlclose(library));
         // A thread that was joined is listed a moment longer.
         EXPECT_TRUE(eventually([during] { return threadCount() == during - 1; }));
-        // After the first round, so that a thread of a sanitizer's own does not count.
+        // After the first round, so that a sanitizer's thread does not count.
         before = round == 0 ? threadCount() : before;
         EXPECT_EQ(before, threadCount());
 #ifndef STREAMPROXY_LIBRARIES_STAY  // a sanitizer's run time keeps what it has seen

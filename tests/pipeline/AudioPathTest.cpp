@@ -1,5 +1,5 @@
-// What the mixer's thread may not do: the guard itself, then a pipeline under churn, and a busy one
-// without system calls.
+// The mixer thread breaks no rule of the audio path: first the guard itself, then a pipeline under
+// churn, and a busy one without system calls.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -143,7 +143,7 @@ protected:
         }
         mMixer->exit();
     }
-    /** Repeats `work` on a thread of its own until the test ends. */
+    /** Repeats `work` on its own thread until the test ends. */
     void keep(std::function<void(unsigned turn)> work) {
         mThreads.emplace_back([this, work = std::move(work)] {
             for (unsigned turn = 0; !mDone; ++turn) {
@@ -177,14 +177,14 @@ TEST_F(AudioPathTest, StreamChurnAndMixChangesPassTheGuard) {
             std::this_thread::sleep_for(std::chrono::microseconds(300));
         });
     }
-    // The worker tells a tunnel stream's bridge of a new offset, while others tell it of a latency.
+    // The worker gives a tunnel stream's bridge a new offset while others give it a latency.
     const sp<TunnelStream> tunnel(new TunnelStream(48000, AUDIO_FORMAT_PCM_16_BIT,
                                                    AUDIO_CHANNEL_OUT_STEREO,
                                                    AUDIO_OUTPUT_FLAG_HW_AV_SYNC, 2000));
     ASSERT_EQ(OK, mMixer->addStream(tunnel));
     EXPECT_EQ(OK, tunnel->setParameters("hw_av_sync=2"));
     keep([tunnel](unsigned turn) { tunnel->setDownstreamLatency(turn % 50, 0); });
-    // More and more streams at once: the worker's list of those in a cycle has to grow as well.
+    // More and more streams at once: the worker's list of a cycle's streams must grow as well.
     keep([&](unsigned turn) {
         std::vector<sp<AudioStream>> passing(turn % 24);
         for (auto& stream : passing) {
@@ -212,7 +212,7 @@ TEST_F(AudioPathTest, StreamChurnAndMixChangesPassTheGuard) {
 
 #ifdef STREAMPROXY_GUARDED
 
-/** Sets the trap for what the worker does from one block to the next. */
+/** Traps the worker's system calls between two blocks. */
 class TrappingOutput : public AudioOutput {
 public:
     explicit TrappingOutput(int deliberateCall)
@@ -244,7 +244,7 @@ private:
 
 class BusyMixerTest : public AudioPathTest {
 protected:
-    // The blocks after which the worker made a system call, of fifty that follow each other.
+    // The number of blocks, of fifty in a row, after which the worker made a system call.
     int callsWithin(int deliberateCall) {
         const auto play = [&](uint32_t rateHz, audio_format_t format, uint32_t mask, size_t bytes) {
             const sp<AudioStream> stream(makeStream(rateHz, format, mask, 120000));

@@ -78,7 +78,7 @@ protected:
         mThread->mHold = false;
         mThread->exit();
         mThread.clear();
-        EXPECT_EQ(1, mStream->getStrongCount()) << "it ends with its last reference";
+        EXPECT_EQ(1, mStream->getStrongCount()) << "the thread has dropped its reference";
         EXPECT_EQ(1, mOutput->getStrongCount());
     }
     // With a stream and an output the worker has something to do.
@@ -120,7 +120,7 @@ TEST_F(AudioThreadTest, HandlesCommandsInOrderOnceWithTheNextCycle) {
     EXPECT_TRUE(mStream->offsets().empty());
     mThread->mHold = false;
     EXPECT_TRUE(within(milliseconds(700), [this] { return mStream->offsets().size() == 2; }))
-        << "the sleep of a second did not see them";
+        << "they did not end the sleep of a second";
     EXPECT_EQ((std::vector<long>{-20, 40}), mStream->offsets());
     EXPECT_EQ((std::vector<std::string>{"W audio_thread: handleConfigEvent, unexpected event 77"}),
               log.messages());
@@ -151,8 +151,8 @@ TEST_F(AudioThreadTest, AChangeReachesTheNextCycleOfABusyWorker) {
         ASSERT_TRUE(eventually([&] { return mThread->mCyclesOfChange > before; }));
         fewest = std::min(fewest, mThread->mCyclesOfChange - before);
     }
-    // A busy machine may keep this thread from its call, but not each time.
-    EXPECT_LE(fewest, 2) << "the one under way, and the next";
+    // A busy machine may delay this thread, but not each time.
+    EXPECT_LE(fewest, 2) << "the current one and the next";
 }
 
 TEST_F(AudioThreadTest, PostingNeverWaitsForAStreamThatHandlesACommand) {
@@ -198,7 +198,7 @@ TEST_F(AudioThreadTest, ListsAnItemOnceAndRefusesNull) {
     const int32_t listed = mStream->getStrongCount();
     EXPECT_EQ(OK, mThread->addStream(mStream.get()));
     EXPECT_EQ(listed, mStream->getStrongCount());
-    EXPECT_EQ(1U, mThread->mStreamsAtCommand) << "the command tells of a change that was made";
+    EXPECT_EQ(1U, mThread->mStreamsAtCommand) << "the command comes after the change";
     EXPECT_EQ(OK, mThread->removeStream(mStream.get()));
     EXPECT_EQ(0U, mThread->mStreamsAtCommand);
     EXPECT_EQ(listed - 1, mStream->getStrongCount());

@@ -31,7 +31,7 @@ protected:
     }
     int64_t sleepNs() NO_THREAD_SAFETY_ANALYSIS { return mMixer->computeSleepTimeNs_l(); }
 
-    // What the output hears first; the worker then waits in its callback.
+    // The first blocks of the output; the worker then waits in its callback.
     std::vector<FakeOutput::Block> hear(size_t blockCount) {
         EXPECT_EQ(OK, mMixer->registerOutput(mOutput.get()));
         return mOutput->takeBlocks(blockCount);
@@ -64,7 +64,7 @@ TEST_F(MixerThreadTest, AShortStreamShortensTheBlockAndEveryLaterStream) {
     const auto last = addOpenStream({960}, 4);
     const auto blocks = hear(2);
     EXPECT_EQ(FakeOutput::Block(1000, 7), blocks[0]);
-    EXPECT_EQ(FakeOutput::Block(1920, 7), blocks[1]) << "what was not delivered is not heard later";
+    EXPECT_EQ(FakeOutput::Block(1920, 7), blocks[1]) << "frames not delivered are not heard later";
     EXPECT_EQ(500U, last->asked()[0]);
     EXPECT_EQ((std::vector<std::string>{"W mixer_thread: threadLoopProcess_l, stream 1 processed "
                                         "500 frames, but 960 required"}),
@@ -82,7 +82,7 @@ TEST_F(MixerThreadTest, AStreamWithoutDataOrWithAnErrorEmptiesTheBlock) {
               mLog.messages());
 }
 
-// Closes itself, before or after it would have been pulled, or another in the middle of a cycle.
+// Pauses itself, or another stream, in the middle of a cycle.
 struct PausingStream : FakeStream {
     explicit PausingStream(sp<AudioStream> paused) : FakeStream({960}, 7), mPaused(paused) {}
     int process(sp<FrameBuffer> output, size_t frameCount) override {
@@ -186,7 +186,7 @@ TEST_F(MixerThreadTest, RefusesUnreachableOutputsAndChangesNothing) {
     EXPECT_EQ(1U, stream->configs().size());
     EXPECT_EQ(10'000'000, sleepNs());
     EXPECT_EQ(-EINVAL, mMixer->registerOutput(nullptr));
-    // Nor is a stream listed that can not be configured.
+    // A stream that cannot be configured is not listed either.
     stream->mConfigStatus = -EINVAL;
     const int32_t listed = stream->getStrongCount();
     mMixer->removeStream(stream.get());
