@@ -47,25 +47,24 @@
 #define STREAMPROXY_API
 #endif
 
-/** The version of the library. */
+/** The version is MAJOR.MINOR.PATCH. A new major version breaks hosts that were built before. */
 #define STREAMPROXY_VERSION_MAJOR 0
+/** Grows with each release that adds something. */
 #define STREAMPROXY_VERSION_MINOR 1
+/** Grows with each release that only repairs. */
 #define STREAMPROXY_VERSION_PATCH 0
 
-/** Sample formats. A 32-bit sample is Q4.27: full scale is 1 << 27. */
-#define STREAMPROXY_FORMAT_PCM_16_BIT 0x1U
-#define STREAMPROXY_FORMAT_PCM_32_BIT 0x3U
+#define STREAMPROXY_FORMAT_PCM_16_BIT 0x1U /**< samples of 16 bits: full scale is 1 << 15 */
+#define STREAMPROXY_FORMAT_PCM_32_BIT 0x3U /**< samples of 32 bits, Q4.27: full scale is 1 << 27 */
 
-/** Channel masks. An output is stereo. A mono stream plays on the left. */
-#define STREAMPROXY_CHANNEL_MASK_MONO 0x1U
-#define STREAMPROXY_CHANNEL_MASK_STEREO 0x3U
+#define STREAMPROXY_CHANNEL_MASK_MONO 0x1U   /**< one channel, which plays on the left */
+#define STREAMPROXY_CHANNEL_MASK_STEREO 0x3U /**< two channels; every output is stereo */
 
 /** Flag of a tunnel stream: its writes carry HW-sync bursts, headers with timestamps and PCM. */
 #define STREAMPROXY_FLAG_HW_AV_SYNC 0x40U
 
-/** Sample rates of streams and outputs, in Hz. */
-#define STREAMPROXY_MIN_SAMPLE_RATE 4000U
-#define STREAMPROXY_MAX_SAMPLE_RATE 768000U
+#define STREAMPROXY_MIN_SAMPLE_RATE 4000U   /**< lowest rate of a stream or output, in Hz */
+#define STREAMPROXY_MAX_SAMPLE_RATE 768000U /**< highest rate of a stream or output, in Hz */
 /** Channels of a stream. An output hears the first two. */
 #define STREAMPROXY_MAX_CHANNEL_COUNT 30U
 
