@@ -140,7 +140,7 @@ TEST_F(Play, ATerminalShowsLevelsAndBuffersWhileItPlays) {
     EXPECT_TRUE(shows("] peak -0.00 dBFS, RMS -4.7")) << screen;
     EXPECT_TRUE(shows("a.wav                    buffer [##")) << screen;
     EXPECT_TRUE(shows("a.wav                    ended")) << screen;
-    EXPECT_TRUE(shows(" of 6.3 s, 0 underruns")) << screen;
+    EXPECT_TRUE(shows(" of 6.2 s, 0 underruns")) << screen;
 }
 
 }  // namespace

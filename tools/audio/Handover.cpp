@@ -1,6 +1,9 @@
 #include "tools/audio/Handover.h"
 
+#include <audio_utils/resampler.h>
+
 #include <algorithm>
+#include <cmath>
 
 namespace android {
 
@@ -11,12 +14,22 @@ constexpr uint32_t kFormatQ27 = 3;
 constexpr uint32_t kStereo = 3;
 constexpr uint32_t kMaxChannels = 30;  // a mask has room for no more
 
-// Of the slower rate: the converter's documented latency, and a safe bound on what it may hold.
-constexpr int64_t kLatencyFrames = 40;
+// Of the slower rate: a safe bound on what a converter may hold.
 constexpr int64_t kHeldFrames = 64;
 
 int64_t slowerFramesAt(int64_t frameCount, uint32_t rateHz, uint32_t otherRateHz) {
     return rateHz > otherRateHz ? framesAtRate(frameCount, otherRateHz, rateHz) : frameCount;
+}
+
+/** By how many input frames the platform's converter lags behind, by its own account. */
+int64_t converterDelayFrames(uint32_t rateHz, uint32_t otherRateHz) {
+    resampler_itfe* converter = nullptr;
+    if (create_resampler(rateHz, otherRateHz, 2, 0, nullptr, &converter) != 0) {
+        return 0;  // the library has none either, and makes no stream
+    }
+    const double delaySec = converter->delay_ns(converter) / 1e9;
+    release_resampler(converter);
+    return std::llround(delaySec * rateHz);
 }
 
 }  // namespace
@@ -39,8 +52,9 @@ Handover::Handover(const Source& source, uint32_t mixRate, const Wishes& wishes)
     config.channel_mask = channelCount == 2 ? kStereo : (1u << channelCount) - 1;
 
     if (isConverted()) {
-        marginFrames = slowerFramesAt(kHeldFrames, source.rateHz, mixRateHz) + 2;
-        tailFrames = slowerFramesAt(kLatencyFrames, source.rateHz, mixRateHz);
+        delayFrames = converterDelayFrames(source.rateHz, mixRateHz);
+        marginFrames =
+            std::max(slowerFramesAt(kHeldFrames, source.rateHz, mixRateHz), delayFrames) + 2;
     }
     // What the mix may take in one block, with what the converter may leave or take ahead. Room for
     // one more write: frames of a write that is still under way are not counted yet, and one that

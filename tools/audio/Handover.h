@@ -60,14 +60,14 @@ struct Handover {
     }
     /** Where the mix has heard everything of an input of `frameCount` frames. */
     int64_t mixFramesOf(int64_t frameCount) const {
-        return framesAtRate(frameCount + tailFrames, config.sample_rate, mixRateHz);
+        return framesAtRate(frameCount + delayFrames, config.sample_rate, mixRateHz);
     }
 
     uint32_t mixRateHz;
     audio_proxy_config_t config{};
     uint32_t channelCount;
     int64_t marginFrames = 0;  // what a converter may look ahead or hold back
-    int64_t tailFrames = 0;    // by how much a converter's output lags, at most
+    int64_t delayFrames = 0;   // by how much a converter's output lags
     int64_t writeFrames;       // in one write that may wait for room
     int64_t fillFrames;        // in one that need not: any number, unless it was wished for
     int64_t bufferFrames;      // of the stream's ring

@@ -13,6 +13,7 @@
 #include "tools/audio/PipeReader.h"
 #include "tools/host/LogSink.h"
 #include "tools/host/Properties.h"
+#include "tools/mix/PreRoll.h"
 #include "tools/process/Interrupt.h"
 #include "tools/process/OutputPaths.h"
 #include "tools/report/MixJson.h"
@@ -241,14 +242,14 @@ void MixCommand::makeInputs() {
         longestRamp = std::max(longestRamp, handover.bufferFrames);
     }
     const int64_t block = blockFrames(mRateHz);
-    mPreRollFrames = hasGain ? (longestRamp / block + 2) * block : 0;
+    const PreRoll preRoll(handovers, hasGain ? (longestRamp / block + 2) * block : 0);
+    mPreRollFrames = preRoll.frameCount();
 
     for (size_t index = 0; index < mReaders.size(); ++index) {
         const InputSpec& spec = mSpecs[index];
         const double rateHz = mReaders[index]->rateHz();
-        const double silentSec = spec.startSec + static_cast<double>(mPreRollFrames) / mRateHz;
         const FrameSource::Extent extent{
-            .silentFrames = std::llround(silentSec * rateHz),
+            .silentFrames = preRoll.silentFrames(handovers[index], spec.startSec),
             .loopCount = spec.loopCount > 0 ? spec.loopCount : mLoopCount,
             .maxFrames = spec.lengthSec < 0 ? -1 : std::llround(spec.lengthSec * rateHz)};
         mInputs.push_back(
@@ -352,7 +353,7 @@ FeedBoard::State MixCommand::waitForEnd(MixSession& session, MixReport& report) 
         }
         report.progress();
         const auto now = std::chrono::steady_clock::now();
-        const int64_t blocks = session.cycle().blockCount();
+        const int64_t blocks = session.cycle().deliveredCount();
         if (blocks != lastBlocks || !(hasDemanded || session.board().isFed())) {
             lastBlocks = blocks;
             lastChange = now;

@@ -57,12 +57,15 @@ void MixCycle::deliver(const void* buffer, int64_t frameCount) {
     if (!mBoard.isRunning()) {
         return;
     }
-    if (mBlockCount == 0) {
+    if (mDeliveredCount == 0) {
         mStartTime = std::chrono::steady_clock::now();
     }
-    mBlockCount += 1;
-    if (frameCount < mBlockFrames) {
-        countShortBlock(frameCount);
+    mDeliveredCount += 1;
+    if (mMixedFrames + frameCount > mConfig.preRollFrames) {
+        mBlockCount += 1;
+        if (frameCount < mBlockFrames) {
+            countShortBlock(frameCount);
+        }
     }
     // Counted before a device plays it: the inputs fill up meanwhile, and someone may be looking.
     const int64_t blockStart = mMixedFrames.fetch_add(frameCount);
@@ -309,7 +312,7 @@ int64_t MixCycle::heardFrames(size_t index) const {
     const Handover& handover = input.handover;
     const int64_t mixFrame = voice.endFrame >= 0 ? voice.endFrame.load() : mMixedFrames.load();
     const int64_t ownFrame =
-        mixFrame * handover.config.sample_rate / handover.mixRateHz - handover.tailFrames;
+        mixFrame * handover.config.sample_rate / handover.mixRateHz - handover.delayFrames;
     const int64_t audioEnd = mBoard.input(index).audioEndFrame;
     const int64_t heard =
         (audioEnd < 0 ? ownFrame : std::min(ownFrame, audioEnd)) - input.source.silentFrames();

@@ -49,6 +49,8 @@ public:
     void demandMore();
 
     int64_t mixedFrames() const { return mMixedFrames.load(std::memory_order_relaxed); }
+    /** Every block so far; the others' counts leave out what is heard nowhere. */
+    int64_t deliveredCount() const { return mDeliveredCount.load(std::memory_order_relaxed); }
     int64_t blockCount() const { return mBlockCount.load(std::memory_order_relaxed); }
     int64_t shortBlockCount() const { return mShortBlockCount.load(std::memory_order_relaxed); }
     /** At most this many frames were taken from input `index` in short blocks and not mixed. */
@@ -91,6 +93,7 @@ private:
     std::vector<Voice> mVoices;
     std::chrono::steady_clock::time_point mStartTime{};
     std::atomic<int64_t> mMixedFrames{0};  // pre-roll included; the mixer thread alone writes
+    std::atomic<int64_t> mDeliveredCount{0};
     std::atomic<int64_t> mBlockCount{0};
     std::atomic<int64_t> mShortBlockCount{0};
 };

@@ -1,5 +1,7 @@
 #include "tools/mix/MixRecorder.h"
 
+#include <algorithm>
+
 namespace android {
 
 MixRecorder::MixRecorder(const std::vector<MixInput*>& inputs, const Config& config)
@@ -13,14 +15,15 @@ MixRecorder::MixRecorder(const std::vector<MixInput*>& inputs, const Config& con
                                                           .channelCount = handover.channelCount,
                                                           .bits = handover.sampleBytes() * 8}));
         mInputs.back()->audio().seek(
-            -framesAtRate(config.preRollFrames, config.rateHz, handover.config.sample_rate));
+            handover.delayFrames -
+            framesAtRate(config.preRollFrames, config.rateHz, handover.config.sample_rate));
     }
 }
 
 void MixRecorder::beginBlock(int64_t blockStart, int64_t frameCount) {
-    mIsInBlock = blockStart >= mConfig.preRollFrames;
+    mIsInBlock = blockStart + frameCount > mConfig.preRollFrames;
     if (mIsInBlock) {
-        mBlocks.begin(secondsOf(blockStart), frameCount);
+        mBlocks.begin(std::max(secondsOf(blockStart), 0.0), frameCount);
     }
 }
 
