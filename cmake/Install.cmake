@@ -65,4 +65,4 @@ endif()
 install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR}
     FILES_MATCHING PATTERN *.md PATTERN *.svg PATTERN man EXCLUDE)
-install(FILES examples/host.c examples/host.cpp DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+install(FILES examples/host.c examples/host.cpp examples/tunnel.cpp DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)

@@ -1,5 +1,5 @@
 /* The smallest host in C. It loads the library as an audio HAL does, plays two tones on two streams
- * of different rates, and writes the mix to a file of raw samples.
+ * of different rates to their ends, and writes the mix to a file of raw samples.
  *
  *     host_c LIBRARY OUTPUT.raw
  *     aplay -f S16_LE -c 2 -r 48000 OUTPUT.raw
@@ -24,6 +24,9 @@ static struct {
     int (*destroy_pipeline)(audio_proxy_pipeline_t*);
     audio_proxy_stream_t* (*create_stream)(const audio_proxy_config_t*);
     int (*write)(audio_proxy_stream_t*, const void*, size_t);
+    int (*pause)(audio_proxy_stream_t*);
+    int (*flush)(audio_proxy_stream_t*);
+    uint32_t (*get_latency)(audio_proxy_stream_t*);
     int (*destroy_stream)(audio_proxy_stream_t*);
 } proxy;
 
@@ -51,6 +54,9 @@ static void* load_all(const char* path) {
     load(library, "destroy_audio_proxy_pipeline", &proxy.destroy_pipeline);
     load(library, "create_audio_proxy_stream", &proxy.create_stream);
     load(library, "audio_proxy_stream_write", &proxy.write);
+    load(library, "audio_proxy_stream_pause", &proxy.pause);
+    load(library, "audio_proxy_stream_flush", &proxy.flush);
+    load(library, "audio_proxy_stream_get_latency", &proxy.get_latency);
     load(library, "destroy_audio_proxy_stream", &proxy.destroy_stream);
     return library;
 }
@@ -63,19 +69,40 @@ static int hear(void* file, void* buffer, size_t bytes) {
     return fwrite(buffer, 1, bytes, file) == bytes ? 0 : -1;
 }
 
-/* Writes block number `block`, 20 ms of a tone in 16-bit stereo. */
-static void play(audio_proxy_stream_t* stream, uint32_t rate, double frequency, uint32_t block) {
+struct tone {
+    audio_proxy_stream_t* stream;
+    uint32_t rate;
+    double frequency;
+};
+
+/* Writes block number `block`, 20 ms of a tone in 16-bit stereo, or of silence after its end. */
+static void play(const struct tone* tone, uint32_t block) {
     int16_t frames[MAX_BLOCK_FRAMES][2];
-    const uint32_t count = rate / BLOCKS_PER_SECOND;
+    const uint32_t count = tone->rate / BLOCKS_PER_SECOND;
+    const double amplitude = block < SECONDS * BLOCKS_PER_SECOND ? 8000 : 0;
     for (uint32_t i = 0; i < count; ++i) {
-        const double time = (double)(block * count + i) / rate;
-        const int16_t sample = (int16_t)(8000 * sin(2 * 3.14159265358979 * frequency * time));
-        frames[i][0] = frames[i][1] = sample;
+        const double time = (double)(block * count + i) / tone->rate;
+        const double value = amplitude * cos(2 * 3.14159265358979 * tone->frequency * time);
+        frames[i][0] = frames[i][1] = (int16_t)value;
     }
     const int bytes = (int)(count * sizeof(frames[0]));
-    if (proxy.write(stream, frames, (size_t)bytes) != bytes) {
+    if (proxy.write(tone->stream, frames, (size_t)bytes) != bytes) {
         die("the mixer made no room for a second");
     }
+}
+
+/* Blocks of silence that push the last frame of a 16-bit stereo stream out: its ring, and 20 ms for
+ * the rate converter. The latency is cut to whole ms. */
+static uint32_t blocks_to_end(const struct tone* tone) {
+    const uint32_t ring_ms = proxy.get_latency(tone->stream) / 1000 + 1;
+    return (ring_ms + 20 + 19) / 20;
+}
+
+/* Paused and flushed, a stream is destroyed without a wait for the mixer. */
+static void end(const struct tone* tone) {
+    proxy.pause(tone->stream);
+    proxy.flush(tone->stream);
+    proxy.destroy_stream(tone->stream);
 }
 
 int main(int argc, char** argv) {
@@ -97,17 +124,20 @@ int main(int argc, char** argv) {
     if (proxy.register_output(pipeline, &mix, file, &hear) != 0) {
         die("the output is refused");
     }
-    audio_proxy_stream_t* const low = proxy.create_stream(&mix);
-    audio_proxy_stream_t* const high = proxy.create_stream(&other);
-    if (low == NULL || high == NULL) {
+    const struct tone low = {proxy.create_stream(&mix), mix.sample_rate, 440};
+    const struct tone high = {proxy.create_stream(&other), other.sample_rate, 660};
+    if (low.stream == NULL || high.stream == NULL) {
         die("a stream is refused");
     }
-    for (uint32_t block = 0; block < SECONDS * BLOCKS_PER_SECOND; ++block) {
-        play(low, mix.sample_rate, 440, block);
-        play(high, other.sample_rate, 660, block);
+    /* The ring of the lower rate lasts longer. Both get silence until both have ended: an open
+     * stream without data would stop the mix. */
+    const uint32_t blocks = SECONDS * BLOCKS_PER_SECOND + blocks_to_end(&high);
+    for (uint32_t block = 0; block < blocks; ++block) {
+        play(&low, block);
+        play(&high, block);
     }
-    proxy.destroy_stream(low); /* waits until the mixer has taken more of it */
-    proxy.destroy_stream(high);
+    end(&low);
+    end(&high); /* the callback has had everything */
     proxy.unregister_output(pipeline, file, &hear);
     proxy.destroy_pipeline(pipeline);
     printf("%ld bytes of raw samples in %s\n", ftell(file), argv[2]);
