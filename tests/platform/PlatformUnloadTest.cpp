@@ -18,7 +18,7 @@ TEST(PlatformUnload, FreesThePropertiesWithTheLibrary) {
         void* const library = dlopen(STREAMPROXY_PLATFORM_LIBRARY, RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(nullptr, library) << dlerror();
         using Set = int (*)(const char*, const char*);
-        const auto set = reinterpret_cast<Set>(dlsym(library, "_Z12property_setPKcS0_"));
+        const auto set = reinterpret_cast<Set>(dlsym(library, "property_set"));
         ASSERT_NE(nullptr, set);
         for (size_t i = 0; i < kPropertyCount; ++i) {
             set(("test.key." + std::to_string(i)).c_str(), "a value");

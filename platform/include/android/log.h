@@ -1,8 +1,13 @@
-/** The log: every message has a priority and a tag, and goes to one sink. Threads: any. */
+/** The log, for C and C++: every message has a priority and a tag, and goes to one sink. Threads:
+ *  any. */
 #pragma once
 
 #include <stddef.h>
 #include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
 
 typedef enum android_LogPriority {
     ANDROID_LOG_UNKNOWN = 0,
@@ -16,7 +21,7 @@ typedef enum android_LogPriority {
     ANDROID_LOG_SILENT,
 } android_LogPriority;
 
-struct __android_log_message {
+typedef struct __android_log_message {
     size_t struct_size;  // of this record, for later fields
     uint32_t buffer_id;  // 0
     int32_t priority;    // android_LogPriority
@@ -24,7 +29,7 @@ struct __android_log_message {
     const char* file;  // null
     uint32_t line;     // 0
     const char* message;
-};
+} __android_log_message;
 
 /** Receives each message on the thread that logs it; the record is valid during the call only. */
 typedef void (*__android_logger_function)(const __android_log_message* message);
@@ -43,3 +48,7 @@ void __android_log_set_logger(__android_logger_function logger);
  * how many were. Takes no lock; leaves errno alone; raises no SIGPIPE.
  */
 void __android_log_stderr_logger(const __android_log_message* message);
+
+#ifdef __cplusplus
+}
+#endif

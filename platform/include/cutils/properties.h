@@ -1,9 +1,13 @@
 /**
- * System properties: short texts by name, shared by everything in the process.
+ * System properties, for C and C++: short texts by name, shared by everything in the process.
  * Initial values come from the file that the environment variable STREAMPROXY_PROPERTIES names, see
  * property_load(). Threads: any, also after exit() has begun.
  */
 #pragma once
+
+#ifdef __cplusplus
+extern "C" {
+#endif
 
 /** Room for a value and its terminating NUL. */
 #define PROPERTY_VALUE_MAX 92
@@ -34,3 +38,7 @@ typedef struct property_bad_line {
  */
 int property_load(const char* path, void (*badLine)(const property_bad_line* line, void* cookie),
                   void* cookie);
+
+#ifdef __cplusplus
+}
+#endif
