@@ -143,6 +143,11 @@ AudioPipeline* create_audio_proxy_pipeline() try {
         }
         LibraryState::watchForProcessEnd(false);
         state().pipeline.exchange(pipeline);
+        if (LibraryState::hasProcessEnded()) {
+            // The look for a worker to stop has come before this one.
+            state().release(state().pipeline.exchange(nullptr));
+            return nullptr;
+        }
     }
     return pipeline.get();
 } catch (const std::bad_alloc&) {

@@ -24,8 +24,12 @@ constexpr audio_proxy_config_t kTunnel = {48000, STREAMPROXY_FORMAT_PCM_16_BIT,
 
 std::atomic<int> gBlocks{0};
 bool gHangs = false;
+std::atomic<bool> gIsGone{false};
 
 int hear(void*, void*, size_t) {
+    if (gIsGone) {
+        abort();
+    }
     ++gBlocks;
     do {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -35,7 +39,10 @@ int hear(void*, void*, size_t) {
 
 /** The rest of a host's teardown. */
 struct SlowTeardown {
-    ~SlowTeardown() { std::this_thread::sleep_for(std::chrono::milliseconds(300)); }
+    ~SlowTeardown() {
+        gIsGone = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    }
 } gTeardown;
 
 /** A host that cleans up when its process ends. */
@@ -62,8 +69,8 @@ void own(audio_proxy_pipeline_t* pipeline) {
     }
 }
 
-void awaitBlock() {
-    while (gBlocks == 0) {
+void awaitBlocks(int count) {
+    while (gBlocks < count) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
 }
@@ -86,8 +93,22 @@ audio_proxy_pipeline_t* play() {
             }
         }).detach();
     }
-    awaitBlock();
+    awaitBlocks(1);
     return pipeline;
+}
+
+/** Pipelines come and go while the process ends. */
+void recreate() {
+    const std::vector<uint8_t> block(960 * 4);
+    while (audio_proxy_pipeline_t* const pipeline = create_audio_proxy_pipeline()) {
+        audio_proxy_pipeline_register_output(pipeline, &kMix, nullptr, &hear);
+        audio_proxy_stream_t* const stream = create_audio_proxy_stream(&kMix);
+        audio_proxy_stream_write(stream, block.data(), block.size());
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));  // is heard
+        destroy_audio_proxy_stream(stream);
+        audio_proxy_pipeline_unregister_output(pipeline, nullptr, &hear);
+        destroy_audio_proxy_pipeline(pipeline);
+    }
 }
 
 /** The result of `deed` in a forked process. */
@@ -113,6 +134,11 @@ int main(int, char** arguments) {
         // A process without a pipeline passes none on: its child may create one.
         return inFork([] { return destroy_audio_proxy_pipeline(play()); });
     }
+    if (way == "recreate") {
+        std::thread(recreate).detach();
+        awaitBlocks(20);
+        return 0;
+    }
     if (way == "give-back") {
         own(play());
         return 0;
@@ -121,7 +147,7 @@ int main(int, char** arguments) {
         audio_proxy_pipeline_t* const pipeline = create_audio_proxy_pipeline();
         own(pipeline);
         audio_proxy_pipeline_register_output(pipeline, &kMix, nullptr, &hear);
-        awaitBlock();
+        awaitBlocks(1);
         return 0;
     }
     audio_proxy_pipeline_t* const pipeline = play();

@@ -26,6 +26,7 @@ int endingHost(std::string way) {
 TEST(ProcessEnd, ReturningFromMainWhileWritersWriteEndsCleanly) {
     for (int run = 0; run < 5; ++run) {
         ASSERT_EQ(0, endingHost("exit"));
+        ASSERT_EQ(0, endingHost("recreate"));
     }
 }
 
