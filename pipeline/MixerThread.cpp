@@ -174,18 +174,19 @@ ssize_t MixerThread::threadLoopProcess_l() {
     return frameCount;
 }
 
-// A stream that is paused or closed from now on counts as closed before this cycle: if it counted
-// as empty, the others would lose this block.
+// A stream that is paused or closed from now on counts as closed before this cycle, even if it opens
+// again at once: if it counted as empty, the others would lose this block.
 int MixerThread::mixStreams_l() {
     int frameCount = static_cast<int>(mFrameCount);
     int mixedCount = 0;
     for (const sp<AudioStream>& stream : mOpened) {
+        const uint32_t closingCount = stream->closingCount();
         if (!stream->isOpened()) {
             continue;
         }
         const int processed =
             stream->process(mMixBuffer, static_cast<size_t>(static_cast<ssize_t>(frameCount)));
-        if (processed < 1 && !stream->isOpened()) {
+        if (processed < 1 && (!stream->isOpened() || stream->closingCount() != closingCount)) {
             continue;  // it has added nothing
         }
         if (processed < frameCount && processed != 0) {

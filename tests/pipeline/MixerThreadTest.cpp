@@ -82,26 +82,33 @@ TEST_F(MixerThreadTest, AStreamWithoutDataOrWithAnErrorEmptiesTheBlock) {
               mLog.messages());
 }
 
-// Pauses itself, or another stream, in the middle of a cycle.
+// Pauses itself, or another stream, in the middle of a cycle, and may open again at once.
 struct PausingStream : FakeStream {
     explicit PausingStream(sp<AudioStream> paused) : FakeStream({960}, 7), mPaused(paused) {}
     int process(sp<FrameBuffer> output, size_t frameCount) override {
         (mPaused != nullptr ? mPaused.get() : this)->pause();
+        if (mReopens) {
+            open();
+        }
         return mPaused != nullptr ? FakeStream::process(output, frameCount) : mOwnAnswer;
     }
     const sp<AudioStream> mPaused;
     int mOwnAnswer = -ENODEV;
+    bool mReopens = false;
 };
 
 TEST_F(MixerThreadTest, APauseInTheMiddleOfACycleCostsNoBlock) {
     const sp<FakeStream> paused(new FakeStream({960}, 100));
     const sp<PausingStream> flushed(new PausingStream(nullptr));
     flushed->mOwnAnswer = 0;
+    const sp<PausingStream> reopened(new PausingStream(nullptr));
+    reopened->mReopens = true;
     for (const auto& [stream, value] :
          {std::pair{sp<FakeStream>(new PausingStream(paused.get())), 7},
           {paused, 100},
           {sp<FakeStream>(new PausingStream(nullptr)), 0},
           {sp<FakeStream>(flushed.get()), 0},
+          {sp<FakeStream>(reopened.get()), 0},
           {sp<FakeStream>(new FakeStream({960}, 30)), 30}}) {
         stream->open();
         ASSERT_EQ(OK, mMixer->addStream(stream.get()));
