@@ -22,8 +22,8 @@ public:
     };
 
     void enter(size_t output) {
-        mOutput.store(output, std::memory_order_relaxed);
-        mStartNs.store(systemTime(SYSTEM_TIME_MONOTONIC), std::memory_order_relaxed);
+        mOutput.store(output, std::memory_order_release);
+        mStartNs.store(systemTime(SYSTEM_TIME_MONOTONIC), std::memory_order_release);
         mNumber.store(mNumber.load(std::memory_order_relaxed) + 1, std::memory_order_release);
     }
     void leave() {
@@ -37,9 +37,11 @@ public:
 private:
     [[nodiscard]] bool look(Visit& visit) const;
 
+    // Stored in turn, each with release: who sees a later callback's output or start sees also that
+    // the number has changed.
     std::atomic<size_t> mOutput{0};
     std::atomic<nsecs_t> mStartNs{0};
-    std::atomic<uint32_t> mNumber{0};  // odd inside a callback; release: the others first
+    std::atomic<uint32_t> mNumber{0};  // odd inside a callback
 };
 
 }  // namespace android
