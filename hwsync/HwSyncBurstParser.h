@@ -47,6 +47,8 @@ public:
      * searches the rest of its write. The count of skipped bytes goes on.
      */
     void reset();
+    /** A reset has not taken effect yet: what is being announced or delivered came before it. */
+    bool isResetRequested() const { return mResetRequested.load(std::memory_order_relaxed); }
 
 private:
     enum State : uint32_t { STATE_FIND_HEADER, STATE_READ_HEADER, STATE_READ_BODY };

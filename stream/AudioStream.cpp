@@ -185,33 +185,28 @@ AudioStream::WriteStart AudioStream::now() const {
             mDiscardCount.load(std::memory_order_acquire)};
 }
 
-AudioStream::WriteStart AudioStream::startWrite() {
-    const WriteStart start = mHostWrite.value_or(now());
-    mHostWrite.reset();
-    return start;
+bool AudioStream::takeHostWrite() {
+    return std::exchange(mIsHostWrite, false);
 }
 
 int AudioStream::openAndWrite(const void* data, size_t byteCount) {
-    WriteStart start = now();
-    if (!isOpened() && !isPausedSince(start)) {
-        open();
-        // A close before that is undone by this write; a pause is not.
-        start = {start.pauseCount, now().closeCount, now().discardCount};
-    }
-    mHostWrite = start;
+    mIsHostWrite = true;
     return write(data, byteCount);
 }
 
 int AudioStream::write(const void* data, size_t byteCount) {
-    const WriteStart start = startWrite();
-    if (data == nullptr || byteCount == 0) {
-        return 0;
-    }
-    if (!isOpened()) {
+    const WriteStart start = now();
+    const bool isHosts = takeHostWrite();
+    const bool isEmpty = data == nullptr || byteCount == 0;
+    if (!isOpened() && (isHosts || !isEmpty)) {
+        // Not while a close is at its end, which would discard what comes and leave the stream open.
         const Mutex::Autolock lock(mCloseLock);
         if (!isPausedSince(start) && !isClosedSince(start)) {
             open();
         }
+    }
+    if (isEmpty) {
+        return 0;
     }
     const size_t written = placeBytes(
         data, byteCount, [this, &start](nsecs_t& /*startNs*/) { return !isClosedSince(start); });

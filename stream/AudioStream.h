@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <optional>
 
 #include "buffer/FrameBuffer.h"
 #include "interface/streamproxy.h"
@@ -86,8 +85,15 @@ public:
      */
     virtual int process(sp<FrameBuffer> output, size_t frameCount) EXCLUDES(mLock);
 
-    /** A host's write: opens the stream, then write(). A pause between the two holds. */
+    /** A host's write: opens the stream even for no bytes, then as write(). A pause between the two
+     *  holds. */
     int openAndWrite(const void* data, size_t byteCount);
+
+    /** Differs after the stream was closed or paused, even if it is open again. */
+    uint32_t closingCount() const {
+        return mPauseCount.load(std::memory_order_acquire) +
+               mDiscardCount.load(std::memory_order_acquire);
+    }
 
     /** Ends a write in progress at once; a later one is not concerned. Any thread. */
     void endWrite();
@@ -102,9 +108,10 @@ protected:
         uint32_t closeCount;
         uint32_t discardCount;
     };
-    /** Of the write that begins now. The writer's thread, once for each. */
-    WriteStart startWrite();
+    /** Of a write that begins now. */
     WriteStart now() const;
+    /** Whether the write that begins comes through openAndWrite(). Once for each. */
+    bool takeHostWrite();
     bool isPausedSince(const WriteStart& start) const {
         return mPauseCount.load(std::memory_order_acquire) != start.pauseCount;
     }
@@ -173,14 +180,15 @@ private:
     sp<VolumeMixer> mVolumeMixer GUARDED_BY(mConfigLock);  // the last stage
     const sp<AudioDump> mAudioDump;
     ConsumeSignal<> mConsumed;  // its word is a futex
-    // Each is stored before what it counts takes effect on the ring or on mActive.
+    // Each is stored before what it counts takes effect on the ring; mPauseCount also before mActive,
+    // mDiscardCount after it.
     std::atomic<uint32_t> mPauseCount{0};
-    std::atomic<uint32_t> mCloseCount{0};    // what ends a write: two for each close
+    std::atomic<uint32_t> mCloseCount{0};    // what ends a write: several for each close
     std::atomic<uint32_t> mDiscardCount{0};  // the end of a close
     std::atomic<uint32_t> mFlushCount{0};
     std::atomic<bool> mIsRetired{false};
-    std::atomic<int> mCloserCount{0};      // of those asleep on mConsumed; published by its word
-    std::optional<WriteStart> mHostWrite;  // the writer's thread alone: openAndWrite() began
+    std::atomic<int> mCloserCount{0};  // of those asleep on mConsumed; published by its word
+    bool mIsHostWrite = false;         // the writer's thread alone: openAndWrite() calls write()
 };
 
 template <typename Put, typename GoesOn>

@@ -206,8 +206,11 @@ int TunnelStream::resume() {
 }
 
 int TunnelStream::flush() {
-    mParser->reset();
-    mPolicy->setFirstPts();
+    {
+        const Mutex::Autolock lock(mPlayState);
+        mParser->reset();
+        mPolicy->setFirstPts();
+    }
     return AudioStream::flush();
 }
 
@@ -236,7 +239,12 @@ int TunnelStream::close() {
 }
 
 int TunnelStream::write(const void* data, size_t byteCount) {
-    mWrite = startWrite();
+    WriteStart start = now();
+    if (takeHostWrite() && !isOpened() && !isPausedSince(start) && open() == OK) {
+        // This write undoes a close that it has waited for.
+        start = {start.pauseCount, now().closeCount, now().discardCount};
+    }
+    mWrite = start;
     mHasGivenUp = false;
     beginProgramme();
     const int parsed = mParser->parse(data, byteCount);
@@ -260,28 +268,29 @@ int TunnelStream::onBurstHeaderParsed(hw_sync_mode_t mode, unsigned int /*burstB
     const CallbackScope scope(mIsInCallback);
     forgetCutFrame();
     mHeldMode.reset();
-    if (isClosedSince(writeInProgress())) {
-        return -ENOSYS;  // the rest of a programme that is over
-    }
-    if (isHeld()) {
-        // The clock stands still with the stream. The first header after the pause anchors it anew.
-        mHeldMode = mode;
-        return -ENOSYS;
-    }
-    updateMode(mode);
-    const sp<BridgeHalHidl> current = bridge();
-    if (mHwSyncMode != HW_SYNC_MODE_AV_SYNC || current == nullptr) {
-        return -ENOSYS;
-    }
-    uint64_t syncPtsNs = 0;
-    current->getSyncPts(syncPtsNs);
+    uint32_t flushes = 0;
+    int decision = 0;
     long durationMs = 0;
-    switch (mPolicy->determine(ptsNs, syncPtsNs, durationMs)) {
-        case HW_SYNC_DECISION_ANCHOR:
-            current->updateAudioPts(ptsNs);
-            break;
+    {
+        // All that this header does to the clock comes before a pause, a flush or a close, or not
+        // at all: a clock that it starts behind a pause would run on by itself.
+        const Mutex::Autolock lock(mPlayState);
+        const bool isFlushed = mWrite && mParser->isResetRequested();
+        if (isClosedSince(writeInProgress()) || isFlushed) {
+            return -ENOSYS;  // of a programme that is over
+        }
+        if (isHeld()) {
+            // The clock stands still with the stream. The first header after the pause anchors it
+            // anew.
+            mHeldMode = mode;
+            return -ENOSYS;
+        }
+        flushes = flushCount();
+        decision = decide_l(mode, ptsNs, durationMs);
+    }
+    switch (decision) {
         case HW_SYNC_DECISION_FILL:
-            fill(static_cast<unsigned long>(durationMs));
+            fillUnlessFlushed(static_cast<unsigned long>(durationMs), flushes);
             break;
         case HW_SYNC_DECISION_DROP:
             drop(static_cast<unsigned long>(durationMs));
@@ -289,10 +298,30 @@ int TunnelStream::onBurstHeaderParsed(hw_sync_mode_t mode, unsigned int /*burstB
         default:
             break;
     }
-    return OK;
+    return decision < 0 ? decision : OK;
+}
+
+int TunnelStream::decide_l(hw_sync_mode_t mode, uint64_t ptsNs, long& durationMs) {
+    updateMode_l(mode);
+    const sp<BridgeHalHidl> current = bridge();
+    if (mHwSyncMode != HW_SYNC_MODE_AV_SYNC || current == nullptr) {
+        return -ENOSYS;
+    }
+    uint64_t syncPtsNs = 0;
+    current->getSyncPts(syncPtsNs);
+    const int decision = mPolicy->determine(ptsNs, syncPtsNs, durationMs);
+    if (decision == HW_SYNC_DECISION_ANCHOR) {
+        current->updateAudioPts(ptsNs);
+    }
+    return decision;
 }
 
 void TunnelStream::updateMode(hw_sync_mode_t mode) {
+    const Mutex::Autolock lock(mPlayState);
+    updateMode_l(mode);
+}
+
+void TunnelStream::updateMode_l(hw_sync_mode_t mode) {
     const sp<BridgeHalHidl> current = bridge();
     switch (mode) {
         case HW_SYNC_MODE_AV_SYNC:
@@ -311,13 +340,17 @@ void TunnelStream::updateMode(hw_sync_mode_t mode) {
             }
             break;
         default:
-            __android_log_print(ANDROID_LOG_ERROR, kTag, "%s, Unknown hw sync mode %d", __func__,
-                                mode);
+            __android_log_print(ANDROID_LOG_ERROR, kTag, "%s, Unknown hw sync mode %d",
+                                "updateMode", mode);
             break;
     }
 }
 
 void TunnelStream::fill(unsigned long durationMs) {
+    fillUnlessFlushed(durationMs, flushCount());
+}
+
+void TunnelStream::fillUnlessFlushed(unsigned long durationMs, uint32_t flushes) {
     const uint64_t byteCount =
         saturatingMultiply(saturatingMultiply(mFrameSize, mSampleRate / 1000), durationMs);
     // More than a signed 32-bit count of silence can't be had.
@@ -325,12 +358,11 @@ void TunnelStream::fill(unsigned long durationMs) {
         __android_log_print(ANDROID_LOG_WARN, kTag, "No enough memory");
         return;
     }
-    __android_log_print(ANDROID_LOG_DEBUG, kTag, "%s, filling silience %llu ms, %d bytes", __func__,
+    __android_log_print(ANDROID_LOG_DEBUG, kTag, "%s, filling silience %llu ms, %d bytes", "fill",
                         static_cast<unsigned long long>(durationMs), static_cast<int>(byteCount));
     if (byteCount == 0) {
         return;
     }
-    const uint32_t flushes = flushCount();
     const WriteStart start = writeInProgress();
     playOn(start);
     const WriteStart here = now();
@@ -416,6 +448,14 @@ void TunnelStream::writePayload(const uint8_t* data, size_t byteCount) {
     mCarryFlushCount = flushCount();
 }
 
+void TunnelStream::enterHeldMode() {
+    const Mutex::Autolock lock(mPlayState);
+    if (mHeldMode && isOpened()) {
+        updateMode_l(*mHeldMode);
+        mHeldMode.reset();
+    }
+}
+
 // A paused stream takes what its ring has room for; the rest waits like any write, and goes on when
 // the host lets the stream play again. A pause that outlasts one run's second costs the later runs
 // of the same write no second each.
@@ -432,10 +472,7 @@ void TunnelStream::writeFrames(const uint8_t* data, size_t byteCount) {
             // The mixer had no chance to make room meanwhile.
             startNs = systemTime(SYSTEM_TIME_MONOTONIC);
             wasHeld = false;
-            if (mHeldMode) {
-                updateMode(*mHeldMode);
-                mHeldMode.reset();
-            }
+            enterHeldMode();
         }
         return !isClosedSince(start);
     });

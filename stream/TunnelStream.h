@@ -52,7 +52,7 @@ public:
     int pause() override;
     /** Opens the stream for the payload of a write that waits; otherwise the next write does. */
     int resume() override;
-    /** Ends silence that is being written, and keeps a pending drop. */
+    /** Ends silence that is being written, and keeps a pending drop. Waits for the bridge. */
     int flush() override;
     /** Ends a write in progress. The next write begins a new programme: a search for a header, with
      *  nothing to drop. */
@@ -72,7 +72,7 @@ public:
     /** Discards that much of the payload that is parsed next, instead of what is still to be
      *  discarded. Whole frames. Writer's thread. */
     void drop(unsigned long durationMs);
-    void updateMode(hw_sync_mode_t mode);
+    void updateMode(hw_sync_mode_t mode) EXCLUDES(mPlayState);
 
 private:
     /** Marks that the writer's thread is inside a parser callback. */
@@ -83,6 +83,12 @@ private:
     int startPlaying_l() REQUIRES(mPlayState);
     WriteStart writeInProgress() const { return mWrite.value_or(now()); }
     void playOn(const WriteStart& start) EXCLUDES(mPlayState);
+    /** The policy's decision; the clock is anchored already. -ENOSYS: nothing to decide. */
+    int decide_l(hw_sync_mode_t mode, uint64_t ptsNs, long& durationMs) REQUIRES(mPlayState);
+    void updateMode_l(hw_sync_mode_t mode) REQUIRES(mPlayState);
+    void enterHeldMode() EXCLUDES(mPlayState);
+    /** As fill(), unless the stream was flushed since `flushes` were counted. */
+    void fillUnlessFlushed(unsigned long durationMs, uint32_t flushes);
     bool isHeld() const;  // by a pause that came after the write in progress began
     void beginProgramme();
     void forgetCutFrame();
@@ -108,8 +114,9 @@ private:
     uint64_t mLatencyMs GUARDED_BY(mLatency) = 0;
     int64_t mLatencyOffsetMs GUARDED_BY(mLatency) = 0;
 
-    Mutex mLifecycle{"lifecycle"};    // open against close
-    Mutex mPlayState{"play state"};   // bridge and stream start and pause together
+    Mutex mLifecycle{"lifecycle"};  // open against close
+    // Bridge and stream start and pause together, and no header's calls come between.
+    Mutex mPlayState{"play state"};
     Mutex mParameters{"parameters"};  // one bridge is made at a time
     // The worker waits for these two when it passes an offset on.
     PriorityMutex mLatency{

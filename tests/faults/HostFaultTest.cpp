@@ -166,7 +166,7 @@ TEST_F(HostFaultTest, ACallbackThatBlocksForSecondsHoldsUpNoStream) {
     EXPECT_EQ(8000, writeFrames(nextFrames(3000))) << "what fits, after about a second";
     EXPECT_LT(steady_clock::now() - start, milliseconds(2500));
     EXPECT_EQ(1, mBlocks);
-    EXPECT_EQ(0, audio_proxy_pipeline_dump(mPipeline, -1));  // waits for the cycle
+    EXPECT_EQ(0, audio_proxy_pipeline_dump(mPipeline, -1));
     EXPECT_LT(steady_clock::now() - start, seconds(10));
     EXPECT_TRUE(eventually([this] { return heard().size() == 2960; }));
 }

@@ -417,6 +417,33 @@ TEST_F(BlockedTunnelWrite, SilenceEndsWithAPauseAFlushOrAClose) {
     EXPECT_EQ(0U, mLog.count("W audio_stream: write, It costs too long (1000 ms) to write"));
 }
 
+TEST_F(TunnelStreamTest, AHeaderReachesTheClockBeforeAPauseOrAFlushOrNotAtAll) {
+    FakeBridge& bridge = connect();
+    bridge.setPositionMs(1000);
+    mStream.write(burst(1000, {}));
+    using Control = int (TunnelStream::*)();
+    // Strikes while a header's decision is made, and is given time to come before its effect.
+    const auto writeStruckBy = [&](Control control, const Bytes& bytes) {
+        std::thread host;
+        bridge.mOnGetSyncPts = [&] {
+            host = std::thread([this, control] { ((*mStream.stream).*control)(); });
+            bridge.mOnGetSyncPts = nullptr;
+            std::this_thread::sleep_for(milliseconds(50));
+        };
+        mStream.write(bytes);
+        host.join();
+    };
+    writeStruckBy(&TunnelStream::pause, burst(3000, {}));
+    EXPECT_EQ("pause", bridge.takeCalls().back()) << "the clock of a paused stream runs on";
+    mStream->open();
+    writeStruckBy(&TunnelStream::flush, burst(3000, counted(400)));
+    EXPECT_EQ(Bytes(), mStream.payload());
+    mStream.write(burst(1400, {}));
+    EXPECT_EQ("pts 1400", bridge.takeCalls().back()) << "the start after the flush was used up";
+    writeStruckBy(&TunnelStream::flush, burst(1400, counted(400)));  // leads by 400 ms
+    EXPECT_EQ(Bytes(), mStream.payload()) << "silence from before the flush";
+}
+
 TEST_F(TunnelStreamTest, ControlThreadsBesideAWriterLeaveItPlaying) {
     std::atomic<bool> done{false};
     std::thread mixer([&] {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -22,6 +23,9 @@ public:
     int stop() override { return note("stop"); }
     int updateAudioPts(uint64_t ptsNs) override { return note("pts", ptsNs); }
     int getSyncPts(uint64_t& ptsNs) override {
+        if (mOnGetSyncPts) {
+            mOnGetSyncPts();
+        }
         const std::lock_guard<std::mutex> lock(mLock);
         ptsNs = mPositionNs;
         return 0;
@@ -36,6 +40,9 @@ public:
         const std::lock_guard<std::mutex> lock(mLock);
         return std::exchange(mCalls, {});
     }
+
+    /** Called by whoever asks for the position; set before. */
+    std::function<void()> mOnGetSyncPts;
 
     /** What the factory answers next; 0 makes bridges. */
     static inline int sRefusal = 0;
