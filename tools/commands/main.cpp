@@ -6,6 +6,7 @@
 #include "tools/commands/HwSyncCommand.h"
 #include "tools/commands/MixCommand.h"
 #include "tools/host/Library.h"
+#include "tools/host/LogSink.h"
 #include "tools/process/ToolError.h"
 
 namespace {
@@ -47,6 +48,11 @@ std::string usageMessage(const CLI::App* program, const CLI::Error& error) {
     return "streamproxy: " + fault + "; see '" + command + " --help'\n";
 }
 
+/** However the command ends, the counts of its log come before the error. */
+struct LogEnd {
+    ~LogEnd() { android::tellLogRepeats(); }
+};
+
 int run(int argc, char** argv) {
     CLI::App program("Hosts libstreamproxy from the command line");
     program.name("streamproxy");
@@ -62,6 +68,7 @@ int run(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return program.exit(error) == 0 ? android::EXIT_OK : android::EXIT_USAGE;
     }
+    const LogEnd logEnd;
     return hwsync.isChosen() ? hwsync.run() : play.isChosen() ? play.run() : mix.run();
 }
 
