@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <nlohmann/json.hpp>
 #include <thread>
 #include <utility>
 
@@ -131,6 +132,30 @@ TEST(MixPipe, MistakesAreNamedAndLeaveNoFile) {
     const auto result = mixPiped(bytes, {"-", "--allow-truncated", "-o", folder / "mix.wav"});
     EXPECT_EQ(0, result.exitCode) << result.messages;
     EXPECT_EQ(100, readAudio(folder / "mix.wav").frameCount());
+}
+
+TEST(MixPipe, TheInputThatTheMixWaitedForIsNamed) {
+    const ScratchFolder folder;
+    const Audio audio = noise(48000, 2, 48000, 1);
+    writeAudio(folder / "in.wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, audio);
+    Piped piped({folder / "in.wav@loop=3", "-", "--realtime", "-o", folder / "mix.wav", "--json"});
+    piped.send(rawOf(audio, 16));
+    // The stall is longer than a write waits.
+    std::this_thread::sleep_for(std::chrono::milliseconds(2600));
+    piped.send(rawOf(audio, 16));
+    piped.endPipe();
+    const auto result = piped.run().wait();
+    ASSERT_EQ(0, result.exitCode) << result.messages;
+    const auto json = nlohmann::json::parse(result.output);
+    const auto& file = json["inputs"][0];
+    const auto& pipe = json["inputs"][1];
+    ASSERT_EQ("-", pipe["file"]);
+    EXPECT_LE(1, pipe["late_count"].get<int>());
+    EXPECT_LE(1e9, pipe["late_longest_ns"].get<double>());
+    EXPECT_LE(pipe["late_longest_ns"].get<double>(), pipe["late_ns"].get<double>());
+    EXPECT_LT(file["late_ns"].get<double>(), pipe["late_ns"].get<double>());
+    EXPECT_LE(1, file["short_writes"].get<int>());
+    EXPECT_TRUE(result.says("the mix waited for -;")) << result.messages;
 }
 
 TEST(MixPipe, AnInterruptDoesNotWaitForASilentPipe) {

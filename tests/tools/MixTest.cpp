@@ -72,7 +72,7 @@ TEST(Mix, SixteenBitSumsAreExactFromTheFirstFrame) {
                 << "frame " << frame << ", channel " << channel;
         }
     }
-    EXPECT_TRUE(result.says("wraps around")) << result.messages;
+    EXPECT_TRUE(result.says("wrapped around")) << result.messages;
 }
 
 TEST(Mix, JsonHasTheFiguresOfTheFiles) {
@@ -228,8 +228,46 @@ TEST(Mix, NativeHandoverSaysWhatItCosts) {
     // One that gives less than it is asked for, first in the mix, costs the others nothing.
     result = mixNative({folder / "mono.wav", folder / "high.wav"});
     EXPECT_TRUE(result.says("came short; up to 0 frames")) << result.messages;
+    EXPECT_TRUE(result.says("high.wav made ")) << result.messages;
+    EXPECT_FALSE(result.says("mono.wav made ")) << result.messages;
     // Where the rate rises the surplus of the stage in front has to go somewhere; nothing hangs.
     mixNative({folder / "low.wav", folder / "high.wav"});
+}
+
+TEST(Mix, ShortBlocksNameWhoMadeThemAndWhoLost) {
+    const ScratchFolder folder;
+    writeAudio(folder / "fast.wav", kWav16, tone(96000, 1, 440, 0.2, 2));
+    writeAudio(folder / "faster.wav", kWav16, tone(192000, 1, 660, 0.2, 2));
+    const std::vector<std::string> arguments = {folder / "fast.wav",
+                                                folder / "faster.wav",
+                                                "--native",
+                                                "--rate",
+                                                "48000",
+                                                "-o",
+                                                folder / "mix.wav",
+                                                "--json"};
+    const auto result = ToolRun::mixWell(arguments);
+    const auto json = nlohmann::json::parse(result.output);
+    const int64_t shortBlocks = json["summary"]["short_blocks"];
+    const auto& fast = json["inputs"][0];
+    const auto& faster = json["inputs"][1];
+    // Of 960 frames that it is asked for, the first gives 480, and the second 120 for those.
+    EXPECT_EQ(shortBlocks, fast["short_blocks"]);
+    EXPECT_EQ(shortBlocks, faster["short_blocks"]);
+    EXPECT_NEAR(192000 * 3 / 4, fast["max_lost_frames"].get<double>(), 2000);
+    EXPECT_EQ(192000, fast["heard_frames"].get<int64_t>() + fast["max_lost_frames"].get<int64_t>());
+    EXPECT_EQ(0, faster["max_lost_frames"]);
+    EXPECT_TRUE(result.says("fast.wav up to ")) << result.messages;
+    // Every block logs the same lines: each is printed once, with its count behind it.
+    const std::string line = "stream 0 processed 480 frames, but 960 required";
+    const size_t first = result.messages.find(line);
+    ASSERT_NE(std::string::npos, first) << result.messages;
+    const size_t second = result.messages.find(line, first + 1);
+    ASSERT_NE(std::string::npos, second) << result.messages;
+    EXPECT_EQ(std::string::npos, result.messages.find(line, second + 1)) << result.messages;
+    EXPECT_EQ(" ... ", result.messages.substr(second + line.size(), 5));
+    EXPECT_NEAR(static_cast<double>(shortBlocks),
+                1 + std::stod(result.messages.substr(second + line.size() + 5)), 5);
 }
 
 TEST(Mix, DumpPropertiesAndLogReachTheLibrary) {

@@ -53,9 +53,9 @@ for command in '' mix play hwsync 'hwsync pack' 'hwsync inspect' 'hwsync replay'
     expect "${listed[*]}" "${words[@]}" -
 done
 
-expect '16 32' mix a.wav --format ''
+expect '16 32 f32' mix a.wav --format ''
 expect '32' mix --format = 3
-expect '16 32' mix --format =
+expect '16 32 f32' mix --format =
 expect 'silent' hwsync replay --log s
 expect 'garbage' hwsync pack --fault g
 expect '' mix --loop ''

@@ -13,6 +13,7 @@ namespace android {
 namespace {
 
 constexpr int kChannels = 2;
+constexpr float kFullScaleQ27 = 134217728.0f;
 
 // For one call of the encoder, which passes them on as they are: a call into the system for each
 // block of a mix costs more. In front of the encoder, so that it counts what the disk has taken, and
@@ -20,16 +21,20 @@ constexpr int kChannels = 2;
 constexpr size_t kGatheredBytes = 65536;
 
 /** The container that the name asks for, with the widest samples it has up to `bits`; 0: none. */
-int formatOf(const std::string& path, uint32_t bits) {
+int formatOf(const std::string& path, uint32_t bits, bool isFloat) {
     std::string extension = std::filesystem::path(path).extension().string();
     std::transform(extension.begin(), extension.end(), extension.begin(),
                    [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
-    const int samples = bits == 16 ? SF_FORMAT_PCM_16 : SF_FORMAT_PCM_32;
+    const int samples = isFloat      ? SF_FORMAT_FLOAT
+                        : bits == 16 ? SF_FORMAT_PCM_16
+                                     : SF_FORMAT_PCM_32;
     if (extension == ".wav") {
         return SF_FORMAT_RF64 | samples;  // an ordinary WAV unless it passes 4 GiB
     }
     if (extension == ".flac") {
-        return SF_FORMAT_FLAC | (bits == 16 ? SF_FORMAT_PCM_16 : SF_FORMAT_PCM_24);
+        return SF_FORMAT_FLAC | (isFloat      ? SF_FORMAT_FLOAT
+                                 : bits == 16 ? SF_FORMAT_PCM_16
+                                              : SF_FORMAT_PCM_24);
     }
     if (extension == ".aiff" || extension == ".aif") {
         return SF_FORMAT_AIFF | samples;
@@ -37,18 +42,18 @@ int formatOf(const std::string& path, uint32_t bits) {
     return extension == ".caf" ? SF_FORMAT_CAF | samples : 0;
 }
 
-SF_INFO infoOf(const std::string& path, uint32_t rateHz, uint32_t bits) {
+SF_INFO infoOf(const std::string& path, uint32_t rateHz, uint32_t bits, bool isFloat) {
     SF_INFO info{};
     info.samplerate = static_cast<int>(rateHz);
     info.channels = kChannels;
-    info.format = formatOf(path, bits);
+    info.format = formatOf(path, bits, isFloat);
     return info;
 }
 
 }  // namespace
 
-void AudioWriter::check(const std::string& path, uint32_t rateHz, uint32_t bits) {
-    SF_INFO info = infoOf(path, rateHz, bits);
+void AudioWriter::check(const std::string& path, uint32_t rateHz, uint32_t bits, bool isFloat) {
+    SF_INFO info = infoOf(path, rateHz, bits, isFloat);
     if (info.format == 0) {
         throw ToolError(path +
                             ": can't tell the format from the name; end it in .wav, .flac, "
@@ -57,14 +62,15 @@ void AudioWriter::check(const std::string& path, uint32_t rateHz, uint32_t bits)
     }
     if (!sf_format_check(&info)) {
         throw ToolError(path + ": this format can't hold " + std::to_string(rateHz) + " Hz with " +
-                            std::to_string(bits) + " bits; choose .wav or another --rate",
+                            (isFloat ? "real numbers" : std::to_string(bits) + " bits") +
+                            "; choose .wav or another --rate",
                         EXIT_USAGE);
     }
 }
 
-AudioWriter::AudioWriter(const std::string& path, uint32_t rateHz, uint32_t bits)
-    : mPath(path), mBits(bits), mOutput(path) {
-    SF_INFO info = infoOf(path, rateHz, bits);
+AudioWriter::AudioWriter(const std::string& path, uint32_t rateHz, uint32_t bits, bool isFloat)
+    : mPath(path), mBits(bits), mIsFloat(isFloat), mOutput(path) {
+    SF_INFO info = infoOf(path, rateHz, bits, isFloat);
     mEncoder.reset(sf_open_virtual(OutputFile::io(), SFM_WRITE, &info, &mOutput));
     if (!mEncoder || mOutput.error() != 0) {
         const int errorNumber = mOutput.error();
@@ -98,6 +104,12 @@ void AudioWriter::encode() {
     if (mBits == 16) {
         written = sf_writef_short(mEncoder.get(), reinterpret_cast<const short*>(mGathered.data()),
                                   count);
+    } else if (mIsFloat) {
+        const auto* samples = reinterpret_cast<const int32_t*>(mGathered.data());
+        mReal.resize(frameCount * kChannels);
+        std::transform(samples, samples + mReal.size(), mReal.begin(),
+                       [](int32_t sample) { return static_cast<float>(sample) / kFullScaleQ27; });
+        written = sf_writef_float(mEncoder.get(), mReal.data(), count);
     } else {
         const size_t sampleCount = frameCount * kChannels;
         mFullScale.resize(sampleCount);

@@ -12,15 +12,17 @@
 namespace android {
 
 /**
- * Writes the mix, 16-bit or Q4.27 stereo, to an audio file.
+ * Writes the mix, 16-bit or Q4.27 stereo, to an audio file of 16 or 32 bits or real numbers.
  * Threads: one at a time.
  */
 class AudioWriter {
 public:
     /** Throws ToolError (usage) for a file name extension or a format that can't be written. */
-    static void check(const std::string& path, uint32_t rateHz, uint32_t bits);
+    static void check(const std::string& path, uint32_t rateHz, uint32_t bits,
+                      bool isFloat = false);
 
-    AudioWriter(const std::string& path, uint32_t rateHz, uint32_t bits);
+    /** `isFloat`: 32-bit frames become real numbers, also those above full scale. */
+    AudioWriter(const std::string& path, uint32_t rateHz, uint32_t bits, bool isFloat = false);
     ~AudioWriter();  // abandons what was not finished
     AudioWriter(const AudioWriter&) = delete;
     AudioWriter& operator=(const AudioWriter&) = delete;
@@ -43,11 +45,13 @@ private:
 
     const std::string mPath;
     const uint32_t mBits;
+    const bool mIsFloat;
     OutputFile mOutput;  // outlives the encoder
     std::unique_ptr<SNDFILE, CloseFile> mEncoder;
     bool mHasAudio = false;
     std::vector<uint8_t> mGathered;   // frames as they came, for the encoder
     std::vector<int32_t> mFullScale;  // the same, 32 bits to full scale
+    std::vector<float> mReal;         // or 1.0
 };
 
 }  // namespace android

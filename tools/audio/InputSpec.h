@@ -18,6 +18,7 @@ struct GainChange {
 struct InputSpec {
     std::string path;
     float gain = 1.0f;        // linear, 0.0 to 1.0
+    float trim = 1.0f;        // linear, on top of every gain; a headroom for all inputs
     float balance = 0.0f;     // -1.0 left only, 1.0 right only
     double startSec = 0.0;    // silence in front
     double lengthSec = -1.0;  // cut after this much, all repetitions counted; negative: never
@@ -35,9 +36,11 @@ struct InputSpec {
     bool isPipe() const { return path == "-"; }
     /** The gain in force `timeSec` into the mix. */
     float gainAt(double timeSec) const;
-    /** The two gains that `gainNow` and the balance make. */
-    float leftGain(float gainNow) const { return gainNow * (balance > 0 ? 1 - balance : 1); }
-    float rightGain(float gainNow) const { return gainNow * (balance < 0 ? 1 + balance : 1); }
+    /** The two gains that `gainNow`, the trim and the balance make. */
+    float leftGain(float gainNow) const { return gainNow * trim * (balance > 0 ? 1 - balance : 1); }
+    float rightGain(float gainNow) const {
+        return gainNow * trim * (balance < 0 ? 1 + balance : 1);
+    }
 };
 
 }  // namespace android

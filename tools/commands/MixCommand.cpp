@@ -13,6 +13,7 @@
 #include "tools/audio/PipeReader.h"
 #include "tools/host/LogSink.h"
 #include "tools/host/Properties.h"
+#include "tools/mix/MixLevels.h"
 #include "tools/mix/PreRoll.h"
 #include "tools/process/Interrupt.h"
 #include "tools/process/OutputPaths.h"
@@ -128,9 +129,23 @@ void MixCommand::addOutputOptions(Kind kind) {
         ->add_option("--rate", mRateHz,
                      "Rate of the mix in Hz (default: the inputs' if they share one, else 48000)")
         ->check(CLI::Range(4000, 768000));
-    mCommand->add_option("--format", mBits, "Sample format of the mix: 16 or 32 bits")
-        ->check(CLI::IsMember({16, 32}))
+    mCommand
+        ->add_option("--format", mFormat,
+                     "Samples of the mix: 16 or 32 bits, or f32, which keeps what lies above full "
+                     "scale")
+        ->check(CLI::IsMember({"16", "32", "f32"}))
         ->capture_default_str();
+    mCommand
+        ->add_option("--headroom", mHeadroomDb,
+                     "Lower every input by this many dB, so that their sum does not overload")
+        ->type_name("DB")
+        ->check(CLI::Range(0.0, 60.0));
+    CLI::Option* normalize =
+        mCommand->add_flag("--normalize", mIsNormalizing,
+                           "Mix with 32 bits, then bring the peak of the mix to -1 dBFS");
+    if (play != nullptr) {
+        normalize->excludes(play);
+    }
     mCommand->add_flag("--realtime", mIsRealTime,
                        "Take a second per second, as a sound card does by itself");
 }
@@ -153,6 +168,12 @@ void MixCommand::addRunOptions() {
 ExitCode MixCommand::run() {
     if (mOutputPath.empty() && !mIsPlaying) {
         throw ToolError("--output is required, or --play; name the mix with -o", EXIT_USAGE);
+    }
+    if (mIsNormalizing && mIsPlaying) {
+        throw ToolError(
+            "--normalize: the peak is known at the end, too late to play the mix; "
+            "mix into a file and play that",
+            EXIT_USAGE);
     }
     openInputs();
     chooseRate();
@@ -181,7 +202,8 @@ void MixCommand::openInputs() {
         throw ToolError("-: given twice, but there is one standard input; name the other a file",
                         EXIT_USAGE);
     }
-    for (const InputSpec& spec : mSpecs) {
+    for (InputSpec& spec : mSpecs) {
+        spec.trim = static_cast<float>(std::pow(10.0, -mHeadroomDb / 20.0));
         mReaders.push_back(openInput(spec));
     }
 }
@@ -209,7 +231,7 @@ void MixCommand::chooseRate() {
 
 void MixCommand::checkOutputs() const {
     if (!mOutputPath.empty()) {
-        AudioWriter::check(mOutputPath, mRateHz, mBits);
+        AudioWriter::check(mOutputPath, mRateHz, target().bits, target().isFloat);
     }
     OutputPaths paths;
     paths.addOutput(mOutputPath);
@@ -235,7 +257,7 @@ void MixCommand::makeInputs() {
     // Gains walk over a buffer's length. Where one starts below full, all inputs get silence to
     // walk over in front, which is mixed and not written.
     const bool hasGain = std::any_of(mSpecs.begin(), mSpecs.end(), [](const InputSpec& spec) {
-        return spec.gainAt(0.0) < 1.0f || spec.balance != 0.0f;
+        return spec.gainAt(0.0) * spec.trim < 1.0f || spec.balance != 0.0f;
     });
     int64_t longestRamp = 0;
     for (const Handover& handover : handovers) {
@@ -257,8 +279,20 @@ void MixCommand::makeInputs() {
     }
 }
 
+MixTarget MixCommand::target() const {
+    return {.path = mOutputPath,
+            .device = mIsPlaying ? mDeviceName : std::string(),
+            .rateHz = mRateHz,
+            .bits = mFormat == "16" ? 16u : 32u,
+            .isFloat = mFormat == "f32",
+            .isNormalized = mIsNormalizing,
+            .headroomDb = mHeadroomDb,
+            .preRollFrames = mPreRollFrames};
+}
+
 ExitCode MixCommand::mix(const Library& library) {
     Interrupt::install();  // before there are files to be left behind
+    const MixTarget target = this->target();
     std::vector<MixInput*> inputs;
     for (const auto& input : mInputs) {
         inputs.push_back(input.get());
@@ -271,9 +305,12 @@ ExitCode MixCommand::mix(const Library& library) {
     }
     std::unique_ptr<AudioWriter> file;
     if (!mOutputPath.empty()) {
-        file = std::make_unique<AudioWriter>(mOutputPath, mRateHz, mBits);
+        file = std::make_unique<AudioWriter>(mOutputPath, mRateHz, target.bits, target.isFloat);
     }
-    MixOutput output(std::move(file), std::move(device), mBits);
+    MixOutput output(std::move(file), std::move(device), target.bits);
+    if (target.isNormalized) {
+        output.normalize(std::make_unique<MixStore>(mOutputPath), MixTarget::kNormalPeakDbfs);
+    }
     // Streams whose chain gives less than it is asked for come first: what stands behind them in
     // the mix is then asked for no more than that, and loses nothing.
     std::vector<MixInput*> ordered = inputs;
@@ -281,23 +318,21 @@ ExitCode MixCommand::mix(const Library& library) {
                           [](const MixInput* input) { return input->handover.deliversShort(); });
     std::optional<MixRecorder> recorder;
     if (page) {
-        recorder.emplace(
-            ordered,
-            MixRecorder::Config{.rateHz = mRateHz, .bits = mBits, .preRollFrames = mPreRollFrames});
+        recorder.emplace(ordered, MixRecorder::Config{.rateHz = mRateHz,
+                                                      .bits = target.mixBits(),
+                                                      .preRollFrames = mPreRollFrames});
     }
+    MixLevels levels(ordered, target);
     MixSession session(library, ordered, output,
                        {.rateHz = mRateHz,
-                        .bits = mBits,
+                        .bits = target.mixBits(),
                         .isRealTime = mIsRealTime,
                         .isHeardLive = mIsRealTime || mIsPlaying,
                         .preRollFrames = mPreRollFrames,
-                        .recorder = recorder ? &*recorder : nullptr});
-    const MixTarget target{.path = mOutputPath,
-                           .device = mIsPlaying ? mDeviceName : std::string(),
-                           .rateHz = mRateHz,
-                           .bits = mBits,
-                           .preRollFrames = mPreRollFrames};
-    MixReport report(session, ordered, output, target, mIsQuiet, mIsJson);
+                        .recorder = recorder ? &*recorder : nullptr,
+                        .sums = levels.sums(),
+                        .overload = levels.wideOverload()});
+    MixReport report(session, ordered, output, levels, target, mIsQuiet, mIsJson);
     const auto begin = std::chrono::steady_clock::now();
     try {
         session.start();
@@ -309,6 +344,7 @@ ExitCode MixCommand::mix(const Library& library) {
         if (state == FeedBoard::State::FAILED) {
             throw ToolError(session.board().failure());
         }
+        tellLogRepeats();
         output.finish();
     } catch (const ToolError&) {
         session.stop();
@@ -320,13 +356,14 @@ ExitCode MixCommand::mix(const Library& library) {
     report.summary();
     report.warnings();
     if (mIsJson) {
-        MixJson(session, ordered, output, target).print(elapsed);
+        MixJson(session, ordered, output, levels, target).print(elapsed);
     }
     if (page) {
         const std::string name = mOutputPath.empty()
                                      ? "played on " + mDeviceName
                                      : std::filesystem::path(mOutputPath).filename().string();
-        page->write(MixPage(session, ordered, *recorder, output, name, mRateHz).page().html());
+        page->write(
+            MixPage(session, ordered, *recorder, output, levels, name, mRateHz).page().html());
     }
     const int signalNumber = Interrupt::signalNumber();
     return signalNumber == 0        ? EXIT_OK
@@ -337,7 +374,7 @@ ExitCode MixCommand::mix(const Library& library) {
 std::unique_ptr<PlayDevice> MixCommand::openDevice() const {
     return mIsPlaying ? PlayDevice::open({.name = mDeviceName,
                                           .rateHz = mRateHz,
-                                          .bits = mBits,
+                                          .bits = target().bits,
                                           .bufferMs = mDeviceBufferMs})
                       : nullptr;
 }

@@ -8,6 +8,7 @@
 
 #include "tools/mix/MixInput.h"
 #include "tools/mix/MixSession.h"
+#include "tools/mix/MixTarget.h"
 #include "tools/process/ToolError.h"
 
 namespace android {
@@ -35,6 +36,7 @@ private:
     void chooseRate();
     void checkOutputs() const;
     void makeInputs();
+    MixTarget target() const;
     ExitCode mix(const Library& library);
     std::unique_ptr<PlayDevice> openDevice() const;
     FeedBoard::State waitForEnd(MixSession& session, MixReport& report) const;
@@ -51,7 +53,8 @@ private:
     std::string mPropertiesPath;
     std::string mLogLevel = "warn";
     uint32_t mRateHz = 0;  // 0: the inputs' own, if they share one
-    uint32_t mBits = 16;
+    std::string mFormat = "16";
+    double mHeadroomDb = 0.0;
     int64_t mWriteFrames = 0;
     int64_t mLoopCount = 1;
     bool mIsPlaying = false;
@@ -60,12 +63,13 @@ private:
     bool mIsDumping = false;
     bool mIsQuiet = false;
     bool mIsJson = false;
+    bool mIsNormalizing = false;
     bool mAllowTruncated = false;
     // What they lead to.
     std::vector<InputSpec> mSpecs;
     std::vector<std::unique_ptr<AudioInput>> mReaders;
     std::vector<std::unique_ptr<MixInput>> mInputs;
-    int64_t mPreRollFrames = 0;
+    int64_t mPreRollFrames = 0;  // known with the inputs
 };
 
 }  // namespace android

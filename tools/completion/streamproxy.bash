@@ -6,12 +6,12 @@ _streamproxy_words() {
     '') echo 'mix play hwsync --version' ;;
     mix)
         echo '-@ --loop --native --allow-truncated --write-frames -o --output --report --play
-            --device --device-buffer --rate --format --realtime --properties --library --log --dump --json
+            --device --device-buffer --rate --format --headroom --normalize --realtime --properties --library --log --dump --json
             --quiet'
         ;;
     play)
         echo '-@ --loop --native --allow-truncated --write-frames -o --output --report --device
-            --device-buffer --rate --format --realtime --properties --library --log --dump --json
+            --device-buffer --rate --format --headroom --normalize --realtime --properties --library --log --dump --json
             --quiet'
         ;;
     hwsync) echo 'pack inspect replay' ;;
@@ -30,15 +30,20 @@ _streamproxy_words() {
     echo '-h --help'
 }
 
-# _streamproxy_values OPTION : what may follow it. Fails where no value follows.
+# _streamproxy_values OPTION COMMAND : what may follow it. Fails where no value follows.
 _streamproxy_values() {
     case $1 in
-    --format) echo '16 32' ;;
+    --format)
+        case $2 in
+        hwsync*) echo '16 32' ;;
+        *) echo '16 32 f32' ;;
+        esac
+        ;;
     --log) echo 'verbose debug info warn error silent' ;;
     --fault) echo 'garbage cut-header wrong-size absurd-size version-1' ;;
     --rate) echo '8000 16000 22050 32000 44100 48000 96000 192000' ;;
     --device) echo 'default' ;;
-    -@ | --loop | --write-frames | --device-buffer | --channels | --tolerance | --burst | \
+    -@ | --loop | --headroom | --write-frames | --device-buffer | --channels | --tolerance | --burst | \
         --burst-frames | --first-pts | --jitter | --length | --gap | --free-run | --extension | \
         --seed | --offset | --drift | --event | --latency | --latency-offset | --clock | \
         --alead-threshold | --alead-upper | --vlead-threshold | --vlead-upper | --duration | \
@@ -64,7 +69,7 @@ _streamproxy() {
     done
 
     COMPREPLY=()
-    if words=$(_streamproxy_values "$previous"); then
+    if words=$(_streamproxy_values "$previous" "$command"); then
         :
     elif [[ $current == -* || $command == '' || $command == hwsync ]]; then
         words=$(_streamproxy_words "$command")

@@ -7,15 +7,10 @@ namespace android {
 namespace {
 
 constexpr size_t kMaxDelays = 300;
-constexpr int64_t kDelayNs = 20'000'000;
 
 }  // namespace
 
 void InputTrack::addDelay(double timeSec, int64_t waitNs) {
-    if (waitNs < kDelayNs || timeSec < 0.0) {
-        return;
-    }
-    ++mDelayCount;
     if (mDelays.size() < kMaxDelays) {
         mDelays.push_back({.timeSec = timeSec, .waitSec = static_cast<double>(waitNs) / 1e9});
     }
@@ -27,9 +22,7 @@ void InputTrack::setPause(double timeSec) {
 }
 
 void InputTrack::noteWrite(int64_t beginNs) {
-    const int64_t endNs = nowNs();
-    mWriteNs += endNs - beginNs;
-    mLastWriteNs.store(endNs, std::memory_order_relaxed);
+    mWriteNs += nowNs() - beginNs;
 }
 
 }  // namespace android

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <vector>
@@ -12,8 +11,8 @@ namespace android {
 
 /**
  * What is known of one input of a mix.
- * Threads: handOver() and Write on the feeder's; lastWriteNs() on any; the rest on the mixer's. Read
- *          it when both have ended.
+ * Threads: handOver() and Write on the feeder's; the rest on the mixer's. Read it when both have
+ *          ended.
  */
 class InputTrack {
 public:
@@ -52,11 +51,9 @@ public:
 
     /** Frames on their way into the stream, in its own format. */
     void handOver(const void* frames, int64_t frameCount) { mAudio.add(frames, frameCount); }
-    int64_t lastWriteNs() const { return mLastWriteNs.load(std::memory_order_relaxed); }
 
     void addGain(const GainStep& step) { mGains.push_back(step); }
     void addFill(double timeSec, double fill) { mFill.add(timeSec, fill); }
-    /** Counts from 20 ms on, since a mix in real time has no more in hand, and not before 0 s. */
     void addDelay(double timeSec, int64_t waitNs);
     void setPause(double timeSec);
 
@@ -66,7 +63,6 @@ public:
     const std::vector<GainStep>& gains() const { return mGains; }
     /** The first few hundred. */
     const std::vector<Delay>& delays() const { return mDelays; }
-    int64_t delayCount() const { return mDelayCount; }
     /** Negative: it was not paused. */
     double pauseSec() const { return mPauseSec; }
     /** How long its writes took in all, which is waiting for room. */
@@ -85,10 +81,8 @@ private:
     Course mFill;
     std::vector<GainStep> mGains;
     std::vector<Delay> mDelays;
-    int64_t mDelayCount = 0;
     double mPauseSec = -1.0;
     int64_t mWriteNs = 0;
-    std::atomic<int64_t> mLastWriteNs{0};
 };
 
 }  // namespace android

@@ -11,8 +11,10 @@ bool FeedBoard::beginWrite(size_t index) {
 }
 
 void FeedBoard::endWrite(size_t index, int64_t frameCount, bool isShort) {
+    const auto now = std::chrono::steady_clock::now();
     std::lock_guard lock(mLock);
     mInputs[index].isWriting = false;
+    mInputs[index].lastWriteTime = now;
     mInputs[index].writtenFrames += frameCount;
     mInputs[index].shortWriteCount += isShort ? 1 : 0;
     if (mState != State::RUNNING || isFed_l()) {

@@ -24,6 +24,7 @@ public:
         int64_t demandFrames = 0;
         int64_t writtenFrames = 0;
         int64_t shortWriteCount = 0;
+        std::chrono::steady_clock::time_point lastWriteTime{};  // its end
         int64_t audioEndFrame = -1;  // silence in front and audio, once the feeder knows
         bool isWriting = false;
         bool isPaused = false;  // no further demand is made

@@ -75,7 +75,11 @@ int64_t Feeder::writeSome(int64_t maxFrames) {
     }
     if (!mHasAudio) {
         const auto silentFrames = static_cast<int64_t>(mChunk.size() / mHandover.frameBytes());
-        return write(mChunk.data(), std::min(maxFrames, silentFrames));
+        const int64_t padFrames = std::min(maxFrames, silentFrames);
+        if (mTarget.sum != nullptr) {
+            mTarget.sum->handOver(mChunk.data(), padFrames);
+        }
+        return write(mChunk.data(), padFrames);
     }
     const int64_t frames = std::min(maxFrames, mChunkFrames - mFramesUsed);
     const uint8_t* audio =
@@ -83,6 +87,9 @@ int64_t Feeder::writeSome(int64_t maxFrames) {
     mFramesUsed += frames;
     if (mTarget.track != nullptr) {
         mTarget.track->handOver(audio, frames);
+    }
+    if (mTarget.sum != nullptr) {
+        mTarget.sum->handOver(audio, frames);
     }
     return write(audio, frames);
 }

@@ -9,6 +9,7 @@
 #include "tools/course/InputTrack.h"
 #include "tools/host/Library.h"
 #include "tools/mix/FeedBoard.h"
+#include "tools/mix/SumVoice.h"
 
 namespace android {
 
@@ -24,6 +25,7 @@ public:
         std::string name;
         audio_proxy_stream_t* stream;
         InputTrack* track = nullptr;  // for the report
+        SumVoice* sum = nullptr;      // of a 16-bit mix
     };
 
     Feeder(const Library& library, FeedBoard& board, FrameSource& source, const Handover& handover,

@@ -13,6 +13,14 @@ constexpr std::chrono::milliseconds kPatience{1000};
 constexpr std::chrono::milliseconds kStagedPatience{30};
 constexpr std::chrono::milliseconds kFlushInterval{5};
 
+std::vector<const Handover*> handoversOf(const std::vector<MixInput*>& inputs) {
+    std::vector<const Handover*> handovers;
+    for (const MixInput* input : inputs) {
+        handovers.push_back(&input->handover);
+    }
+    return handovers;
+}
+
 }  // namespace
 
 MixCycle::MixCycle(const Library& library, FeedBoard& board, std::vector<MixInput*> inputs,
@@ -22,7 +30,8 @@ MixCycle::MixCycle(const Library& library, FeedBoard& board, std::vector<MixInpu
       mOutput(output),
       mConfig(config),
       mBlockFrames(blockFrames(config.rateHz)),
-      mVoices(inputs.size()) {
+      mVoices(inputs.size()),
+      mLoss(handoversOf(inputs), mBlockFrames) {
     for (size_t index = 0; index < inputs.size(); ++index) {
         mVoices[index].input = inputs[index];
     }
@@ -91,32 +100,25 @@ void MixCycle::deliver(const void* buffer, int64_t frameCount) {
         return;
     }
     feedInputs();
-    {
-        const MixRecorder::Wait wait(mConfig.recorder, mBoard, mMixedFrames);
-        waitForInputs();
-    }
+    waitForInputs();
     recordFills();
     pace();
 }
 
 void MixCycle::countShortBlock(int64_t frameCount) {
     mShortBlockCount += 1;
-    // Streams mixed before the one that came short gave a whole block. Short by nature are staged
-    // ones; with none of them left, any but the last may have given more than was mixed.
-    size_t lastShort = 0;
-    bool isExplained = false;
+    std::vector<BlockLoss::State> states;
     for (size_t index = 0; index < mVoices.size(); ++index) {
-        const bool isStaged = mVoices[index].input->handover.isStaged();
-        if (mVoices[index].endFrame < 0 && (isStaged || !isExplained)) {
-            lastShort = index;
-            isExplained = isExplained || isStaged;
-        }
+        const Handover& handover = mVoices[index].input->handover;
+        const int64_t takenFrames =
+            framesAtRate(mMixedFrames, handover.mixRateHz, handover.config.sample_rate) +
+            mLoss.maxLostFrames(index);
+        const int64_t audioEnd = mBoard.input(index).audioEndFrame;
+        states.push_back(mVoices[index].endFrame >= 0               ? BlockLoss::State::CLOSED
+                         : audioEnd >= 0 && takenFrames >= audioEnd ? BlockLoss::State::PADDING
+                                                                    : BlockLoss::State::PLAYING);
     }
-    for (size_t index = 0; index < lastShort; ++index) {
-        if (mVoices[index].endFrame < 0) {
-            mVoices[index].maxLostFrames += mBlockFrames - frameCount;
-        }
-    }
+    mLoss.add(states, frameCount);
 }
 
 /** The part of the block between the pre-roll and the end of the last input. */
@@ -130,6 +132,11 @@ void MixCycle::write(const void* buffer, int64_t frameCount, int64_t blockStart)
     }
     const int64_t from = std::clamp<int64_t>(mConfig.preRollFrames - blockStart, 0, frameCount);
     const int64_t to = std::clamp<int64_t>(endFrame - blockStart, 0, frameCount);
+    checkLevels({.samples = static_cast<const int16_t*>(buffer),
+                 .frameCount = frameCount,
+                 .heardBegin = from,
+                 .heardEnd = std::max(from, to),
+                 .heardFrame = blockStart + from - mConfig.preRollFrames});
     if (to > from) {
         const int64_t frameBytes = mConfig.bits == 16 ? 4 : 8;
         const uint8_t* frames = static_cast<const uint8_t*>(buffer) + from * frameBytes;
@@ -141,6 +148,21 @@ void MixCycle::write(const void* buffer, int64_t frameCount, int64_t blockStart)
         if (!isWanted) {
             mBoard.end(FeedBoard::State::STOPPED);
         }
+    }
+}
+
+void MixCycle::checkLevels(const SumCheck::Block& block) {
+    if (mConfig.overload != nullptr) {
+        const auto* samples = reinterpret_cast<const int32_t*>(block.samples);
+        mConfig.overload->addQ27(block.heardFrame, samples + block.heardBegin * 2,
+                                 block.heardEnd - block.heardBegin);
+    }
+    if (mConfig.sums != nullptr) {
+        std::vector<bool> isOpen;
+        for (const Voice& voice : mVoices) {
+            isOpen.push_back(voice.endFrame < 0);
+        }
+        mConfig.sums->check(block, isOpen);
     }
 }
 
@@ -162,6 +184,10 @@ void MixCycle::setGain(const Voice& voice, float gain) {
         track->addGain({.timeSec = mConfig.recorder->secondsOf(mMixedFrames),
                         .left = spec.leftGain(gain),
                         .right = spec.rightGain(gain)});
+    }
+    if (mConfig.sums != nullptr) {
+        mConfig.sums->voice(static_cast<size_t>(&voice - mVoices.data()))
+            .setGain(spec.leftGain(gain), spec.rightGain(gain));
     }
     mLibrary.setStreamVolume(voice.input->stream, spec.leftGain(gain), spec.rightGain(gain));
 }
@@ -243,14 +269,21 @@ void MixCycle::feedInputs() {
     for (size_t index = 0; index < mVoices.size(); ++index) {
         const Voice& voice = mVoices[index];
         if (voice.feeder && voice.endFrame < 0) {
-            InputTrack* const track = trackOf(voice);
-            const int64_t beginNs = track != nullptr ? InputTrack::nowNs() : 0;
+            const auto begin = std::chrono::steady_clock::now();
             voice.feeder->fill(mBoard.input(index).demandFrames);
-            if (track != nullptr) {
-                track->addDelay(mConfig.recorder->secondsOf(mMixedFrames),
-                                InputTrack::nowNs() - beginNs);
-            }
+            noteLate(index, std::chrono::steady_clock::now() - begin);
         }
+    }
+}
+
+void MixCycle::noteLate(size_t index, std::chrono::nanoseconds wait) {
+    Voice& voice = mVoices[index];
+    // What runs in front is heard nowhere, nor is a pause in it.
+    if (mMixedFrames < mConfig.preRollFrames || !voice.lateness.add(wait)) {
+        return;
+    }
+    if (InputTrack* track = trackOf(voice)) {
+        track->addDelay(mConfig.recorder->secondsOf(mMixedFrames), wait.count());
     }
 }
 
@@ -263,7 +296,30 @@ void MixCycle::recordFills() {
     }
 }
 
+std::vector<size_t> MixCycle::unfedInputs() const {
+    std::vector<size_t> unfed;
+    for (size_t index = 0; index < mVoices.size(); ++index) {
+        const FeedBoard::Input input = mBoard.input(index);
+        if (!input.isPaused && input.writtenFrames < input.demandFrames) {
+            unfed.push_back(index);
+        }
+    }
+    return unfed;
+}
+
+/** The wait is that of each input that lacked a block, up to the write that brought it. */
 void MixCycle::waitForInputs() {
+    const std::vector<size_t> unfed = unfedInputs();
+    const auto begin = std::chrono::steady_clock::now();
+    waitUntilFed();
+    for (const size_t index : unfed) {
+        const FeedBoard::Input input = mBoard.input(index);
+        const bool isFed = input.writtenFrames >= input.demandFrames;
+        noteLate(index, (isFed ? input.lastWriteTime : std::chrono::steady_clock::now()) - begin);
+    }
+}
+
+void MixCycle::waitUntilFed() {
     const bool hasStaged = std::any_of(mVoices.begin(), mVoices.end(), [](const Voice& voice) {
         return voice.endFrame < 0 && voice.input->handover.isStaged();
     });
@@ -292,10 +348,16 @@ void MixCycle::pace() {
     }
 }
 
+/** Of frames that the stream took, those that the mix has got on by are not lost. */
 int64_t MixCycle::maxLostFrames(size_t index) const {
-    const Handover& handover = mVoices[index].input->handover;
-    return framesAtRate(mVoices[index].maxLostFrames, handover.mixRateHz,
-                        handover.config.sample_rate);
+    const Voice& voice = mVoices[index];
+    const MixInput& input = *voice.input;
+    const int64_t written = mBoard.input(index).writtenFrames;
+    const int64_t mixFrame = voice.endFrame >= 0 ? voice.endFrame.load() : mMixedFrames.load();
+    const int64_t mixed = mixFrame * input.handover.config.sample_rate / input.handover.mixRateHz;
+    const int64_t most =
+        std::min(std::max<int64_t>(written - mixed, 0), input.audioFramesOf(written));
+    return std::min(mLoss.maxLostFrames(index), most);
 }
 
 double MixCycle::bufferFill(size_t index) const {
@@ -314,9 +376,9 @@ int64_t MixCycle::heardFrames(size_t index) const {
     const int64_t ownFrame =
         mixFrame * handover.config.sample_rate / handover.mixRateHz - handover.delayFrames;
     const int64_t audioEnd = mBoard.input(index).audioEndFrame;
-    const int64_t heard =
+    const int64_t reached =
         (audioEnd < 0 ? ownFrame : std::min(ownFrame, audioEnd)) - input.source.silentFrames();
-    return std::max<int64_t>(heard, 0);
+    return std::max<int64_t>(reached - maxLostFrames(index), 0);
 }
 
 }  // namespace android

@@ -6,11 +6,14 @@
 #include <vector>
 
 #include "tools/host/Library.h"
+#include "tools/mix/BlockLoss.h"
 #include "tools/mix/FeedBoard.h"
 #include "tools/mix/Feeder.h"
+#include "tools/mix/Lateness.h"
 #include "tools/mix/MixInput.h"
 #include "tools/mix/MixOutput.h"
 #include "tools/mix/MixRecorder.h"
+#include "tools/mix/SumCheck.h"
 
 namespace android {
 
@@ -32,6 +35,8 @@ public:
         bool isRealTime;
         int64_t preRollFrames;  // mixed in front and not written: gains reach their start values
         MixRecorder* recorder = nullptr;  // for the report
+        SumCheck* sums = nullptr;         // of a 16-bit mix
+        Overload* overload = nullptr;     // of a 32-bit mix
     };
 
     MixCycle(const Library& library, FeedBoard& board, std::vector<MixInput*> inputs,
@@ -53,9 +58,14 @@ public:
     int64_t deliveredCount() const { return mDeliveredCount.load(std::memory_order_relaxed); }
     int64_t blockCount() const { return mBlockCount.load(std::memory_order_relaxed); }
     int64_t shortBlockCount() const { return mShortBlockCount.load(std::memory_order_relaxed); }
-    /** At most this many frames were taken from input `index` in short blocks and not mixed. */
+    /** When no more is mixed: short blocks that input `index` made so. */
+    int64_t shortenedCount(size_t index) const { return mLoss.shortenedCount(index); }
+    /** When no more is mixed: at most this many frames of input `index`'s audio were taken in short
+     *  blocks and not mixed. */
     int64_t maxLostFrames(size_t index) const;
-    /** Frames of input `index`'s audio that the delivered blocks hold, at least. */
+    /** When no more is mixed: how the mix waited for input `index`. */
+    const Lateness& lateness(size_t index) const { return mVoices[index].lateness; }
+    /** When no more is mixed: frames of input `index`'s audio that the blocks hold, at least. */
     int64_t heardFrames(size_t index) const;
     /** How full the buffer of input `index` is, 0 to 1, as far as can be told from outside. */
     double bufferFill(size_t index) const;
@@ -66,13 +76,16 @@ private:
         Feeder* feeder = nullptr;  // null: it has a thread of its own
         size_t nextGainChange = 0;
         int64_t pulledFrames = 0;  // of a staged input: what its first stage has taken, at most
-        std::atomic<int64_t> endFrame{-1};      // of the mix, where it was paused
-        std::atomic<int64_t> maxLostFrames{0};  // of the mix's rate
+        std::atomic<int64_t> endFrame{-1};  // of the mix, where it was paused
+        Lateness lateness;
     };
 
     void deliver(const void* buffer, int64_t frameCount);
     void countShortBlock(int64_t frameCount);
+    void noteLate(size_t index, std::chrono::nanoseconds wait);
+    std::vector<size_t> unfedInputs() const;
     void write(const void* buffer, int64_t frameCount, int64_t blockStart);
+    void checkLevels(const SumCheck::Block& block);
     void applyGains(Voice& voice);
     void setGain(const Voice& voice, float gain);
     InputTrack* trackOf(const Voice& voice) const;
@@ -83,6 +96,7 @@ private:
     void feedInputs();
     void recordFills();
     void waitForInputs();
+    void waitUntilFed();
     void pace();
 
     const Library& mLibrary;
@@ -91,6 +105,7 @@ private:
     const Config mConfig;
     const int64_t mBlockFrames;
     std::vector<Voice> mVoices;
+    BlockLoss mLoss;
     std::chrono::steady_clock::time_point mStartTime{};
     std::atomic<int64_t> mMixedFrames{0};  // pre-roll included; the mixer thread alone writes
     std::atomic<int64_t> mDeliveredCount{0};

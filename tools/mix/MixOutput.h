@@ -5,6 +5,7 @@
 
 #include "tools/audio/AudioWriter.h"
 #include "tools/audio/LevelMeter.h"
+#include "tools/audio/MixStore.h"
 #include "tools/device/PlayDevice.h"
 
 namespace android {
@@ -15,9 +16,15 @@ namespace android {
  */
 class MixOutput {
 public:
-    /** Either may be null. */
+    /** Either may be null. `bits` are those that come out. */
     MixOutput(std::unique_ptr<AudioWriter> file, std::unique_ptr<PlayDevice> device, uint32_t bits)
-        : mFile(std::move(file)), mDevice(std::move(device)), mMeter(bits) {}
+        : mFile(std::move(file)), mDevice(std::move(device)), mBits(bits), mMeter(bits) {}
+
+    /** From now on the file gets nothing before the end: then the whole 32-bit mix, brought to this
+     *  peak. Needs a file and no device. */
+    void normalize(std::unique_ptr<MixStore> store, double peakDbfs);
+    /** The gain that finish() found, in dB; 0 before, and for silence. */
+    double normalizingDb() const { return mNormalizingDb; }
 
     /**
      * Frames as the mix delivers them; a device takes them in its own time. False: a signal came
@@ -34,9 +41,15 @@ public:
     int64_t underrunCount() const { return mDevice ? mDevice->underrunCount() : 0; }
 
 private:
+    void writeNormalized();
+
     const std::unique_ptr<AudioWriter> mFile;
     const std::unique_ptr<PlayDevice> mDevice;
+    const uint32_t mBits;
     LevelMeter mMeter;
+    std::unique_ptr<MixStore> mStore;  // while the peak is not known
+    double mPeakDbfs = 0.0;
+    double mNormalizingDb = 0.0;
 };
 
 }  // namespace android

@@ -34,30 +34,4 @@ void MixRecorder::endBlock() {
     }
 }
 
-MixRecorder::Wait::Wait(MixRecorder* recorder, const FeedBoard& board, int64_t mixedFrames)
-    : mRecorder(recorder) {
-    if (mRecorder == nullptr) {
-        return;
-    }
-    for (size_t index = 0; index < mRecorder->mInputs.size(); ++index) {
-        const FeedBoard::Input input = board.input(index);
-        if (!input.isPaused && input.writtenFrames < input.demandFrames) {
-            mUnfed.push_back(index);
-        }
-    }
-    mTimeSec = mRecorder->secondsOf(mixedFrames);
-    mBeginNs = InputTrack::nowNs();
-}
-
-MixRecorder::Wait::~Wait() {
-    if (mRecorder == nullptr) {
-        return;
-    }
-    // Others may have lacked a write that was under way: those are there at once.
-    for (const size_t index : mUnfed) {
-        InputTrack& track = mRecorder->input(index);
-        track.addDelay(mTimeSec, track.lastWriteNs() - mBeginNs);
-    }
-}
-
 }  // namespace android

@@ -6,7 +6,6 @@
 
 #include "tools/course/BlockTrack.h"
 #include "tools/course/InputTrack.h"
-#include "tools/mix/FeedBoard.h"
 #include "tools/mix/MixInput.h"
 
 namespace android {
@@ -22,22 +21,6 @@ public:
         uint32_t rateHz;
         uint32_t bits;
         int64_t preRollFrames;
-    };
-
-    /** Stands for the time that the mix waits for inputs whose feeders have a thread; `recorder` may
-     *  be null. */
-    class Wait {
-    public:
-        Wait(MixRecorder* recorder, const FeedBoard& board, int64_t mixedFrames);
-        ~Wait();
-        Wait(const Wait&) = delete;
-        Wait& operator=(const Wait&) = delete;
-
-    private:
-        MixRecorder* const mRecorder;
-        double mTimeSec = 0.0;
-        int64_t mBeginNs = 0;
-        std::vector<size_t> mUnfed;
     };
 
     MixRecorder(const std::vector<MixInput*>& inputs, const Config& config);

@@ -26,7 +26,9 @@ MixSession::MixSession(const Library& library, const std::vector<MixInput*>& inp
               .bits = config.bits,
               .isRealTime = config.isRealTime,
               .preRollFrames = config.preRollFrames,
-              .recorder = config.recorder}) {
+              .recorder = config.recorder,
+              .sums = config.sums,
+              .overload = config.overload}) {
     mMixConfig.sample_rate = config.rateHz;
     mMixConfig.format = config.bits == 16 ? 1 : 3;
     mMixConfig.channel_mask = kStereo;
@@ -54,7 +56,8 @@ void MixSession::start() {
                 .index = index,
                 .name = input.spec.path,
                 .stream = input.stream,
-                .track = mConfig.recorder != nullptr ? &mConfig.recorder->input(index) : nullptr}));
+                .track = mConfig.recorder != nullptr ? &mConfig.recorder->input(index) : nullptr,
+                .sum = mConfig.sums != nullptr ? &mConfig.sums->voice(index) : nullptr}));
         mFeeders.back()->fill(mBoard.input(index).demandFrames);
     }
     for (size_t index = 0; index < mInputs.size(); ++index) {

@@ -27,6 +27,8 @@ public:
         bool isHeardLive;  // by the clock or a device
         int64_t preRollFrames;
         MixRecorder* recorder = nullptr;  // for the report
+        SumCheck* sums = nullptr;         // of a 16-bit mix
+        Overload* overload = nullptr;     // of a 32-bit mix
     };
 
     MixSession(const Library& library, const std::vector<MixInput*>& inputs, MixOutput& output,

@@ -25,8 +25,19 @@ Json textOrNull(const std::string& text) {
     return text.empty() ? Json() : Json(text);
 }
 
+Json stretchesOf(const Overload& overload) {
+    Json stretches = Json::array();
+    for (const Overload::Stretch& stretch : overload.stretches()) {
+        stretches.push_back(
+            {{"begin_ns", std::llround(overload.secondsOf(stretch.beginFrame) * kNsPerSec)},
+             {"end_ns", std::llround(overload.secondsOf(stretch.endFrame) * kNsPerSec)},
+             {"samples", stretch.sampleCount}});
+    }
+    return stretches;
+}
+
 Json jsonOf(const MixInput& input, const FeedBoard::Input& state, const MixCycle& cycle,
-            size_t index) {
+            const MixLevels& mixLevels, size_t index) {
     Json gainChanges = Json::array();
     for (const GainChange& change : input.spec.gainChanges) {
         gainChanges.push_back(
@@ -44,8 +55,12 @@ Json jsonOf(const MixInput& input, const FeedBoard::Input& state, const MixCycle
             {"heard_frames", cycle.heardFrames(index)},
             {"max_lost_frames", cycle.maxLostFrames(index)},
             {"short_writes", state.shortWriteCount},
+            {"short_blocks", cycle.shortenedCount(index)},
+            {"late_count", cycle.lateness(index).count},
+            {"late_ns", cycle.lateness(index).total.count()},
+            {"late_longest_ns", cycle.lateness(index).longest.count()},
             {"peak_dbfs", dbfsOf(input.peak())},
-            {"clipped_samples", input.source.clippedCount()}};
+            {"clipped_samples", mixLevels.heldCount(input, index)}};
 }
 
 }  // namespace
@@ -58,21 +73,29 @@ void MixJson::print(std::chrono::nanoseconds elapsed) const {
     document["inputs"] = Json::array();
     for (size_t index = 0; index < mInputs.size(); ++index) {
         document["inputs"].push_back(
-            jsonOf(*mInputs[index], mSession.board().input(index), cycle, index));
+            jsonOf(*mInputs[index], mSession.board().input(index), cycle, mLevels, index));
     }
-    document["output"] = {{"file", textOrNull(mTarget.path)},
-                          {"device", textOrNull(mTarget.device)},
-                          {"rate_hz", mTarget.rateHz},
-                          {"channels", Levels::kChannels},
-                          {"bits", mTarget.bits}};
+    document["output"] = {
+        {"file", textOrNull(mTarget.path)},
+        {"device", textOrNull(mTarget.device)},
+        {"rate_hz", mTarget.rateHz},
+        {"channels", Levels::kChannels},
+        {"bits", mTarget.bits},
+        {"float", mTarget.isFloat},
+        {"headroom_db", mTarget.headroomDb},
+        {"normalized_db", mTarget.isNormalized ? Json(mMix.normalizingDb()) : Json()}};
     document["summary"] = {
         {"frames", levels.frameCount},
         {"duration_ns", std::llround(audioSec * kNsPerSec)},
         {"blocks", cycle.blockCount()},
         {"short_blocks", cycle.shortBlockCount()},
-        {"peak_dbfs", dbfsOf(levels.peak())},
+        {"peak_dbfs", dbfsOf(mLevels.peak(levels.peak()))},
         {"rms_dbfs", dbfsOf(levels.rms())},
-        {"clipped_samples", levels.clippedCount},
+        {"clipped_samples", mLevels.clippedCount()},
+        {"wrapped_samples", mLevels.wrappedCount()},
+        {"unchecked_samples", mLevels.uncheckedCount()},
+        {"over_full_scale", stretchesOf(mLevels.overload())},
+        {"excess_db", mLevels.overload().excessDb()},
         {"underruns", mMix.underrunCount()},
         {"elapsed_ns", elapsed.count()},
         {"speed", audioSec * kNsPerSec / std::max(static_cast<double>(elapsed.count()), 1e3)}};

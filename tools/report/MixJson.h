@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tools/mix/MixInput.h"
+#include "tools/mix/MixLevels.h"
 #include "tools/mix/MixOutput.h"
 #include "tools/mix/MixSession.h"
 #include "tools/mix/MixTarget.h"
@@ -17,8 +18,8 @@ class MixJson {
 public:
     /** Inputs in the session's order. */
     MixJson(const MixSession& session, const std::vector<MixInput*>& inputs, MixOutput& mix,
-            const MixTarget& target)
-        : mSession(session), mInputs(inputs), mMix(mix), mTarget(target) {}
+            const MixLevels& levels, const MixTarget& target)
+        : mSession(session), mInputs(inputs), mMix(mix), mLevels(levels), mTarget(target) {}
 
     /** Once the mix is over. Throws ToolError where standard output takes no more. */
     void print(std::chrono::nanoseconds elapsed) const;
@@ -27,6 +28,7 @@ private:
     const MixSession& mSession;
     const std::vector<MixInput*>& mInputs;
     MixOutput& mMix;
+    const MixLevels& mLevels;
     const MixTarget mTarget;
 };
 

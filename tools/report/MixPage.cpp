@@ -33,11 +33,12 @@ std::string msText(const Course& course) {
 }  // namespace
 
 MixPage::MixPage(const MixSession& session, const std::vector<MixInput*>& inputs,
-                 const MixRecorder& recorder, const MixOutput& mix, const std::string& output,
-                 uint32_t rateHz)
+                 const MixRecorder& recorder, const MixOutput& mix, const MixLevels& levels,
+                 const std::string& output, uint32_t rateHz)
     : mSession(session),
       mInputs(inputs),
       mRecorder(recorder),
+      mLevels(levels),
       mRateHz(rateHz),
       mAxis(static_cast<double>(recorder.mix().nextFrame()) / rateHz, columnsFor(inputs.size())),
       mPage(mAxis,
@@ -45,6 +46,7 @@ MixPage::MixPage(const MixSession& session, const std::vector<MixInput*>& inputs
                 (inputs.size() == 1 ? " input: " : " inputs: ") + output,
             "time of the mix") {
     addFigures(mix);
+    addOverload();
     addInputFigures();
     addMix();
     for (size_t index = 0; index < inputs.size(); ++index) {
@@ -59,9 +61,10 @@ void MixPage::addFigures(const MixOutput& mix) {
         "Figures of the mix",
         {{"rate", std::to_string(mRateHz) + " Hz"},
          {"length", markupNumber("%.3f s", static_cast<double>(levels.frameCount) / mRateHz)},
-         {"peak", decibelText(levels.peak())},
+         {"peak", decibelText(mLevels.peak(levels.peak()))},
          {"RMS", decibelText(levels.rms())},
-         {"clipped samples", std::to_string(levels.clippedCount)},
+         {"clipped samples", std::to_string(mLevels.clippedCount())},
+         {"wrapped samples", std::to_string(mLevels.wrappedCount())},
          {"blocks", std::to_string(blocks.frames().valueCount())},
          {"short blocks", std::to_string(blocks.shortBlockCount())},
          {"cycle, mean and longest", msText(blocks.cycles())},
@@ -70,25 +73,43 @@ void MixPage::addFigures(const MixOutput& mix) {
          {"underruns of the device", std::to_string(mix.underrunCount())}});
 }
 
+void MixPage::addOverload() {
+    const Overload& overload = mLevels.overload();
+    if (overload.sampleCount() == 0) {
+        return;
+    }
+    std::vector<std::vector<std::string>> rows;
+    for (const Overload::Stretch& stretch : overload.stretches()) {
+        rows.push_back({markupNumber("%.3f s", overload.secondsOf(stretch.beginFrame)),
+                        markupNumber("%.3f s", overload.secondsOf(stretch.endFrame)),
+                        std::to_string(stretch.sampleCount)});
+    }
+    mPage.addTable(
+        "Beyond full scale: lower all gains by " + markupNumber("%.1f dB", overload.excessDb()),
+        {"from", "to", "samples"}, rows);
+}
+
 void MixPage::addInputFigures() {
     std::vector<std::vector<std::string>> rows;
     for (size_t index = 0; index < mInputs.size(); ++index) {
         const MixInput& input = *mInputs[index];
         const InputTrack& track = mRecorder.input(index);
         const FeedBoard::Input board = mSession.board().input(index);
+        const Lateness& late = mSession.cycle().lateness(index);
         const auto& peaks = input.source.peaks();
         const float peak = peaks.empty() ? 0.0f : *std::max_element(peaks.begin(), peaks.end());
         const int64_t written = std::clamp<int64_t>(
             board.writtenFrames - input.source.silentFrames(), 0, input.source.audioFramesRead());
         rows.push_back({nameOf(input), std::to_string(written),
                         std::to_string(mSession.cycle().heardFrames(index)),
-                        decibelText(double{peak}), std::to_string(input.source.clippedCount()),
-                        std::to_string(board.shortWriteCount), std::to_string(track.delayCount()),
+                        decibelText(double{peak}), std::to_string(mLevels.heldCount(input, index)),
+                        std::to_string(board.shortWriteCount), std::to_string(late.count),
+                        markupNumber("%.3f", std::chrono::duration<double>(late.longest).count()),
                         markupNumber("%.3f", track.writeSec())});
     }
     mPage.addTable("Inputs",
                    {"input", "frames written", "frames heard", "peak", "clipped", "short writes",
-                    "times late", "s inside writes"},
+                    "times late", "longest, s", "s inside writes"},
                    rows);
 }
 

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "tools/chart/ReportPage.h"
+#include "tools/mix/MixLevels.h"
 #include "tools/mix/MixOutput.h"
 #include "tools/mix/MixRecorder.h"
 #include "tools/mix/MixSession.h"
@@ -15,14 +16,15 @@ class MixPage {
 public:
     /** `output` names where the mix went. */
     MixPage(const MixSession& session, const std::vector<MixInput*>& inputs,
-            const MixRecorder& recorder, const MixOutput& mix, const std::string& output,
-            uint32_t rateHz);
+            const MixRecorder& recorder, const MixOutput& mix, const MixLevels& levels,
+            const std::string& output, uint32_t rateHz);
 
     const ReportPage& page() const { return mPage; }
 
 private:
     void addFigures(const MixOutput& mix);
     void addInputFigures();
+    void addOverload();
     void addMix();
     void addInput(size_t index);
     std::string states(size_t index) const;
@@ -32,6 +34,7 @@ private:
     const MixSession& mSession;
     const std::vector<MixInput*>& mInputs;
     const MixRecorder& mRecorder;
+    const MixLevels& mLevels;
     const uint32_t mRateHz;
     const TimeAxis mAxis;
     ReportPage mPage;

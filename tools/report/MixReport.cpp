@@ -23,13 +23,22 @@ double secondsSince(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
+double secondsOf(std::chrono::nanoseconds time) {
+    return std::chrono::duration<double>(time).count();
+}
+
+std::string timesText(int64_t count) {
+    return count == 1 ? "once" : std::to_string(count) + " times";
+}
+
 }  // namespace
 
 MixReport::MixReport(MixSession& session, const std::vector<MixInput*>& inputs, MixOutput& mix,
-                     const MixTarget& target, bool isQuiet, bool isJson)
+                     const MixLevels& levels, const MixTarget& target, bool isQuiet, bool isJson)
     : mSession(session),
       mInputs(inputs),
       mMix(mix),
+      mLevels(levels),
       mTarget(target),
       mIsQuiet(isQuiet),
       mIsJson(isJson),
@@ -111,14 +120,20 @@ void MixReport::outputLines() const {
     const double audioSec = static_cast<double>(levels.frameCount) / mTarget.rateHz;
     const std::string device = "sound device '" + mTarget.device + "'";
     const std::string name = mTarget.path.empty() ? device : mTarget.path;
-    fprintf(stderr, "%s: %u Hz, %u-bit, stereo\n", name.c_str(), mTarget.rateHz, mTarget.bits);
+    fprintf(stderr, "%s: %u Hz, %u-bit%s, stereo\n", name.c_str(), mTarget.rateHz, mTarget.bits,
+            mTarget.isFloat ? " float" : "");
     fprintf(stderr, "  %" PRId64 " frames (%.3f s) in %" PRId64 " blocks, %" PRId64 " short\n",
             levels.frameCount, audioSec, mSession.cycle().blockCount(),
             mSession.cycle().shortBlockCount());
-    fprintf(stderr, "  peak %s, RMS %s", decibelText(levels.peak()).c_str(),
+    fprintf(stderr, "  peak %s, RMS %s", decibelText(mLevels.peak(levels.peak())).c_str(),
             decibelText(levels.rms()).c_str());
-    if (mTarget.bits == 32) {  // with 16, sums have wrapped around where nobody can count them
-        fprintf(stderr, ", %" PRId64 " samples clipped", levels.clippedCount);
+    if (mTarget.bits == 16) {
+        fprintf(stderr, ", %" PRId64 " samples wrapped", mLevels.wrappedCount());
+    } else {
+        fprintf(stderr, ", %" PRId64 " samples clipped", mLevels.clippedCount());
+    }
+    if (mTarget.isNormalized) {
+        fprintf(stderr, ", normalized by %+.2f dB", mMix.normalizingDb());
     }
     fputc('\n', stderr);
     if (isPlayed()) {
@@ -139,10 +154,15 @@ void MixReport::inputLine(size_t index) const {
             input.audioFramesOf(state.writtenFrames), cycle.heardFrames(index),
             cycle.maxLostFrames(index) > 0 ? " at least" : "", state.shortWriteCount,
             decibelText(input.peak()).c_str());
-    if (input.source.clippedCount() > 0) {
-        fprintf(stderr, ", %" PRId64 " samples clipped", input.source.clippedCount());
+    if (const int64_t heldCount = mLevels.heldCount(input, index); heldCount > 0) {
+        fprintf(stderr, ", %" PRId64 " samples clipped", heldCount);
     }
     fprintf(stderr, "\n");
+    const Lateness& late = cycle.lateness(index);
+    if (late.count > 0) {
+        fprintf(stderr, "  late %s: the mix waited %.3f s for it, %.3f s at the longest\n",
+                timesText(late.count).c_str(), secondsOf(late.total), secondsOf(late.longest));
+    }
 }
 
 void MixReport::warnings() const {
@@ -154,45 +174,87 @@ void MixReport::warnings() const {
                     input->spec.path.c_str(), input->reader->channelCount());
         }
     }
-    if (mTarget.bits == 16) {
-        warnOfWrapping();
+    if (mLevels.overload().sampleCount() > 0) {
+        warnOfOverload();
     }
-    const MixCycle& cycle = mSession.cycle();
-    if (cycle.shortBlockCount() > 0) {
-        int64_t maxLostFrames = 0;
-        for (size_t index = 0; index < mInputs.size(); ++index) {
-            maxLostFrames += cycle.maxLostFrames(index);
-        }
+    if (mLevels.uncheckedCount() > 0) {
         fprintf(stderr,
-                "streamproxy: warning: %" PRId64 " of %" PRId64 " blocks came short; up to %" PRId64
-                " frames of the inputs are lost\n",
-                cycle.shortBlockCount(), cycle.blockCount(), maxLostFrames);
+                "streamproxy: warning: %" PRId64
+                " samples could not be checked for wrapping, since short blocks lost frames\n",
+                mLevels.uncheckedCount());
+    }
+    if (mSession.cycle().shortBlockCount() > 0) {
+        warnOfShortBlocks();
+    }
+    warnOfShortWrites();
+}
+
+void MixReport::warnOfShortBlocks() const {
+    const MixCycle& cycle = mSession.cycle();
+    std::string makers;
+    std::string losers;
+    int64_t maxLostFrames = 0;
+    for (size_t index = 0; index < mInputs.size(); ++index) {
+        const std::string& name = mInputs[index]->spec.path;
+        if (cycle.shortenedCount(index) > 0) {
+            makers += (makers.empty() ? "" : ", ") + name + " made " +
+                      std::to_string(cycle.shortenedCount(index)) + " short";
+        }
+        const int64_t lostFrames = cycle.maxLostFrames(index);
+        if (lostFrames > 0) {
+            maxLostFrames += lostFrames;
+            losers += ", " + name + " up to " + std::to_string(lostFrames) + " of " +
+                      std::to_string(mInputs[index]->source.audioFramesRead());
+        }
+    }
+    fprintf(stderr,
+            "streamproxy: warning: %" PRId64 " of %" PRId64 " blocks came short; up to %" PRId64
+            " frames of the inputs are lost%s%s%s\n",
+            cycle.shortBlockCount(), cycle.blockCount(), maxLostFrames, losers.c_str(),
+            makers.empty() ? "" : "; ", makers.c_str());
+}
+
+/** A mix that waits for one input takes nothing of the others. */
+void MixReport::warnOfShortWrites() const {
+    std::string late;
+    int64_t shortWriteCount = 0;
+    for (size_t index = 0; index < mInputs.size(); ++index) {
+        shortWriteCount += mSession.board().input(index).shortWriteCount;
+        if (mSession.cycle().lateness(index).longest >= std::chrono::seconds(1)) {
+            late += (late.empty() ? "" : ", ") + mInputs[index]->spec.path;
+        }
+    }
+    if (shortWriteCount > 0 && !late.empty()) {
+        fprintf(stderr,
+                "streamproxy: warning: the mix waited for %s; the other inputs' short writes come "
+                "from that\n",
+                late.c_str());
     }
 }
 
-/** The library's 16-bit sums wrap around. What the inputs could reach together is known here. */
-void MixReport::warnOfWrapping() const {
-    const double preRollSec = static_cast<double>(mTarget.preRollFrames) / mTarget.rateHz;
-    std::vector<double> sums;
-    for (const MixInput* input : mInputs) {
-        const auto& peaks = input->source.peaks();
-        sums.resize(std::max(sums.size(), peaks.size()));
-        for (size_t window = 0; window < peaks.size(); ++window) {
-            const double timeSec =
-                static_cast<double>(window) / FrameSource::kPeaksPerSecond - preRollSec;
-            // A single stream is held to full scale; only sums go beyond.
-            sums[window] += std::min(double{peaks[window]} * input->spec.gainAt(timeSec), 1.0);
-        }
+void MixReport::warnOfOverload() const {
+    const Overload& overload = mLevels.overload();
+    const auto& stretches = overload.stretches();
+    constexpr size_t kShown = 3;
+    std::string times;
+    for (size_t i = 0; i < std::min(stretches.size(), kShown); ++i) {
+        char text[64];
+        snprintf(text, sizeof(text), "%s%.3f to %.3f s", i == 0 ? "" : ", ",
+                 overload.secondsOf(stretches[i].beginFrame),
+                 overload.secondsOf(stretches[i].endFrame));
+        times += text;
     }
-    const auto first = std::find_if(sums.begin(), sums.end(), [](double sum) { return sum > 1.0; });
-    if (first != sums.end()) {
-        const double firstSec =
-            static_cast<double>(first - sums.begin()) / FrameSource::kPeaksPerSecond - preRollSec;
-        fprintf(stderr,
-                "streamproxy: warning: from %.1f s on, inputs that peak together can reach %s; "
-                "beyond 0 dBFS a 16-bit mix wraps around: lower gains, or use --format 32\n",
-                firstSec, decibelText(*std::max_element(first, sums.end())).c_str());
+    if (stretches.size() > kShown) {
+        times += " and " + std::to_string(stretches.size() - kShown) + " more times (see --json)";
     }
+    const char* fate = mTarget.bits == 16 ? "wrapped around"
+                       : mTarget.isFloat  ? "lie above full scale and are kept"
+                                          : "were held to full scale";
+    fprintf(stderr,
+            "streamproxy: warning: %" PRId64
+            " samples %s, at %s; lower all gains by %.1f dB (--headroom %.1f)%s\n",
+            overload.sampleCount(), fate, times.c_str(), overload.excessDb(),
+            mTarget.headroomDb + overload.excessDb(), isPlayed() ? "" : ", or use --normalize");
 }
 
 }  // namespace android

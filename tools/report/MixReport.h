@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tools/mix/MixInput.h"
+#include "tools/mix/MixLevels.h"
 #include "tools/mix/MixOutput.h"
 #include "tools/mix/MixSession.h"
 #include "tools/mix/MixTarget.h"
@@ -21,7 +22,7 @@ namespace android {
 class MixReport {
 public:
     MixReport(MixSession& session, const std::vector<MixInput*>& inputs, MixOutput& mix,
-              const MixTarget& target, bool isQuiet, bool isJson);
+              const MixLevels& levels, const MixTarget& target, bool isQuiet, bool isJson);
 
     /**
      * To be called often. A mix that is played has meters on a terminal; otherwise a terminal's
@@ -38,11 +39,14 @@ private:
     std::string progressLine() const;
     void inputLine(size_t index) const;
     void outputLines() const;
-    void warnOfWrapping() const;
+    void warnOfOverload() const;
+    void warnOfShortBlocks() const;
+    void warnOfShortWrites() const;
 
     MixSession& mSession;
     const std::vector<MixInput*> mInputs;
     MixOutput& mMix;
+    const MixLevels& mLevels;
     const MixTarget mTarget;
     const bool mIsQuiet;
     const bool mIsJson;  // the summary is for programs, on standard output
