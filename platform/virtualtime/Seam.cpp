@@ -353,22 +353,6 @@ STREAMPROXY_SEAM(unsigned, sleep, unsigned seconds) {
     return static_cast<unsigned>(sleepUntil(*scheduler, deadlineIn(*scheduler, &duration)));
 }
 
-// Descriptors belong to the world outside: asked whether they are ready, they are; a wait for them
-// takes virtual time instead.
-STREAMPROXY_SEAM(int, poll, pollfd* descriptors, nfds_t count, int timeoutMs) {
-    Scheduler* const scheduler = Scheduler::current();
-    if (scheduler == nullptr || timeoutMs < 0) {
-        return system_call::poll()(descriptors, count, timeoutMs);
-    }
-    const int ready = system_call::poll()(descriptors, count, 0);
-    if (ready != 0 || timeoutMs == 0) {
-        return ready;
-    }
-    const timespec duration = timeOf(int64_t{timeoutMs} * 1'000'000);
-    sleepUntil(*scheduler, deadlineIn(*scheduler, &duration));
-    return system_call::poll()(descriptors, count, 0);
-}
-
 // Six arguments, as the kernel takes; those that a call does not have are passed on unread.
 STREAMPROXY_SEAM(long, syscall, long number, ...) {
     va_list arguments;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <dlfcn.h>
-#include <poll.h>
 #include <pthread.h>
 #include <sys/time.h>
 #include <time.h>
@@ -65,5 +64,4 @@ STREAMPROXY_SYSTEM_CALL(int, nanosleep, const timespec*, timespec*)
 STREAMPROXY_SYSTEM_CALL(int, clock_nanosleep, clockid_t, int, const timespec*, timespec*)
 STREAMPROXY_SYSTEM_CALL(int, usleep, useconds_t)
 STREAMPROXY_SYSTEM_CALL(unsigned, sleep, unsigned)
-STREAMPROXY_SYSTEM_CALL(int, poll, pollfd*, nfds_t, int)
 STREAMPROXY_SYSTEM_CALL(long, syscall, long, ...)

@@ -15,16 +15,18 @@
 #include "tools/host/Properties.h"
 #include "tools/process/InterruptExit.h"
 #include "tools/process/OutputPaths.h"
+#include "tools/process/RealClock.h"
 #include "tools/report/ReplayPage.h"
 #include "tools/report/ReportFile.h"
 #include "tools/text/TimeText.h"
+#include "virtualtime/VirtualMachine.h"
 
 namespace android {
 
 namespace {
 
 constexpr std::chrono::milliseconds kPollInterval{20};
-constexpr std::chrono::milliseconds kRewriteInterval{250};
+constexpr int64_t kRewriteNs = 250'000'000;
 
 struct PolicyProperty {
     const char* option;
@@ -44,9 +46,11 @@ constexpr PolicyProperty kPolicyProperties[] = {
 };
 
 constexpr const char* kFooter =
-    "Plays in real time: an output takes blocks at a sound card's pace, and a writer hands over "
-    "the\n"
-    "bursts as fast as they are taken. The audio lead is a burst's timestamp minus the clock's\n"
+    "An output takes blocks at a sound card's pace, and a writer hands over the bursts as fast as\n"
+    "they are taken. Time is virtual: it jumps to whatever comes next, so that a film takes "
+    "seconds\n"
+    "and the result is the same on every machine. --realtime plays as a device does. The audio "
+    "lead is a burst's timestamp minus the clock's\n"
     "position when the library decides, as it parses the header. Times are 250ms, 2.5s, or "
     "seconds.\n"
     "\n"
@@ -126,6 +130,8 @@ void ReplayCommand::addOutputOptions() {
         ->type_name("LEVEL")
         ->check(CLI::IsMember(logLevels()))
         ->capture_default_str();
+    mCommand->add_flag("--realtime", mIsRealTime,
+                       "Play by this machine's clock and threads, which takes as long as the film");
     mCommand->add_flag("--quiet", mIsQuiet, "No progress");
 }
 
@@ -136,9 +142,13 @@ ExitCode ReplayCommand::run() {
     setLogLevel("silent");  // garbage is told of when it is played
     checkBursts();
     setLogLevel(mLogLevel);
-    const auto besides = openBesides();
     Interrupt::install();
-    return play(config, besides);
+    if (mIsRealTime) {
+        return play(config, openBesides());
+    }
+    ExitCode code = EXIT_OK;
+    VirtualMachine::run({}, [&] { code = play(config, openBesides()); });
+    return code;
 }
 
 void ReplayCommand::setProperties() const {
@@ -293,11 +303,11 @@ ExitCode ReplayCommand::play(ReplaySession::Config config,
 void ReplayCommand::waitForEnd(const ReplaySession& session, const SoundCard& card,
                                const SyncTrack& track) const {
     const bool isShown = !mIsQuiet && isatty(STDERR_FILENO) != 0;
-    auto nextLine = std::chrono::steady_clock::now();
+    int64_t nextLineNs = RealClock::nowNs();
     while (session.isRunning() && Interrupt::signalNumber() == 0 && card.failure().empty()) {
         std::this_thread::sleep_for(kPollInterval);
-        if (isShown && std::chrono::steady_clock::now() >= nextLine) {
-            nextLine += kRewriteInterval;
+        if (isShown && RealClock::nowNs() >= nextLineNs) {
+            nextLineNs = RealClock::nowNs() + kRewriteNs;
             const SyncDecision latest = track.latest();
             const double leadMs =
                 latest.hasClock ? static_cast<double>(latest.leadNs()) / 1e6 : 0.0;

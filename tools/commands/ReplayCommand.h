@@ -61,6 +61,7 @@ private:
     bool mIsJson = false;
     bool mIsCsv = false;
     bool mIsQuiet = false;
+    bool mIsRealTime = false;
 };
 
 }  // namespace android

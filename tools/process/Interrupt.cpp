@@ -2,27 +2,28 @@
 
 #include <atomic>
 #include <csignal>
-#include <ctime>
+
+#include "tools/process/RealClock.h"
 
 namespace android {
 
 namespace {
 
 std::atomic<int> sSignal{0};
-std::atomic<time_t> sFirstSec{0};
-static_assert(std::atomic<int>::is_always_lock_free && std::atomic<time_t>::is_always_lock_free,
+std::atomic<int64_t> sFirstNs{0};
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<int64_t>::is_always_lock_free,
               "written by a signal handler");
 
 void onSignal(int number) {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
+    constexpr int64_t kTwiceNs = 1'500'000'000;
+    const int64_t now = RealClock::nowNs();
     // Some programs send their signal twice at once; a person takes longer to lose patience.
-    if (sSignal.load() != 0 && now.tv_sec > sFirstSec.load() + 1) {
+    if (sSignal.load() != 0 && now > sFirstNs.load() + kTwiceNs) {
         signal(number, SIG_DFL);
         raise(number);
     }
     if (sSignal.load() == 0) {
-        sFirstSec.store(now.tv_sec);
+        sFirstNs.store(now);
         sSignal.store(number);
     }
 }
