@@ -69,7 +69,7 @@ demo_tunnel() {
     say "a tunnel stream"
     "${tool[@]}" hwsync pack "$music" -o "$tunnel.hws" --length 12s --quiet
     "${tool[@]}" hwsync inspect "$tunnel.hws" --rate 44100 --summary
-    say "replaying it in real time, 12 s"
+    say "replaying its 12 s in virtual time"
     "${tool[@]}" hwsync replay "$tunnel.hws" --rate 44100 --gain 0.4 --event 5s:jump=+400ms \
         --beside "$voice@gain=-6dB,loop=12" -o "$tunnel.wav" --svg "$tunnel.svg" \
         --report "$tunnel.html" --summary

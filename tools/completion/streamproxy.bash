@@ -24,7 +24,7 @@ _streamproxy_words() {
         echo '--rate --channels --format --offset --drift --event --script --latency
             --latency-offset --clock --alead-threshold --alead-upper --vlead-threshold
             --vlead-upper --duration --gain --beside -o --output --svg --report --summary --json
-            --csv --properties --library --log --quiet'
+            --csv --properties --library --log --realtime --quiet'
         ;;
     esac
     echo '-h --help'
