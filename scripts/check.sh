@@ -29,11 +29,23 @@ check_header() {
     done
 }
 
+# progress TOTAL : counts the files that go by, in one line on a terminal, else in a few.
+progress() {
+    local step=25 end='\n'
+    if [ -t 2 ]; then step=1 end='\r'; fi
+    awk -v total="$1" -v step="$step" -v end="$end" '
+        /^clang-tidy/ && ++count % step == 0 {
+            printf "   %d of %d files%s", count, total, end > "/dev/stderr"
+        }'
+    [ ! -t 2 ] || printf '\n' >&2
+}
+
 check_tidy() {
     say "static analysis of $BUILD_DIR"
     local log
     log=$(mktemp)
-    if ! run-clang-tidy -quiet -j "$JOBS" -p "$BUILD_DIR" >"$log" 2>/dev/null; then
+    if ! PYTHONUNBUFFERED=1 run-clang-tidy -quiet -j "$JOBS" -p "$BUILD_DIR" 2>/dev/null |
+        tee "$log" | progress "$(grep -c '"file":' "$BUILD_DIR/compile_commands.json")"; then
         grep -vE '^clang-tidy|^$' "$log" | head -n 100 >&2
         rm -f "$log"
         die "clang-tidy has complaints"

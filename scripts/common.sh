@@ -26,12 +26,16 @@ need() {
             die "needs packages; as root, run: apt-get install --no-install-recommends ${missing[*]}"
         as_root=(sudo)
     fi
-    say "installing ${missing[*]}"
-    local log
+    local log size
     log=$(mktemp)
     # The lists on a fresh machine are missing or old.
-    if ! { "${as_root[@]}" apt-get update -qq &&
-        "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq \
+    say "updating the package lists"
+    "${as_root[@]}" apt-get update -qq >"$log" 2>&1 || true # what is missing then, installing tells
+    size=$(LC_ALL=C "${as_root[@]}" apt-get install --assume-no --no-install-recommends \
+        "${missing[@]}" 2>>"$log" | grep -E '^(Need to get|After this)' | paste -sd ' ') || true
+    say "installing ${missing[*]}"
+    [ -z "$size" ] || say "$size"
+    if ! { "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq \
             --no-install-recommends "${missing[@]}"; } >"$log" 2>&1; then
         tail -n 20 "$log" >&2
         rm -f "$log"

@@ -20,13 +20,37 @@ demo_recordings() {
     )
 }
 
+# demo_inputs INPUT... : as the caller means them, wherever ./dev was called.
+demo_inputs() {
+    DEMO_INPUTS=()
+    local input
+    for input in "$@"; do
+        case $input in
+        /* | -*) ;;
+        *) [ "$CALLER" = "$PWD" ] || input=$CALLER/$input ;;
+        esac
+        DEMO_INPUTS+=("$input")
+    done
+}
+
+# demo_next NAME... : how to hear and see the results.
+demo_next() {
+    local there=. name
+    [ "$CALLER" = "$PWD" ] || there=$PWD
+    printf '\nTo hear and see it:\n'
+    for name in "$@"; do
+        printf '  %s/%s/bin/streamproxy play %s/out/%s.wav\n' "$there" "$BUILD_DIR" "$there" "$name"
+        printf '  xdg-open %s/out/%s.html\n' "$there" "$name"
+    done
+}
+
 verb_demo() {
     need_build
     build release -DSTREAMPROXY_BUILD_TESTS=OFF
     local options=(-o out/demo.wav --report out/demo.html)
     mkdir -p out
     if [ $# -gt 0 ]; then
-        DEMO_INPUTS=("$@")
+        demo_inputs "$@"
     else
         demo_recordings
         options+=(--rate 44100)
@@ -55,8 +79,10 @@ clock jumps ahead by 400 ms: the music skips to catch up, the voice goes on undi
 Look for the audio lead: it falls out of the green band at 5 s, red marks show audio being dropped,
 and it is back inside at once.
 EOF
+        demo_next demo tunnel
     else
         printf '\nThe mix is out/demo.wav, what went on in it out/demo.html.\n'
+        demo_next demo
     fi
 }
 
