@@ -51,7 +51,11 @@ need_build() {
     if [ "${STDLIB:-}" = libc++ ]; then need libc++-dev libc++abi-dev; fi
 }
 
-need_tests() { need libgtest-dev libfftw3-dev libexpat1-dev; }
+need_tests() {
+    need libgtest-dev libfftw3-dev libexpat1-dev
+    (need pulseaudio pulseaudio-utils libasound2-plugins) ||
+        say "NO SOUND SERVER: the tests that play on one are skipped"
+}
 
 # Debian's GoogleTest speaks the other standard library; build its source with this one.
 build_gtest() {

@@ -31,6 +31,9 @@ std::string remedyOf(int status) {
         case EACCES:
         case EPERM:
             return "be in the group audio, or name another with --device";
+        case ECONNREFUSED:
+            return "no sound server answers; start it, or name a device that needs none, such as "
+                   "plughw:0, with --device";
         default:
             return "'aplay -L' lists devices; name one with --device, or mix into a file with -o";
     }
