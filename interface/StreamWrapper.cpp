@@ -174,11 +174,8 @@ int destroy_audio_proxy_pipeline(AudioPipeline* pipeline) {
 }
 
 int audio_proxy_pipeline_dump(AudioPipeline* pipeline, int fd) try {
-    if (refusedAsAbandoned(__func__)) {
+    if (refusedAsAbandoned(__func__) || refusedInCallback(__func__)) {
         return 0;
-    }
-    if (refusedInCallback(__func__)) {
-        return -ENOSYS;
     }
     const sp<AudioPipeline> current = currentPipeline(pipeline);
     if (current != nullptr) {

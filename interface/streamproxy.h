@@ -24,7 +24,7 @@
  *           calls run one after another. "no" leaves out short internal locks, and the answers of a
  *           tunnel stream's AV-sync clock.
  *   In a callback: a refused call would wait for the cycle that the callback is part of. It logs an
- *           error and returns -ENOSYS or null. No thread may make such a call while it holds a lock
+ *           error and returns -ENOSYS or null, a dump 0. No thread may make such a call while it holds a lock
  *           that an output callback takes.
  * Nothing is mixed while a callback runs. Inside a callback, writing to a full stream or closing a
  * non-empty one therefore blocks for its whole one-second timeout.
@@ -150,7 +150,8 @@ STREAMPROXY_API int destroy_audio_proxy_pipeline(audio_proxy_pipeline_t* pipelin
  * Writes the state of the mixer and of every stream as text to `fd`, with a line for a callback
  * that lasts longer than 200 ms. 0, also for a pipeline that is not the current one and for a
  * descriptor that takes nothing; a broken pipe raises no SIGPIPE.
- * Threads: any. Blocks: up to 200 ms for a callback, and while `fd` does. In a callback: refused.
+ * Threads: any. Blocks: up to 200 ms for a callback, and while `fd` does. In a callback: refused,
+ * with 0.
  */
 STREAMPROXY_API int audio_proxy_pipeline_dump(audio_proxy_pipeline_t* pipeline, int fd);
 

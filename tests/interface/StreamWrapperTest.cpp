@@ -245,7 +245,8 @@ TEST_F(StreamWrapperTest, RefusesCallsThatWouldWaitForTheirCallback) {
     audio_proxy_pipeline_register_output(mPipeline, &kStereo48k, &forbidden, &callForbidden);
     writeBlock(forbidden.stream, 1);
     ASSERT_TRUE(eventually([&forbidden] { return forbidden.done.load(); }));
-    EXPECT_EQ(std::vector<int>(6, -ENOSYS), forbidden.results);
+    EXPECT_EQ((std::vector<int>{-ENOSYS, 0, -ENOSYS, -ENOSYS, -ENOSYS, -ENOSYS}),
+              forbidden.results);
     EXPECT_FALSE(forbidden.hasHandle);
     EXPECT_EQ(0, forbidden.streamStatus);
     EXPECT_EQ(8U, log.messages().size());
