@@ -51,18 +51,51 @@ configure_file(cmake/streamproxy.pc.in ${PROJECT_BINARY_DIR}/streamproxy.pc @ONL
 install(FILES ${PROJECT_BINARY_DIR}/streamproxy.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
+find_program(STREAMPROXY_GZIP gzip REQUIRED)
 if(STREAMPROXY_BUILD_TOOLS)
     install(TARGETS streamproxy_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-    file(GLOB STREAMPROXY_MAN_PAGES ${PROJECT_SOURCE_DIR}/docs/man/*.1)
-    if(STREAMPROXY_MAN_PAGES)
-        install(FILES ${STREAMPROXY_MAN_PAGES} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-    endif()
+    # Compressed, with no time in the file: the same page gives the same bytes.
+    file(GLOB pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/man/*.1)
+    foreach(page ${pages})
+        set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${page})
+        get_filename_component(name ${page} NAME)
+        file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/man)
+        execute_process(COMMAND ${STREAMPROXY_GZIP} -9nc ${page}
+            OUTPUT_FILE ${PROJECT_BINARY_DIR}/man/${name}.gz COMMAND_ERROR_IS_FATAL ANY)
+        install(FILES ${PROJECT_BINARY_DIR}/man/${name}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+    endforeach()
     if(EXISTS ${PROJECT_SOURCE_DIR}/tools/completion/streamproxy.bash)
         install(FILES tools/completion/streamproxy.bash RENAME streamproxy
             DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
     endif()
 endif()
-install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
+# What is installed has no tree: its README leaves out what is between the marks, and the lines of
+# files that are not installed, and names the installed program and library.
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS README.md CHANGELOG.md)
+file(READ README.md readme)
+string(FIND "${readme}" "<!-- tree -->" begin)
+while(begin GREATER_EQUAL 0)
+    string(FIND "${readme}" "<!-- end -->" end)
+    math(EXPR end "${end} + 13")
+    string(SUBSTRING "${readme}" 0 ${begin} before)
+    string(SUBSTRING "${readme}" ${end} -1 after)
+    set(readme "${before}${after}")
+    string(FIND "${readme}" "<!-- tree -->" begin)
+endwhile()
+string(REGEX REPLACE "\n[|] [^\n]*CONTRIBUTING.md[^\n]*" "" readme "${readme}")
+string(REPLACE "[CHANGELOG.md](CHANGELOG.md)" "`changelog.gz` beside this file" readme "${readme}")
+string(REGEX REPLACE "; as pages in `build/doxygen`: [^|]* [|]" " |" readme "${readme}")
+string(REPLACE "[interface/streamproxy.h](interface/streamproxy.h)" "`streamproxy.h`" readme "${readme}")
+string(REPLACE "`man docs/man/streamproxy.1`, installed " "" readme "${readme}")
+string(REPLACE "build/release/bin/" "" readme "${readme}")
+string(REPLACE " -Iinterface smallest.c -o smallest \\\n    -Lbuild/release/lib -Wl,-rpath,$PWD/build/release/lib"
+    " smallest.c -o smallest" readme "${readme}")
+file(WRITE ${PROJECT_BINARY_DIR}/installed/README.md "${readme}")
+execute_process(COMMAND ${STREAMPROXY_GZIP} -9nc ${PROJECT_SOURCE_DIR}/CHANGELOG.md
+    OUTPUT_FILE ${PROJECT_BINARY_DIR}/installed/changelog.gz COMMAND_ERROR_IS_FATAL ANY)
+install(FILES ${PROJECT_BINARY_DIR}/installed/README.md
+    ${PROJECT_BINARY_DIR}/installed/changelog.gz DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR}
-    FILES_MATCHING PATTERN *.md PATTERN *.svg PATTERN man EXCLUDE)
+    FILES_MATCHING PATTERN *.md PATTERN *.svg PATTERN *.png PATTERN man EXCLUDE)
 install(FILES examples/host.c examples/host.cpp examples/tunnel.cpp DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)

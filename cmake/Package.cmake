@@ -17,6 +17,7 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
     GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
@@ -32,4 +33,21 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 file(WRITE ${PROJECT_BINARY_DIR}/debian/triggers "activate-noawait ldconfig\n")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/debian/triggers
     ${PROJECT_BINARY_DIR}/debian/postinst ${PROJECT_BINARY_DIR}/debian/postrm)
+# The package's own changelog, beside the program's.
+if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC)
+    file(WRITE ${PROJECT_BINARY_DIR}/installed/changelog.Debian
+"streamproxy (${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}) unstable; urgency=medium
+
+  * Version ${PROJECT_VERSION}: see changelog.gz.
+
+ -- ${CPACK_PACKAGE_CONTACT}  ${now}
+")
+    execute_process(COMMAND ${STREAMPROXY_GZIP} -9nc
+        ${PROJECT_BINARY_DIR}/installed/changelog.Debian
+        OUTPUT_FILE ${PROJECT_BINARY_DIR}/installed/changelog.Debian.gz
+        COMMAND_ERROR_IS_FATAL ANY)
+    install(FILES ${PROJECT_BINARY_DIR}/installed/changelog.Debian.gz
+        DESTINATION ${CMAKE_INSTALL_DOCDIR})
+endif()
 include(CPack)

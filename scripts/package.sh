@@ -95,10 +95,16 @@ check_package() {
     ! find "$root" -type d -empty | grep . >&2 || die "$1: has empty folders"
     check_installation "$root" "usr/lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH)" ""
     for field in bin/streamproxy include/streamproxy.h share/doc/streamproxy/README.md \
-        share/man/man1/streamproxy{,-mix,-play,-hwsync}.1 \
+        share/man/man1/streamproxy{,-mix,-play,-hwsync}.1.gz \
+        share/doc/streamproxy/changelog.gz share/doc/streamproxy/docs/pictures/report.png \
         share/bash-completion/completions/streamproxy; do
         [ -e "$root/usr/$field" ] || die "$1: has no /usr/$field"
     done
+    zcat "$root/usr/share/doc/streamproxy/changelog.Debian.gz" >"$WORK/changelog"
+    dpkg-parsechangelog -l "$WORK/changelog" >/dev/null || die "$1: its changelog can't be read"
+    # Nothing of the tree is there for the reader.
+    ! grep -nF ./dev "$root/usr/share/doc/streamproxy/README.md" >&2 ||
+        die "$1: its README names commands of the tree"
     ! readelf -d "$root/usr/bin/streamproxy" | grep RUNPATH || die "$1: the tool has a runpath"
 }
 
