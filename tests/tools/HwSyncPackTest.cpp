@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <sndfile.h>
 
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -104,6 +105,44 @@ TEST_F(HwSyncPack, EveryFaultIsCounted) {
     inspect(path, {{"missing_payload_bytes", 100}});
     std::filesystem::resize_file(path, size - kPayload - 7);
     inspect(path, {{"bursts", 399}, {"cut_header_bytes", 13}});
+}
+
+TEST_F(HwSyncPack, SlowDriftAndJitterAreToldFromFaults) {
+    const std::string path =
+        pack({"--jitter", "3ms", "--gap", "2s:500ms", "--fault", "garbage=3", "--seed", "5"});
+    // 1000 ppm: 20 us a burst, far below any tolerance.
+    std::string bytes = contentOf(path);
+    const Json rows = Json::parse(ToolRun::hwsync({"inspect", path, "--json"}).output)["rows"];
+    for (const Json& row : rows) {
+        if (row["kind"] == "burst") {
+            uint64_t ptsNs = row["timestamp_ns"].get<uint64_t>() * 1001 / 1000;
+            for (size_t at = row["offset"].get<size_t>() + 15, i = 0; i < 8; ++i, ptsNs >>= 8) {
+                bytes[at - i] = static_cast<char>(ptsNs);
+            }
+        }
+    }
+    std::ofstream(path, std::ios::binary) << bytes;
+    const auto result =
+        ToolRun::hwsync({"inspect", path, "--json", "--summary", "--tolerance", "7ms"});
+    const Json summary = Json::parse(result.output)["summary"];
+    EXPECT_EQ(1, summary["timestamp_gaps"]);
+    const double errorPpm = summary["drift_error_ppm"].get<double>();
+    EXPECT_LT(errorPpm, 150);
+    EXPECT_NEAR(1000, summary["drift_ppm"].get<double>(), 2 * errorPpm);
+    EXPECT_NEAR(7.5, summary["drift_ns"].get<double>() / 1e6, 1.2);
+    // The gap and the drift.
+    EXPECT_NEAR(508, summary["offset_ns"].get<double>() / 1e6, 6);
+    // Spread evenly over +-3 ms.
+    EXPECT_NEAR(3 / std::sqrt(3), summary["jitter_rms_ns"].get<double>() / 1e6, 0.15);
+    EXPECT_NEAR(2.85, summary["jitter_95_ns"].get<double>() / 1e6, 0.2);
+    EXPECT_GT(summary["max_step_error_ns"], 490e6);
+    EXPECT_LT(summary["sound_max_step_error_ns"], 6.1e6);
+    // Jitter beyond the tolerance is no wrong format; another rate is, and is named.
+    const auto jittered = ToolRun::hwsync({"inspect", path, "--summary"}).output;
+    EXPECT_NE(std::string::npos, jittered.find("ppm against the payload"));
+    EXPECT_EQ(std::string::npos, jittered.find("--channels"));
+    const auto misread = ToolRun::hwsync({"inspect", path, "--summary", "--rate", "44100"}).output;
+    EXPECT_NE(std::string::npos, misread.find("The timestamps fit 48000 Hz")) << misread;
 }
 
 TEST_F(HwSyncPack, StreamsBeyondFourGigabytesKeepTheirOffsets) {

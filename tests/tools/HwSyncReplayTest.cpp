@@ -5,10 +5,12 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <fstream>
 #include <future>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <thread>
 #include <vector>
 
 #include "tests/tools/ToolRun.h"
@@ -37,7 +39,7 @@ TEST_F(HwSyncReplay, JumpsAreCorrectedAndTheLeadReturns) {
     const auto result = ToolRun::hwsync({"replay", stream, "--json", "-o", folder / "out.wav",
                                          "--svg", folder / "lead.svg", "--event", "1s:jump=+400ms",
                                          "--script", folder / "script"});
-    ASSERT_EQ(0, result.exitCode) << result.messages;
+    ASSERT_TRUE(result.isPlayed()) << result.messages;
     const Json found = Json::parse(result.output);
     const auto count = [&](const char* name) { return found["summary"][name].get<int64_t>(); };
     EXPECT_EQ(250, count("bursts"));
@@ -89,7 +91,7 @@ TEST_F(HwSyncReplay, PropertiesBoundCorrectionsAndAPlainStreamSoundsBeside) {
         ToolRun::hwsync({"replay", stream, "--json", "--summary", "--duration", "2s",
                          "--vlead-threshold", "500", "--vlead-upper", "550", "--offset", "600ms",
                          "--beside", folder / "in.wav@length=0.5", "-o", folder / "out.wav"});
-    ASSERT_EQ(0, result.exitCode) << result.messages;
+    ASSERT_TRUE(result.isPlayed()) << result.messages;
     const Json summary = Json::parse(result.output)["summary"];
     // Beyond the upper bound the clock is anchored anew, and no audio is dropped; nor for a machine
     // that stops for less than the threshold.
@@ -113,7 +115,63 @@ TEST_F(HwSyncReplay, DoesNotWaitForWhoeverReadsTheLog) {
     auto result = std::async(std::launch::async, [&run] { return run.wait(); });
     EXPECT_EQ(std::future_status::ready, result.wait_for(std::chrono::seconds(60)));
     close(ends[0]);  // ends a program that waits
-    EXPECT_EQ(0, result.get().exitCode);
+    EXPECT_TRUE(result.get().isPlayed());
+}
+
+TEST_F(HwSyncReplay, AWrongFormatIsToldFromAFaultOfTheStream) {
+    const auto misread =
+        ToolRun::hwsync({"replay", stream, "--rate", "44100", "--duration", "1.5s", "--summary"});
+    EXPECT_TRUE(misread.says("s.hws: most steps are off")) << misread.messages;
+    EXPECT_TRUE(misread.says("fit 48000 Hz with 2 channels")) << misread.messages;
+    EXPECT_NE(std::string::npos, misread.output.find("fit 48000 Hz")) << misread.output;
+    const auto sound = ToolRun::hwsync({"replay", stream, "--duration", "1.5s", "--summary"});
+    EXPECT_FALSE(sound.says("steps")) << sound.messages;
+    EXPECT_EQ(std::string::npos, sound.output.find("in the stream itself")) << sound.output;
+}
+
+TEST_F(HwSyncReplay, HeardTimeBeyondALimitIsCountedAndJudged) {
+    const auto replay = [&](const std::string& limit) {
+        return ToolRun::hwsync({"replay", stream, "--json", "--event", "1s:jump=+400ms",
+                                "--duration", "2s", "--max-heard", limit});
+    };
+    const auto result = replay("+45,-125ms");
+    ASSERT_TRUE(result.exitCode == 4 || result.exitCode == 3) << result.messages;
+    EXPECT_TRUE(result.says(result.exitCode == 4 ? "beyond --max-heard +45,-125ms"
+                                                 : "the machine was too busy"))
+        << result.messages;
+    const Json found = Json::parse(result.output);
+    int64_t heardNs = 0;
+    int64_t lateNs = 0;
+    for (const Json& decision : found["decisions"]) {
+        if (decision.contains("heard_lead_ns")) {
+            heardNs += 20'000'000;
+            lateNs += decision["heard_lead_ns"].get<double>() < -125e6 ? 20'000'000 : 0;
+        }
+    }
+    EXPECT_NEAR(static_cast<double>(heardNs), found["heard"]["measured_ns"].get<double>(), 1000);
+    // Behind the jump the ring holds two or three bursts that nothing corrects any more.
+    EXPECT_LT(0, lateNs);
+    for (const char* range : {"beyond_detectability", "beyond_max_heard"}) {
+        EXPECT_NEAR(static_cast<double>(lateNs), found["heard"][range]["late_ns"].get<double>(),
+                    1000);
+    }
+    const auto lenient = replay("+5000,-5000");
+    EXPECT_TRUE(lenient.isPlayed()) << lenient.messages;
+}
+
+TEST_F(HwSyncReplay, FiguresOfABusyMachineAreSaidToBeItsOwn) {
+    ToolRun run({"replay", stream, "--duration", "1.5s", "--csv", "--summary"}, "hwsync",
+                ToolRun::Streams());
+    // As a machine that has other things to do: nothing runs for long.
+    std::this_thread::sleep_for(std::chrono::milliseconds(700));
+    run.signal(SIGSTOP);
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    run.signal(SIGCONT);
+    const auto result = run.wait();
+    EXPECT_EQ(3, result.exitCode);
+    EXPECT_TRUE(result.says("the machine was too busy")) << result.messages;
+    EXPECT_NE(std::string::npos, result.output.find("\nunderruns,")) << result.output;
+    EXPECT_EQ(std::string::npos, result.output.find("\nunderruns,0\n")) << result.output;
 }
 
 TEST_F(HwSyncReplay, WhatCantBeReplayedIsNamed) {
@@ -127,6 +185,8 @@ TEST_F(HwSyncReplay, WhatCantBeReplayedIsNamed) {
         {{stream, "--event", "1s:leap=3"}, "'leap=3' is no event"},
         {{stream, "--script", folder / "missing"}, "check --script"},
         {{stream, "--latency-offset", "-10ms"}, "an offset below 0"},
+        {{stream, "--max-heard", "45"}, "write +45,-125"},
+        {{stream, "--max-heard", "-125,+45"}, "allows nothing"},
         {{stream, "--drift", "nan"}, "--drift: 'nan' is no number"},
         {{stream, "--gain", "nan"}, "nan is no gain from 0 to 1"},
         {{stream, "--beside", folder / "in.wav", "--report", folder / "./in.wav"},

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -8,6 +10,7 @@
 #include "tools/audio/PcmFormat.h"
 #include "tools/burst/Burst.h"
 #include "tools/burst/BurstScanner.h"
+#include "tools/burst/TimestampTrend.h"
 
 namespace android {
 
@@ -23,6 +26,7 @@ public:
         bool hasStep = false;            // there is a burst before it
         int64_t stepNs = 0;              // from the timestamp before
         int64_t expectedNs = 0;          // what the payload before lasts
+        bool isJitter = false;           // a wrong step that is no longer than jitter may be
         std::vector<const char*> notes;  // words for what is irregular
     };
 
@@ -37,7 +41,9 @@ public:
 
     /** Every count by its name in machine-readable output, irregularities last. */
     std::vector<std::pair<const char*, uint64_t>> counts() const;
-    /** Counts of irregularities alone, by their names for people. */
+    /** Those of irregularities alone. */
+    std::vector<std::pair<const char*, uint64_t>> irregularCounts() const;
+    /** The same by their names for people. */
     std::vector<std::pair<const char*, uint64_t>> irregularities() const;
 
     uint64_t burstCount() const { return mBurstCount; }
@@ -45,14 +51,29 @@ public:
     uint64_t freeRunCount() const { return mFreeRunCount; }
     uint64_t payloadByteCount() const { return mPayloadByteCount; }
     int64_t durationNs() const { return mFormat.durationNs(mPayloadByteCount); }
-    uint64_t wrongStepCount() const { return mGapCount + mOverlapCount + mJumpBackCount; }
     uint64_t firstPtsNs() const { return mFirstPtsNs; }
     uint64_t lastPtsNs() const { return mLast.ptsNs; }
     /** The largest difference of a step from its payload's duration, either way. */
     int64_t maxStepErrorNs() const { return mMaxStepErrorNs; }
+    /** Without the steps to bursts behind a fault: garbage or a burst without payload in front, a jump
+     *  back, or an error beyond both the tolerance and half of the payload's duration. */
+    int64_t maxSoundStepErrorNs() const { return mMaxSoundStepErrorNs; }
+    TimestampTrend::Result trend() const { return mTrend.result(); }
+    /** The last timestamp minus the payload in front of it, both counted from the first. */
+    int64_t offsetNs() const { return mOffsetNs; }
+    /** What the trend says by its names in machine-readable output; empty values are unknown. */
+    std::vector<std::pair<const char*, std::optional<double>>> trendFigures() const;
+
+    /** Whether most steps are off, and off the same way: the format is not that of the payload. Jitter
+     *  is off both ways. */
+    bool isFormatDoubtful() const { return std::max(mGapCount, mOverlapCount) > mBurstCount / 2; }
+    /** The question to ask then, with the rate that the timestamps fit. */
+    std::string formatDoubt() const;
 
 private:
     void judgeStep(const Burst& burst, Finding& finding);
+    void judgeTrend(const Burst& burst, const Finding& finding, int64_t errorNs);
+    double impliedRateHz() const;
 
     const PcmFormat mFormat;
     const int64_t mToleranceNs;
@@ -64,6 +85,12 @@ private:
     uint64_t mExtensionByteCount = 0;
     uint64_t mFirstPtsNs = 0;
     int64_t mMaxStepErrorNs = 0;
+    int64_t mMaxSoundStepErrorNs = 0;
+    int64_t mOffsetNs = 0;
+    TimestampTrend mTrend;
+    bool mIsBehindGarbage = false;
+    double mStepSumNs = 0.0;  // of those that are gaps or overlaps
+    double mExpectedSumNs = 0.0;
     uint64_t mGarbageRunCount = 0;
     uint64_t mGarbageByteCount = 0;
     uint64_t mGapCount = 0;

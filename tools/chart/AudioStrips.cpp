@@ -48,18 +48,25 @@ AudioStrips::AudioStrips(const TimeAxis& axis, const Envelope& audio, const std:
     }
     Strip::Ranges waves;
     Strip::Ranges powers;
+    Strip::Ranges rms;
     Strip::Ranges peaks;
     for (const Envelope::Column& column : spread(axis, audio)) {
         waves.emplace_back();
         powers.emplace_back();
+        rms.emplace_back();
         peaks.emplace_back();
         if (column.sampleCount > 0) {
             waves.back().include(column.low, column.high);
-            powers.back().include(kFloorDb, dbOf(std::sqrt(column.meanSquare())));
+            const double rmsDb = dbOf(std::sqrt(column.meanSquare()));
+            powers.back().include(kFloorDb, rmsDb);
+            rms.back().include(rmsDb, rmsDb);
             peaks.back().include(dbOf(column.peak()), dbOf(column.peak()));
         }
     }
     mWave.ranges("wave", waves);
+    mWave.reading("wave", "", 3, waves);
+    mLevel.reading("RMS", "dBFS", 1, rms);
+    mLevel.reading("peak", "dBFS", 1, peaks);
     mLevel.ranges("rms", powers);
     mLevel.ranges("peak", peaks);
 }

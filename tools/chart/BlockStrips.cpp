@@ -41,14 +41,19 @@ BlockStrips::BlockStrips(const TimeAxis& axis, const BlockTrack& blocks)
 void BlockStrips::drawSizes(const BlockTrack& blocks) {
     mSizes.tick(0.0, "0");
     mSizes.tick(static_cast<double>(blocks.wholeFrames()), std::to_string(blocks.wholeFrames()));
-    mSizes.ranges("blocks", Strip::rangesOf(mAxis, blocks.frames()));
-    for (const BlockTrack::ShortBlock& block : blocks.shortBlocks()) {
-        mSizes.mark("short",
-                    {.timeSec = block.timeSec, .value = static_cast<double>(block.frameCount)},
-                    "short block at " + markupNumber("%.3f s: ", block.timeSec) +
-                        std::to_string(block.frameCount) + " of " +
-                        std::to_string(blocks.wholeFrames()) + " frames");
-    }
+    const Strip::Ranges sizes = Strip::rangesOf(mAxis, blocks.frames());
+    mSizes.ranges("blocks", sizes);
+    mSizes.reading("block", "frames", 0, sizes);
+    const std::string whole = " of " + std::to_string(blocks.wholeFrames()) + " frames";
+    mSizes.marks("short", blocks.shortBlocks(), [&whole](const Moments::Column& column) {
+        const std::string frames = markupNumber("%.0f", column.low);
+        const std::string words =
+            column.count == 1
+                ? "short block at " + markupNumber("%.3f s: ", column.firstSec) + frames
+                : std::to_string(column.count) + " short blocks" + Strip::when(column) + ": " +
+                      frames + markupNumber(" to %.0f", column.high);
+        return Strip::Note{.value = column.low, .tip = words + whole};
+    });
 }
 
 void BlockStrips::drawTimes(const BlockTrack& blocks) {
@@ -59,6 +64,9 @@ void BlockStrips::drawTimes(const BlockTrack& blocks) {
     mTimes.course("cycle", blocks.cycles());
     mTimes.course("callback", blocks.callbacks());
     mTimes.course("mixing", blocks.mixing());
+    mTimes.reading("cycle", "ms", 3, Strip::rangesOf(mAxis, blocks.cycles()));
+    mTimes.reading("callback", "ms", 3, Strip::rangesOf(mAxis, blocks.callbacks()));
+    mTimes.reading("mixing", "ms", 3, Strip::rangesOf(mAxis, blocks.mixing()));
 }
 
 std::string BlockStrips::html() const {

@@ -56,18 +56,30 @@ GainStrip::GainStrip(const TimeAxis& axis, const std::vector<Step>& steps, doubl
     if (!mIsBalanced) {
         drawChannel("right", steps, &Step::right, "right gain");
     }
-    // As many as anyone would hover over.
-    constexpr size_t kMostMarks = 400;
-    for (size_t i = 0; i < std::min(steps.size(), kMostMarks); ++i) {
-        const Step& step = steps[i];
-        if (step.timeSec >= 0.0 && i > 0) {
-            std::string tip = markupNumber("gain set at %.3f s to ", step.timeSec);
-            tip += markupNumber("%.3g", step.left);
-            if (!mIsBalanced) {
-                tip += markupNumber(" left, %.3g right", step.right);
-            }
-            mStrip.mark("set", {.timeSec = step.timeSec, .value = step.left}, tip);
+    markSteps(steps);
+}
+
+/** One mark for each column of the axis, for the last of its steps. */
+void GainStrip::markSteps(const std::vector<Step>& steps) {
+    const auto columnOf = [this](const Step& step) {
+        return static_cast<int>(mAxis.x(step.timeSec));
+    };
+    // The first is the gain that the stream begins with.
+    for (size_t begin = 1, end = 1; begin < steps.size(); begin = end) {
+        while (end < steps.size() && columnOf(steps[end]) == columnOf(steps[begin])) {
+            ++end;
         }
+        const Step& step = steps[end - 1];
+        if (step.timeSec < 0.0) {
+            continue;
+        }
+        std::string tip =
+            end - begin == 1 ? "gain set" : std::to_string(end - begin) + " gains set, the last";
+        tip += markupNumber(" at %.3f s to ", step.timeSec) + markupNumber("%.3g", step.left);
+        if (!mIsBalanced) {
+            tip += markupNumber(" left, %.3g right", step.right);
+        }
+        mStrip.mark("set", {.timeSec = step.timeSec, .value = step.left}, tip);
     }
 }
 

@@ -16,6 +16,7 @@ public:
     std::string html() const;
 
 private:
+    void markSteps(const std::vector<InputTrack::GainStep>& steps);
     void drawChannel(const char* style, const std::vector<InputTrack::GainStep>& steps,
                      float InputTrack::GainStep::*gain, const char* name);
 

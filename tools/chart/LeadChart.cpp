@@ -237,10 +237,21 @@ void LeadChart::shape(Kind kind, double x, double y, const std::string& tip) {
 }
 
 void LeadChart::drawCorrections() {
+    // One mark of a kind for each of these, in pixels: more would lie on each other.
+    constexpr double kColumn = 1;
+    double formerX[] = {-kColumn, -kColumn, -kColumn};
     for (const SyncDecision& decision : mTrack.decisions()) {
         if (decision.kind == Kind::NONE || decision.kind == Kind::FREE_RUN) {
             continue;
         }
+        double& former = formerX[decision.kind == Kind::ANCHOR    ? 0
+                                 : decision.kind == Kind::SILENCE ? 1
+                                                                  : 2];
+        const double x = mFrame.x(secOf(decision.timeNs));
+        if (x - former < kColumn) {
+            continue;
+        }
+        former = x;
         std::string tip =
             std::string(decision.name()) + " at " + number("%.3f s", secOf(decision.timeNs));
         if (decision.hasClock) {
@@ -248,8 +259,7 @@ void LeadChart::drawCorrections() {
         }
         // Behind an anchor the clock stands at the timestamp: no lead.
         const bool hasLead = decision.hasClock && decision.kind != Kind::ANCHOR;
-        shape(decision.kind, mFrame.x(secOf(decision.timeNs)),
-              mFrame.y(hasLead ? msOf(decision.leadNs()) : 0), tip);
+        shape(decision.kind, x, mFrame.y(hasLead ? msOf(decision.leadNs()) : 0), tip);
     }
 }
 

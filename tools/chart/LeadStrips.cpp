@@ -11,15 +11,6 @@ namespace {
 
 using Kind = SyncDecision::Kind;
 
-// ITU-R BT.1359: sound early is above 0.
-constexpr double kDetectEarlyMs = 45;
-constexpr double kDetectLateMs = -125;
-constexpr double kAcceptEarlyMs = 90;
-constexpr double kAcceptLateMs = -185;
-
-constexpr size_t kMostMarks = 1000;
-constexpr size_t kMostNames = 24;
-
 Course leadsOf(const SyncTrack& track) {
     Course leads;
     for (const SyncDecision& decision : track.decisions()) {
@@ -33,16 +24,27 @@ Course leadsOf(const SyncTrack& track) {
     return leads;
 }
 
+Course burstsOf(const SyncTrack& track) {
+    Course bursts;
+    for (const SyncDecision& decision : track.decisions()) {
+        bursts.add(static_cast<double>(decision.timeNs) / 1e9,
+                   static_cast<double>(decision.burstIndex));
+    }
+    return bursts;
+}
+
 /** Both strips have one, so that they can be compared. */
 Strip::Scale scaleOf(const SyncTrack& track, const SyncBounds& bounds, const Course& outputLeads) {
     // A lead of hours, from a damaged timestamp, and bounds that nothing reaches must not flatten
     // everything else.
     constexpr double kMostMs = 5000;
     const Course leads = leadsOf(track);
-    const double low = std::min({kAcceptLateMs, -static_cast<double>(bounds.videoThresholdMs),
-                                 leads.lowest(), outputLeads.lowest()});
-    const double high = std::max({kAcceptEarlyMs, static_cast<double>(bounds.audioThresholdMs),
-                                  leads.highest(), outputLeads.highest()});
+    const double low =
+        std::min({kAcceptability.lateMs, -static_cast<double>(bounds.videoThresholdMs),
+                  leads.lowest(), outputLeads.lowest()});
+    const double high =
+        std::max({kAcceptability.earlyMs, static_cast<double>(bounds.audioThresholdMs),
+                  leads.highest(), outputLeads.highest()});
     const double heldLow = std::max(low, -kMostMs);
     const double heldHigh = std::min(high, kMostMs);
     const double margin = 0.1 * (heldHigh - heldLow);
@@ -80,23 +82,31 @@ const char* styleOf(Kind kind) {
 }  // namespace
 
 LeadStrips::LeadStrips(const TimeAxis& axis, const SyncTrack& track, const SyncBounds& bounds,
-                       const Course& outputLeads)
+                       const HeardLeads& heard)
     : mParser(axis,
               lookOf("parserlead",
                      "Audio lead at the parser: timestamp minus clock (ms, squeezed far from 0)",
-                     scaleOf(track, bounds, outputLeads))),
+                     scaleOf(track, bounds, heard.leads()))),
       mOutput(axis, lookOf("outputlead",
                            "Audio lead at the output, when it is heard (ms, squeezed far from 0)",
-                           scaleOf(track, bounds, outputLeads))) {
+                           scaleOf(track, bounds, heard.leads()))) {
     drawBounds(bounds);
     drawDetectability();
-    const Strip::Scale scale = scaleOf(track, bounds, outputLeads);
+    const Strip::Scale scale = scaleOf(track, bounds, heard.leads());
     addTicks(mParser, scale);
     addTicks(mOutput, scale);
-    drawEvents(track);
-    mParser.ranges("lead", Strip::rangesOf(axis, leadsOf(track)));
-    mOutput.ranges("lead", Strip::rangesOf(axis, outputLeads));
+    drawEvents(axis, track);
+    drawLeads(axis, mParser, burstsOf(track), leadsOf(track));
+    drawLeads(axis, mOutput, heard.bursts(), heard.leads());
     drawCorrections(track);
+}
+
+void LeadStrips::drawLeads(const TimeAxis& axis, Strip& strip, const Course& bursts,
+                           const Course& leads) {
+    const Strip::Ranges ranges = Strip::rangesOf(axis, leads);
+    strip.ranges("lead", ranges);
+    strip.reading("burst", "", 0, Strip::rangesOf(axis, bursts));
+    strip.reading("audio lead", "ms", 1, ranges);
 }
 
 void LeadStrips::drawBounds(const SyncBounds& bounds) {
@@ -104,9 +114,9 @@ void LeadStrips::drawBounds(const SyncBounds& bounds) {
     const auto late = -static_cast<double>(bounds.videoThresholdMs);
     const auto earliest = static_cast<double>(bounds.audioUpperMs);
     const auto latest = -static_cast<double>(bounds.videoUpperMs);
-    mParser.band("fill", early, earliest, "early: silence is inserted");
-    mParser.band("good", late, early, "tolerated");
-    mParser.band("poor", latest, late, "late: audio is dropped");
+    mParser.band("fill", early, earliest);
+    mParser.band("good", late, early);
+    mParser.band("poor", latest, late);
     for (const double bound : {latest, late, early, earliest}) {
         mParser.bound(bound);
     }
@@ -114,65 +124,73 @@ void LeadStrips::drawBounds(const SyncBounds& bounds) {
 
 void LeadStrips::drawDetectability() {
     constexpr double kBeyond = 1e9;
-    mOutput.band("poor", kAcceptEarlyMs, kBeyond, "early: viewers object");
-    mOutput.band("maybe", kDetectEarlyMs, kAcceptEarlyMs, "noticed, accepted");
-    mOutput.band("good", kDetectLateMs, kDetectEarlyMs, "not noticed");
-    mOutput.band("maybe", kAcceptLateMs, kDetectLateMs, "noticed, accepted");
-    mOutput.band("poor", -kBeyond, kAcceptLateMs, "late: viewers object");
-    for (const double bound : {kAcceptLateMs, kDetectLateMs, kDetectEarlyMs, kAcceptEarlyMs}) {
+    mOutput.band("poor", kAcceptability.earlyMs, kBeyond);
+    mOutput.band("maybe", kDetectability.earlyMs, kAcceptability.earlyMs);
+    mOutput.band("good", kDetectability.lateMs, kDetectability.earlyMs);
+    mOutput.band("maybe", kAcceptability.lateMs, kDetectability.lateMs);
+    mOutput.band("poor", -kBeyond, kAcceptability.lateMs);
+    for (const double bound : {kAcceptability.lateMs, kDetectability.lateMs, kDetectability.earlyMs,
+                               kAcceptability.earlyMs}) {
         mOutput.bound(bound);
     }
 }
 
-void LeadStrips::drawEvents(const SyncTrack& track) {
+/** One line for each column of the axis. */
+void LeadStrips::drawEvents(const TimeAxis& axis, const SyncTrack& track) {
     const auto& events = track.events();
-    for (size_t i = 0; i < std::min(events.size(), kMostMarks); ++i) {
-        const double timeSec = static_cast<double>(events[i].timeNs) / 1e9;
-        mParser.event(timeSec, events[i].text);
-        mOutput.event(timeSec, events[i].text);
-        if (i < kMostNames) {
-            mEventNames += std::string(i == 0 ? "<p class=\"key\"><span>clock: </span>" : "") +
-                           "<span>" + markupNumber("%.3f s ", timeSec) +
-                           markupText(events[i].text) + "</span> ";
+    const auto secOf = [](const SyncEvent& event) {
+        return static_cast<double>(event.timeNs) / 1e9;
+    };
+    for (size_t begin = 0, end = 0; begin < events.size(); begin = end) {
+        const auto column = static_cast<int>(axis.x(secOf(events[begin])));
+        while (end < events.size() && static_cast<int>(axis.x(secOf(events[end]))) == column) {
+            ++end;
         }
+        const std::string tip =
+            end - begin == 1
+                ? events[begin].text
+                : std::to_string(end - begin) + " clock events, the last: " + events[end - 1].text;
+        mParser.event(secOf(events[begin]), tip);
+        mOutput.event(secOf(events[begin]), tip);
     }
-    mEventNames += events.empty() ? "" : "</p>\n";
 }
 
 void LeadStrips::drawCorrections(const SyncTrack& track) {
-    size_t markCount = 0;
-    for (const SyncDecision& decision : track.decisions()) {
-        if (decision.kind == Kind::NONE || decision.kind == Kind::FREE_RUN ||
-            ++markCount > kMostMarks) {
-            continue;
+    for (const Kind kind : {Kind::ANCHOR, Kind::SILENCE, Kind::DROP}) {
+        Moments moments;
+        for (const SyncDecision& decision : track.decisions()) {
+            // A start has no lead: the clock is where the timestamp is.
+            if (decision.kind == kind) {
+                moments.add(static_cast<double>(decision.timeNs) / 1e9,
+                            decision.hasClock ? static_cast<double>(decision.leadNs()) / 1e6 : 0.0);
+            }
         }
-        const double timeSec = static_cast<double>(decision.timeNs) / 1e9;
-        const double leadMs = static_cast<double>(decision.leadNs()) / 1e6;
-        std::string tip = decision.name() + markupNumber(" at %.3f s", timeSec);
-        if (decision.hasClock) {
-            tip += markupNumber(", audio lead %+.1f ms", leadMs);
-        }
-        if (decision.correctionMs > 0) {
-            tip += ", " + std::to_string(decision.correctionMs) + " ms";
-        }
-        // A start has no lead: the clock is where the timestamp is.
-        mParser.mark(styleOf(decision.kind),
-                     {.timeSec = timeSec, .value = decision.hasClock ? leadMs : 0.0}, tip);
+        mParser.marks(styleOf(kind), moments, [kind](const Moments::Column& column) {
+            const std::string name = SyncDecision::nameOf(kind);
+            const std::string words =
+                column.count == 1 ? name : std::to_string(column.count) + " times " + name;
+            return Strip::Note{.value = column.worst(),
+                               .tip = words + Strip::when(column) +
+                                      markupNumber(", audio lead %+.1f ms", column.worst())};
+        });
     }
 }
 
 std::string LeadStrips::html() const {
     return mParser.html() +
-           "<p class=\"key\"><span><i class=\"mark silence\"></i>silence inserted</span> "
+           "<p class=\"key\"><span><i class=\"swatch good\"></i>tolerated</span> "
+           "<span><i class=\"swatch fill\"></i>early: silence is inserted</span> "
+           "<span><i class=\"swatch poor\"></i>late: audio is dropped</span> "
+           "<span><i class=\"mark silence\"></i>silence inserted</span> "
            "<span><i class=\"mark drop\"></i>audio dropped</span> "
            "<span><i class=\"mark anchor\"></i>clock re-anchored</span> "
            "<span><i class=\"swatch event\"></i>clock event</span> "
            "<span>dashed: the policy's bounds</span></p>\n" +
-           mEventNames + mOutput.html() +
+           mOutput.html() +
            "<p class=\"key\"><span><i class=\"swatch good\"></i>not noticed, -125 to +45 ms</span> "
            "<span><i class=\"swatch maybe\"></i>noticed and accepted, -185 to +90 ms</span> "
            "<span><i class=\"swatch poor\"></i>viewers object</span> "
-           "<span>ITU-R BT.1359, detectability and acceptability</span></p>\n";
+           "<span>ITU-R BT.1359-1, detectability and acceptability</span></p>\n";
 }
 
 }  // namespace android

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "tools/chart/Strip.h"
-#include "tools/course/Course.h"
+#include "tools/course/HeardLeads.h"
 #include "tools/course/SyncTrack.h"
 
 namespace android {
@@ -15,19 +15,20 @@ namespace android {
 class LeadStrips {
 public:
     LeadStrips(const TimeAxis& axis, const SyncTrack& track, const SyncBounds& bounds,
-               const Course& outputLeads);
+               const HeardLeads& heard);
 
     std::string html() const;
 
 private:
+    static void drawLeads(const TimeAxis& axis, Strip& strip, const Course& bursts,
+                          const Course& leads);
     void drawBounds(const SyncBounds& bounds);
     void drawDetectability();
     void drawCorrections(const SyncTrack& track);
-    void drawEvents(const SyncTrack& track);
+    void drawEvents(const TimeAxis& axis, const SyncTrack& track);
 
     Strip mParser;
     Strip mOutput;
-    std::string mEventNames;
 };
 
 }  // namespace android

@@ -1,5 +1,8 @@
 #include "tools/chart/ReportPage.h"
 
+#include <algorithm>
+#include <cctype>
+
 #include "tools/chart/ReportStyle.h"
 #include "tools/text/MarkupText.h"
 
@@ -23,17 +26,30 @@ ReportPage::ReportPage(const TimeAxis& axis, const std::string& title, const std
 
 void ReportPage::addTable(const std::string& caption, const std::vector<std::string>& heads,
                           const std::vector<std::vector<std::string>>& rows) {
-    mBody += "<section><div class=\"scroll\" tabindex=\"0\" role=\"region\" aria-label=\"" +
-             markupText(caption) + "\"><table><caption>" + markupText(caption) +
+    // A long one scrolls in its own height, and says so.
+    constexpr size_t kMostRowsInSight = 14;
+    const bool isTall = rows.size() > kMostRowsInSight;
+    mBody += std::string("<section><div class=\"scroll") + (isTall ? " tall" : "") +
+             "\" tabindex=\"0\" role=\"region\" aria-label=\"" + markupText(caption) +
+             "\"><table><caption>" + markupText(caption) + (isTall ? "; scroll for more" : "") +
              "</caption><thead><tr>";
-    for (const std::string& head : heads) {
-        mBody += "<th scope=\"col\">" + markupText(head) + "</th>";
+    // Numbers stand at the right of their column, words at the left.
+    std::vector<const char*> styles;
+    for (size_t i = 0; i < heads.size(); ++i) {
+        const bool isWords = std::any_of(rows.begin(), rows.end(), [i](const auto& row) {
+            return !row[i].empty() && isalpha(static_cast<unsigned char>(row[i].front())) != 0;
+        });
+        styles.push_back(isWords ? " class=\"words\"" : "");
+        mBody +=
+            std::string("<th scope=\"col\"") + styles[i] + ">" + markupText(heads[i]) + "</th>";
     }
     mBody += "</tr></thead><tbody>\n";
     for (const std::vector<std::string>& row : rows) {
         mBody += "<tr>";
-        for (const std::string& cell : row) {
-            mBody += "<td>" + markupText(cell) + "</td>";
+        // Where there is no room for columns, a cell stands behind its head.
+        for (size_t i = 0; i < row.size(); ++i) {
+            mBody += std::string("<td") + styles[i] + " data-head=\"" + markupText(heads[i]) +
+                     "\">" + markupText(row[i]) + "</td>";
         }
         mBody += "</tr>\n";
     }
@@ -46,6 +62,10 @@ void ReportPage::addFigures(const std::string& heading, const Figures& figures) 
         mBody += "<div><dt>" + markupText(name) + "</dt><dd>" + markupText(value) + "</dd></div>\n";
     }
     mBody += "</dl></section>\n";
+}
+
+void ReportPage::addNotice(const std::string& words) {
+    mBody += "<p class=\"notice\">" + markupText(words) + "</p>\n";
 }
 
 void ReportPage::addSection(const std::string& heading, const std::string& detail,

@@ -18,6 +18,8 @@ public:
     void addFigures(const std::string& heading, const Figures& figures);
     void addTable(const std::string& caption, const std::vector<std::string>& heads,
                   const std::vector<std::vector<std::string>>& rows);
+    /** A warning to whoever reads the page. */
+    void addNotice(const std::string& words);
     /** Strips below a heading, with the time below them. */
     void addSection(const std::string& heading, const std::string& detail,
                     const std::string& strips);

@@ -32,8 +32,13 @@ td{text-align:right;padding:4px 10px;border-bottom:1px solid var(--grid);white-s
 th:first-child,td:first-child{text-align:left;padding-left:0;white-space:normal;
 overflow-wrap:anywhere;min-width:9em}
 tr:last-child td{border-bottom:0}
+th.words,td.words{text-align:left}
+.tall{max-height:520px;overflow-y:auto}
+.tall th{position:sticky;top:0;background:var(--card)}
+.notice{margin:14px 0;padding:10px 14px;border:1px solid var(--bad);border-left-width:6px;
+border-radius:6px;background:var(--card)}
 dl{display:flex;flex-wrap:wrap;gap:10px 28px;margin:8px 0 4px;font-variant-numeric:tabular-nums}
-dt{font-size:13px;color:var(--soft)}dd{margin:0;font-size:16px}
+dt{font-size:13px;color:var(--soft)}dd{margin:0;font-size:16px;overflow-wrap:anywhere}
 figure{margin:12px 0 0}
 figcaption{font-size:13px;font-weight:600;padding-left:52px;margin-bottom:3px}
 .plot{position:relative;margin-left:52px}
@@ -43,7 +48,6 @@ outline:1px solid var(--edge);overflow:hidden}
 font-size:12px;line-height:1;color:var(--soft);white-space:nowrap}
 .over{position:absolute;inset:0;pointer-events:none}
 .over .mark{position:absolute;margin:-5px 0 0 -5px;pointer-events:auto}
-.bandname{position:absolute;right:6px;font-size:12px;line-height:1.4;color:var(--ink)}
 .axis{position:relative;height:20px;margin:4px 0 0 52px;font-size:12px;color:var(--soft)}
 .axis span{position:absolute;transform:translateX(-50%);white-space:nowrap}
 .timename{font-size:12px;color:var(--soft);text-align:center;margin-left:52px}
@@ -89,18 +93,29 @@ svg .event{stroke:var(--callback);stroke-width:1.5;stroke-dasharray:5 3;fill:non
 .swatch{outline:1px solid var(--edge)}
 .mark.short{background:var(--bad);clip-path:polygon(50% 0,100% 100%,0 100%)}
 .mark.set{background:var(--left);border-radius:50%;transform:scale(.7)}
+.mark.fault{background:var(--bad);border-radius:2px}
 .mark.anchor{background:var(--anchor);clip-path:polygon(50% 0,100% 50%,50% 100%,0 50%)}
 .mark.silence{background:var(--silence);clip-path:polygon(50% 0,100% 100%,0 100%)}
 .mark.drop{background:var(--bad);clip-path:polygon(0 0,100% 0,50% 100%)}
 .hair{position:absolute;top:0;bottom:0;width:1px;background:var(--bad);pointer-events:none}
 #now{position:fixed;right:16px;bottom:12px;padding:3px 10px;border-radius:6px;background:var(--ink);
-color:var(--page);font-size:13px;font-variant-numeric:tabular-nums}
+color:var(--page);font-size:13px;font-variant-numeric:tabular-nums;white-space:pre-line}
 #now:empty{display:none}
 @media (max-width:700px){body{padding:14px 10px 64px}section{padding:10px 8px}
-.minor{display:none}figcaption,.key{padding-left:0}.plot,.axis,.timename{margin-left:40px}}
+.minor{display:none}figcaption,.key{padding-left:0}.plot,.axis,.timename{margin-left:40px}
+thead{position:absolute;width:1px;height:1px;overflow:hidden;clip-path:inset(50%)}
+table,caption,tbody,td{display:block}
+tr{display:grid;grid-template-columns:1fr 1fr;gap:1px 16px;padding:6px 0;
+border-bottom:1px solid var(--grid)}
+td,td:first-child{display:flex;justify-content:space-between;gap:8px;padding:0;border:0;
+text-align:right;white-space:normal;overflow-wrap:anywhere;min-width:0}
+td::before{content:attr(data-head);color:var(--soft);font-size:13px;text-align:left;
+white-space:nowrap}
+td:empty{display:none}}
 )css";
 
-/** A hair line through all strips, and the time under the pointer. The page works without it. */
+/** A hair line through all strips; the time under the pointer, and the values of the strip there. The
+ *  page works without it. */
 constexpr const char* kReportScript = R"js(
 'use strict';
 const now = document.getElementById('now');
@@ -112,13 +127,32 @@ const hairs = plots.map(function (plot) {
   plot.append(hair);
   return hair;
 });
-plots.forEach(function (plot) {
-  plot.addEventListener('pointermove', function (event) {
-    const box = plot.getBoundingClientRect();
-    const share = Math.min(Math.max((event.clientX - box.left) / box.width, 0), 1);
-    hairs.forEach(function (hair) { hair.hidden = false; hair.style.left = 100 * share + '%'; });
-    now.textContent = (share * Number(document.body.dataset.seconds)).toFixed(3) + ' s';
+const readings = plots.map(function (plot) {
+  return Array.from(plot.querySelectorAll('.reading')).map(function (reading) {
+    const data = reading.dataset;
+    return {name: data.name, unit: data.unit ? ' ' + data.unit : '',
+            low: data.low.split(','), high: data.high.split(',')};
   });
+});
+function textOf(reading, share) {
+  const count = reading.low.length - 1;
+  const column = Math.min(Math.floor(share * count), count - 1);
+  const low = reading.low[column], high = reading.high[column];
+  if (low === '') return reading.name + ': none here';
+  return reading.name + ' ' + low + (high === '' ? '' : ' to ' + high) + reading.unit;
+}
+function show(index, event) {
+  const box = plots[index].getBoundingClientRect();
+  const share = Math.min(Math.max((event.clientX - box.left) / box.width, 0), 1);
+  hairs.forEach(function (hair) { hair.hidden = false; hair.style.left = 100 * share + '%'; });
+  const time = (share * Number(document.body.dataset.seconds)).toFixed(3) + ' s';
+  now.textContent = [time].concat(readings[index].map(function (reading) {
+    return textOf(reading, share);
+  })).join('\n');
+}
+plots.forEach(function (plot, index) {
+  plot.addEventListener('pointermove', function (event) { show(index, event); });
+  plot.addEventListener('pointerdown', function (event) { show(index, event); });
   plot.addEventListener('pointerleave', function () {
     hairs.forEach(function (hair) { hair.hidden = true; });
     now.textContent = '';

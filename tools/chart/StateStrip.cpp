@@ -61,6 +61,18 @@ void StateStrip::add(State state, double fromSec, double toSec, const std::strin
     mStrip.span(naming.style, fromSec, toSec, naming.words + when + detail);
 }
 
+void StateStrip::add(State state, const Moments& moments,
+                     const std::function<std::string(const Moments::Column&)>& detail) {
+    for (const Moments::Column& column : mAxis.spread(moments)) {
+        if (column.count > 0) {
+            const std::string times =
+                column.count > 1 ? ", " + std::to_string(column.count) + " times" : "";
+            add(state, column.firstSec, column.firstSec + mAxis.columnSec(),
+                times + detail(column));
+        }
+    }
+}
+
 std::string StateStrip::html() const {
     std::string key = "<p class=\"key\">";
     for (const State state : mOccurring) {

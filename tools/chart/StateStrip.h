@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,9 @@ public:
 
     /** Later pieces lie over earlier ones; one that begins behind the axis is none. */
     void add(State state, double fromSec, double toSec, const std::string& detail = {});
+    /** One piece for each column of the axis in which there were any. */
+    void add(State state, const Moments& moments,
+             const std::function<std::string(const Moments::Column&)>& detail);
 
     std::string html() const;
 

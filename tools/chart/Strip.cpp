@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <utility>
 
 #include "tools/text/MarkupText.h"
@@ -81,7 +82,7 @@ double Strip::y(double value) const {
     return kHeight * (1 - mLook.scale.share(value));
 }
 
-void Strip::band(const char* style, double low, double high, const std::string& label) {
+void Strip::band(const char* style, double low, double high) {
     const double top = y(high);
     const double height = y(low) - top;
     if (height <= 0) {
@@ -89,10 +90,6 @@ void Strip::band(const char* style, double low, double high, const std::string& 
     }
     add("<rect class=\"%s\" x=\"0\" y=\"%.0f\" width=\"%d\" height=\"%.0f\"/>", style, top,
         mAxis.columnCount(), height);
-    if (!label.empty() && height * mLook.heightPx / kHeight > 18) {
-        mMarks += "<span class=\"bandname\" style=\"top:" + markupNumber("%.1f", top / 10) +
-                  "%\">" + markupText(label) + "</span>";
-    }
 }
 
 void Strip::span(const char* style, double fromSec, double toSec, const std::string& tip) {
@@ -148,6 +145,28 @@ void Strip::course(const std::string& style, const Course& course) {
     ranges(style.c_str(), meansOf(mAxis, course));
 }
 
+void Strip::reading(const std::string& name, const std::string& unit, int decimals,
+                    const Ranges& ranges) {
+    std::string lows;
+    std::string highs;
+    for (const Range& range : ranges) {
+        if (!range.isEmpty) {
+            char low[32];
+            char high[32];
+            snprintf(low, sizeof(low), "%.*f", decimals, range.low);
+            snprintf(high, sizeof(high), "%.*f", decimals, range.high);
+            lows += low;
+            // Most ranges are one value.
+            highs += strcmp(low, high) == 0 ? "" : high;
+        }
+        lows += ',';
+        highs += ',';
+    }
+    mReadings += "<span class=\"reading\" hidden=\"\" data-name=\"" + markupText(name) +
+                 "\" data-unit=\"" + markupText(unit) + "\" data-low=\"" + lows +
+                 "\" data-high=\"" + highs + "\"></span>";
+}
+
 void Strip::line(const char* style, const std::vector<Point>& points, const std::string& tip) {
     add("<path class=\"%s\" d=\"", style);
     char command = 'M';
@@ -166,6 +185,22 @@ void Strip::mark(const char* style, const Point& at, const std::string& tip) {
         "%;top:" + markupNumber("%.1f", y(at.value) / 10) + "%\" title=\"" + words + "\"></i>";
 }
 
+std::string Strip::when(const Moments::Column& column) {
+    return column.count == 1 ? markupNumber(" at %.3f s", column.firstSec)
+                             : markupNumber(", %.3f", column.firstSec) +
+                                   markupNumber(" to %.3f s", column.lastSec);
+}
+
+void Strip::marks(const char* style, const Moments& moments,
+                  const std::function<Note(const Moments::Column&)>& note) {
+    for (const Moments::Column& column : mAxis.spread(moments)) {
+        if (column.count > 0) {
+            const Note words = note(column);
+            mark(style, {.timeSec = column.firstSec, .value = words.value}, words.tip);
+        }
+    }
+}
+
 std::string Strip::html() const {
     std::string grid;
     for (const TimeAxis::Tick& tick : mAxis.ticks()) {
@@ -178,7 +213,7 @@ std::string Strip::html() const {
            std::to_string(mAxis.columnCount()) +
            " 1000\" preserveAspectRatio=\"none\" role=\"img\" aria-label=\"" + title + "\">" +
            "<path class=\"grid\" d=\"" + grid + "\"/>" + mShapes + "</svg><div class=\"over\">" +
-           mMarks + "</div></div></figure>\n";
+           mMarks + "</div>" + mReadings + "</div></figure>\n";
 }
 
 void Strip::add(const char* format, ...) {

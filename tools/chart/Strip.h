@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -55,7 +56,7 @@ public:
     static Ranges meansOf(const TimeAxis& axis, const Course& course);
 
     /** Behind everything that comes later. */
-    void band(const char* style, double low, double high, const std::string& label = {});
+    void band(const char* style, double low, double high);
     /** From one time to another, as high as the strip. */
     void span(const char* style, double fromSec, double toSec, const std::string& tip);
     void rule(const char* style, double value);
@@ -68,6 +69,9 @@ public:
     void ranges(const char* style, const Ranges& ranges);
     /** The range of a course, faint, and its mean. */
     void course(const std::string& style, const Course& course);
+    /** What stands under the pointer in each column, with its unit. */
+    void reading(const std::string& name, const std::string& unit, int decimals,
+                 const Ranges& ranges);
     struct Point {
         double timeSec;
         double value;
@@ -75,6 +79,16 @@ public:
     void line(const char* style, const std::vector<Point>& points, const std::string& tip = {});
     /** A small shape of its own size: one of the page's `mark` styles. */
     void mark(const char* style, const Point& at, const std::string& tip);
+    /** Where a mark stands, and what it says. */
+    struct Note {
+        double value;
+        std::string tip;
+    };
+    /** Such as " at 3.000 s", or ", 3.000 to 3.020 s". */
+    static std::string when(const Moments::Column& column);
+    /** One mark for each column of the axis in which something happened. */
+    void marks(const char* style, const Moments& moments,
+               const std::function<Note(const Moments::Column&)>& note);
 
     /** The figure with its title, without the axis. */
     std::string html() const;
@@ -89,6 +103,7 @@ private:
     std::string mShapes;
     std::string mTicks;
     std::string mMarks;
+    std::string mReadings;
 };
 
 }  // namespace android

@@ -31,6 +31,14 @@ std::string labelOf(double timeSec, double stepSec) {
 TimeAxis::TimeAxis(double endSec, int columnCount)
     : mEndSec(std::max(endSec, 0.02)), mColumnCount(columnCount) {}
 
+std::vector<Moments::Column> TimeAxis::spread(const Moments& moments) const {
+    std::vector<Moments::Column> spread(static_cast<size_t>(mColumnCount));
+    for (const Moments::Column& column : moments.columns()) {
+        spread[std::min(static_cast<size_t>(x(column.firstSec)), spread.size() - 1)].merge(column);
+    }
+    return spread;
+}
+
 std::vector<TimeAxis::Tick> TimeAxis::ticks() const {
     double stepSec = kSteps[0];
     for (const double candidate : kSteps) {

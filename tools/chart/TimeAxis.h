@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/course/Moments.h"
+
 namespace android {
 
 /** The time that all strips of a page share, cut into columns of equal width. */
@@ -26,6 +28,8 @@ public:
         return mColumnCount * std::clamp(timeSec / mEndSec, 0.0, 1.0);
     }
     std::vector<Tick> ticks() const;
+    /** What happened in each column of the axis. */
+    std::vector<Moments::Column> spread(const Moments& moments) const;
 
 private:
     const double mEndSec;

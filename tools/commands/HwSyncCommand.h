@@ -12,11 +12,12 @@ namespace android {
 /** streamproxy hwsync pack | inspect | replay: burst streams and their synchronisation. */
 class HwSyncCommand {
 public:
-    explicit HwSyncCommand(CLI::App& program)
+    /** `commandLine` goes into reports. */
+    HwSyncCommand(CLI::App& program, const std::string& commandLine)
         : mCommand(program.add_subcommand("hwsync", "Make, inspect and replay burst streams")),
           mPack(*mCommand),
           mInspect(*mCommand),
-          mReplay(*mCommand) {
+          mReplay(*mCommand, commandLine) {
         mCommand->require_subcommand(1);
         mCommand->footer(
             "Examples:\n"

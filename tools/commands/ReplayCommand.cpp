@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cinttypes>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -63,14 +64,44 @@ constexpr const char* kFooter =
     "Examples:\n"
     "  streamproxy hwsync replay stream.hws --event 5s:jump=+400ms --svg lead.svg -o out.wav\n"
     "  streamproxy hwsync replay stream.hws --offset -90ms --drift 200 --json\n"
+    "  streamproxy hwsync replay stream.hws --summary --max-heard +45,-125\n"
     "\n"
-    "Exit codes: 0 done; 1 a file, the library or the disk failed; 2 wrong usage;\n"
+    "Exit codes: 0 done; 1 a file, the library or the disk failed; 2 wrong usage; 3 the machine "
+    "was\n"
+    "too busy, so that the figures are its own; 4 sound was heard beyond --max-heard;\n"
     "130 Ctrl-C and 143 SIGTERM, with a report and valid files of what was played until then.";
+
+/** Reads EARLY,LATE in ms, such as +45,-125; throws ToolError (usage). */
+std::optional<LeadRange> parseMaxHeard(const std::string& text) {
+    if (text.empty()) {
+        return std::nullopt;
+    }
+    const size_t comma = text.find(',');
+    if (comma == std::string::npos) {
+        throw ToolError("--max-heard: '" + text + "' lacks a ','; write +45,-125", EXIT_USAGE);
+    }
+    const auto boundOf = [](std::string bound) {
+        if (bound.size() > 2 && bound.compare(bound.size() - 2, 2, "ms") == 0) {
+            bound.resize(bound.size() - 2);
+        }
+        return parseNumber(bound, "--max-heard");
+    };
+    const LeadRange range = {.earlyMs = boundOf(text.substr(0, comma)),
+                             .lateMs = boundOf(text.substr(comma + 1))};
+    if (range.earlyMs < range.lateMs) {
+        throw ToolError("--max-heard: '" + text +
+                            "' allows nothing; first how early sound may be in ms, then how late, "
+                            "below 0: +45,-125",
+                        EXIT_USAGE);
+    }
+    return range;
+}
 
 }  // namespace
 
-ReplayCommand::ReplayCommand(CLI::App& parent)
-    : mCommand(parent.add_subcommand("replay", "Play a burst stream against the software clock")) {
+ReplayCommand::ReplayCommand(CLI::App& parent, const std::string& commandLine)
+    : mCommand(parent.add_subcommand("replay", "Play a burst stream against the software clock")),
+      mCommandLine(commandLine) {
     mCommand->add_option("FILE", mPath, "The burst stream")->type_name("")->required();
     mFormat.addOptions(*mCommand);
     addClockOptions();
@@ -98,6 +129,10 @@ void ReplayCommand::addClockOptions() {
         mCommand->add_option(property.option, mPolicy[index++], property.help)->type_name("MS");
     }
     mCommand->add_option("--duration", mDuration, "End after this time")->type_name("TIME");
+    mCommand
+        ->add_option("--max-heard", mMaxHeard,
+                     "End with code 4 if sound is heard earlier or later than this, in ms")
+        ->type_name("EARLY,LATE");
 }
 
 void ReplayCommand::addOutputOptions() {
@@ -137,6 +172,7 @@ void ReplayCommand::addOutputOptions() {
 
 ExitCode ReplayCommand::run() {
     const ReplaySession::Config config = sessionConfig();
+    parseMaxHeard(mMaxHeard);
     setProperties();
     checkOutputs();
     setLogLevel("silent");  // garbage is told of when it is played
@@ -245,29 +281,33 @@ ExitCode ReplayCommand::play(ReplaySession::Config config,
     const Library library(mLibraryPath);
     BurstFile file(mPath);
     std::optional<ReportFile> page;
-    std::optional<ReplayRecorder> recorder;
     if (!mReportPath.empty()) {
         page.emplace(mReportPath);
-        recorder.emplace(ReplayRecorder::Config{.rateHz = mFormat.rateHz,
-                                                .bits = mFormat.bits,
-                                                .tunnelChannels = mFormat.channelCount,
-                                                .clockId = mClockId,
-                                                .tunnelGain = mGain});
-        config.writer.recorder = &*recorder;
     }
+    SyncTrack track;
+    ReplayRecorder recorder({.rateHz = mFormat.rateHz,
+                             .bits = mFormat.bits,
+                             .tunnelChannels = mFormat.channelCount,
+                             .clockId = mClockId,
+                             .tunnelGain = mGain,
+                             .keepsAudio = page.has_value(),
+                             .limit = parseMaxHeard(mMaxHeard)},
+                            track);
+    config.writer.recorder = &recorder;
     std::unique_ptr<AudioWriter> writer;
     if (!mOutputPath.empty()) {
         writer = std::make_unique<AudioWriter>(mOutputPath, mFormat.rateHz, mFormat.bits);
     }
-    SyncTrack track;
-    SoundCard card(mFormat.rateHz, mFormat.bits, writer.get(), config.writer.recorder);
+    SoundCard card(mFormat.rateHz, mFormat.bits, writer.get(), recorder);
     ReplayReport::Figures figures{.path = mPath};
+    ReplaySession session(library, file, card, besides, track, config);
     try {
-        ReplaySession session(library, file, card, besides, track, config);
         session.start();
         waitForEnd(session, card, track);
         figures.elapsedNs = session.elapsedNs();
         session.stop(Interrupt::signalNumber() != 0);
+        recorder.finish();
+        tellFormatDoubt(session);
         figures.byteCount = session.writtenByteCount();
         if (!session.failure().empty() || !card.failure().empty()) {
             throw ToolError(session.failure().empty() ? card.failure() : session.failure());
@@ -276,6 +316,7 @@ ExitCode ReplayCommand::play(ReplaySession::Config config,
             writer->finish();
         }
     } catch (const ToolError&) {
+        session.stop(true);
         if (writer) {
             writer->abandon();
         }
@@ -284,8 +325,9 @@ ExitCode ReplayCommand::play(ReplaySession::Config config,
     figures.playedFrameCount = card.frameCount();
     figures.shortBlockCount = card.shortBlockCount();
     figures.underrunCount = card.underrunCount();
+    figures.longestUnderrunNs = card.longestUnderrunNs();
     const SyncBounds bounds = SyncBounds::fromProperties();
-    ReplayReport(track, bounds, mFormat, figures)
+    ReplayReport(track, recorder.heard(), session.writer().tally(), bounds, mFormat, figures)
         .print(mIsJson  ? ReplayReport::Form::JSON
                : mIsCsv ? ReplayReport::Form::CSV
                         : ReplayReport::Form::TEXT,
@@ -295,17 +337,72 @@ ExitCode ReplayCommand::play(ReplaySession::Config config,
         LeadChart(track, bounds, "Audio lead of " + name).write(mSvgPath);
     }
     if (page) {
-        page->write(ReplayPage(track, bounds, mFormat, figures, *recorder).page().html());
+        page->write(ReplayPage({.track = track,
+                                .recorder = recorder,
+                                .tally = session.writer().tally(),
+                                .faults = session.writer().faults(),
+                                .bounds = bounds,
+                                .format = mFormat,
+                                .figures = figures,
+                                .origin = origin(library)})
+                        .page()
+                        .html());
     }
-    return exitCodeNow();
+    return judge(figures, recorder.heard());
+}
+
+void ReplayCommand::tellFormatDoubt(const ReplaySession& session) {
+    const std::string* doubt = session.writer().formatDoubt();
+    if (doubt != nullptr && !mIsDoubtTold) {
+        mIsDoubtTold = true;
+        fprintf(stderr, "streamproxy: %s: %s\n", mPath.c_str(), doubt->c_str());
+    }
+}
+
+ExitCode ReplayCommand::judge(const ReplayReport::Figures& figures, const HeardLeads& heard) const {
+    if (exitCodeNow() != EXIT_OK) {
+        return exitCodeNow();
+    }
+    // What a busy machine measures judges nothing.
+    const std::string busy = ReplayReport::busyText(figures);
+    if (!busy.empty()) {
+        // The text has it already.
+        if (mIsJson || mIsCsv) {
+            fprintf(stderr, "streamproxy: %s\n", busy.c_str());
+        }
+        return EXIT_BUSY_MACHINE;
+    }
+    const auto& beyond = heard.beyondLimit();
+    if (beyond && !heard.worst()) {
+        throw ToolError(mPath + ": no burst was heard whole, so --max-heard can't be judged");
+    }
+    if (!beyond || !beyond->isAny()) {
+        return EXIT_OK;
+    }
+    fprintf(stderr,
+            "streamproxy: %s: heard beyond --max-heard %s for %.3f s; farthest from 0 is %+.1f ms "
+            "at %.3f s, burst %" PRIu64 "\n",
+            mPath.c_str(), mMaxHeard.c_str(), beyond->earlySec + beyond->lateSec,
+            heard.worst()->leadMs, heard.worst()->timeSec, heard.worst()->index);
+    return EXIT_BEYOND_LIMIT;
+}
+
+RunOrigin ReplayCommand::origin(const Library& library) const {
+    return {{"command", mCommandLine},
+            {"payload", std::to_string(mFormat.rateHz) + " Hz, " +
+                            std::to_string(mFormat.channelCount) + " channels, " +
+                            std::to_string(mFormat.bits) + " bits"},
+            {"program", "streamproxy " STREAMPROXY_VERSION},
+            {"library", "libstreamproxy " + library.version() + ", " + library.file()}};
 }
 
 void ReplayCommand::waitForEnd(const ReplaySession& session, const SoundCard& card,
-                               const SyncTrack& track) const {
+                               const SyncTrack& track) {
     const bool isShown = !mIsQuiet && isatty(STDERR_FILENO) != 0;
     int64_t nextLineNs = RealClock::nowNs();
     while (session.isRunning() && Interrupt::signalNumber() == 0 && card.failure().empty()) {
         std::this_thread::sleep_for(kPollInterval);
+        tellFormatDoubt(session);
         if (isShown && RealClock::nowNs() >= nextLineNs) {
             nextLineNs = RealClock::nowNs() + kRewriteNs;
             const SyncDecision latest = track.latest();

@@ -11,13 +11,15 @@
 #include "tools/process/ToolError.h"
 #include "tools/replay/ReplaySession.h"
 #include "tools/report/ReplayReport.h"
+#include "tools/report/RunOrigin.h"
 
 namespace android {
 
 /** streamproxy hwsync replay FILE: plays a burst stream against the software clock. */
 class ReplayCommand {
 public:
-    explicit ReplayCommand(CLI::App& parent);
+    /** `commandLine` goes into a report. */
+    ReplayCommand(CLI::App& parent, const std::string& commandLine);
 
     bool isChosen() const { return mCommand->parsed(); }
     /** The exit code; throws ToolError. */
@@ -34,10 +36,15 @@ private:
     void checkBursts() const;
     ExitCode play(ReplaySession::Config config,
                   const std::vector<std::unique_ptr<BesidePlayer>>& besides);
-    void waitForEnd(const ReplaySession& session, const SoundCard& card,
-                    const SyncTrack& track) const;
+    void waitForEnd(const ReplaySession& session, const SoundCard& card, const SyncTrack& track);
+    /** Once, as soon as it is known. */
+    void tellFormatDoubt(const ReplaySession& session);
+
+    ExitCode judge(const ReplayReport::Figures& figures, const HeardLeads& heard) const;
+    RunOrigin origin(const Library& library) const;
 
     CLI::App* mCommand;
+    const std::string mCommandLine;
     std::string mPath;
     PcmFormat mFormat;
     std::string mOffset = "0";
@@ -47,6 +54,7 @@ private:
     std::string mLatency = "0";
     std::string mLatencyOffset = "0";
     std::string mDuration;  // empty: to the end
+    std::string mMaxHeard;  // empty: any
     uint32_t mClockId = 1;
     std::string mPolicy[4];  // empty: as the properties say
     float mGain = 1.0f;
@@ -62,6 +70,7 @@ private:
     bool mIsCsv = false;
     bool mIsQuiet = false;
     bool mIsRealTime = false;
+    bool mIsDoubtTold = false;
 };
 
 }  // namespace android

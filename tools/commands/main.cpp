@@ -7,6 +7,7 @@
 #include "tools/commands/MixCommand.h"
 #include "tools/host/Library.h"
 #include "tools/host/LogSink.h"
+#include "tools/process/CommandLine.h"
 #include "tools/process/ToolError.h"
 
 namespace {
@@ -62,7 +63,7 @@ int run(int argc, char** argv) {
     program.require_subcommand(1);
     android::MixCommand mix(program, android::MixCommand::Kind::MIX);
     android::MixCommand play(program, android::MixCommand::Kind::PLAY);
-    android::HwSyncCommand hwsync(program);
+    android::HwSyncCommand hwsync(program, android::shellText(argc, argv));
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

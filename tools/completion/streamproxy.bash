@@ -23,8 +23,8 @@ _streamproxy_words() {
     'hwsync replay')
         echo '--rate --channels --format --offset --drift --event --script --latency
             --latency-offset --clock --alead-threshold --alead-upper --vlead-threshold
-            --vlead-upper --duration --gain --beside -o --output --svg --report --summary --json
-            --csv --properties --library --log --realtime --quiet'
+            --vlead-upper --duration --max-heard --gain --beside -o --output --svg --report --summary
+            --json --csv --properties --library --log --realtime --quiet'
         ;;
     esac
     echo '-h --help'
@@ -47,7 +47,7 @@ _streamproxy_values() {
         --burst-frames | --first-pts | --jitter | --length | --gap | --free-run | --extension | \
         --seed | --offset | --drift | --event | --latency | --latency-offset | --clock | \
         --alead-threshold | --alead-upper | --vlead-threshold | --vlead-upper | --duration | \
-        --gain) ;;
+        --max-heard | --gain) ;;
     *) return 1 ;;
     esac
 }

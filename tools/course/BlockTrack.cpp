@@ -4,8 +4,6 @@ namespace android {
 
 namespace {
 
-constexpr size_t kMaxShortBlocks = 300;
-
 double msBetween(std::chrono::steady_clock::time_point from,
                  std::chrono::steady_clock::time_point to) {
     return std::chrono::duration<double, std::milli>(to - from).count();
@@ -21,10 +19,7 @@ void BlockTrack::begin(double timeSec, int64_t frameCount) {
         mMixing.add(timeSec, msBetween(mEnd, now));
     }
     if (frameCount < mWholeFrames) {
-        ++mShortBlockCount;
-        if (mShortBlocks.size() < kMaxShortBlocks) {
-            mShortBlocks.push_back({.timeSec = timeSec, .frameCount = frameCount});
-        }
+        mShortBlocks.add(timeSec, static_cast<double>(frameCount));
     }
     mTimeSec = timeSec;
     mBegin = now;

@@ -2,9 +2,9 @@
 
 #include <chrono>
 #include <cstdint>
-#include <vector>
 
 #include "tools/course/Course.h"
+#include "tools/course/Moments.h"
 
 namespace android {
 
@@ -14,11 +14,6 @@ namespace android {
  */
 class BlockTrack {
 public:
-    struct ShortBlock {
-        double timeSec;
-        int64_t frameCount;
-    };
-
     explicit BlockTrack(int64_t wholeFrames) : mWholeFrames(wholeFrames) {}
 
     /** The callback begins, with a block that stands at `timeSec` on the page. */
@@ -34,9 +29,9 @@ public:
     const Course& callbacks() const { return mCallbacks; }
     /** From a callback's return to the next one's begin, in ms: what mixing a block takes. */
     const Course& mixing() const { return mMixing; }
-    /** The first few hundred. */
-    const std::vector<ShortBlock>& shortBlocks() const { return mShortBlocks; }
-    int64_t shortBlockCount() const { return mShortBlockCount; }
+    /** In frames. */
+    const Moments& shortBlocks() const { return mShortBlocks; }
+    int64_t shortBlockCount() const { return mShortBlocks.count(); }
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -46,8 +41,7 @@ private:
     Course mCycles;
     Course mCallbacks;
     Course mMixing;
-    std::vector<ShortBlock> mShortBlocks;
-    int64_t mShortBlockCount = 0;
+    Moments mShortBlocks;
     double mTimeSec = 0.0;
     bool mHasFormer = false;
     Clock::time_point mBegin{};

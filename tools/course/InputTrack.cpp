@@ -4,16 +4,10 @@
 
 namespace android {
 
-namespace {
-
-constexpr size_t kMaxDelays = 300;
-
-}  // namespace
+namespace {}  // namespace
 
 void InputTrack::addDelay(double timeSec, int64_t waitNs) {
-    if (mDelays.size() < kMaxDelays) {
-        mDelays.push_back({.timeSec = timeSec, .waitSec = static_cast<double>(waitNs) / 1e9});
-    }
+    mDelays.add(timeSec, static_cast<double>(waitNs) / 1e9);
 }
 
 void InputTrack::setPause(double timeSec) {

@@ -6,6 +6,7 @@
 
 #include "tools/course/Course.h"
 #include "tools/course/Envelope.h"
+#include "tools/course/Moments.h"
 
 namespace android {
 
@@ -21,12 +22,6 @@ public:
         double timeSec;
         float left;
         float right;
-    };
-
-    /** The mix stood still for this long because the input had less than a block. */
-    struct Delay {
-        double timeSec;
-        double waitSec;
     };
 
     /** Stands for the time that a write takes; `track` may be null. */
@@ -61,8 +56,8 @@ public:
     const Envelope& audio() const { return mAudio; }
     const Course& fill() const { return mFill; }
     const std::vector<GainStep>& gains() const { return mGains; }
-    /** The first few hundred. */
-    const std::vector<Delay>& delays() const { return mDelays; }
+    /** How long the mix stood still because the input had less than a block, in s. */
+    const Moments& delays() const { return mDelays; }
     /** Negative: it was not paused. */
     double pauseSec() const { return mPauseSec; }
     /** How long its writes took in all, which is waiting for room. */
@@ -80,7 +75,7 @@ private:
     Envelope mAudio;
     Course mFill;
     std::vector<GainStep> mGains;
-    std::vector<Delay> mDelays;
+    Moments mDelays;
     double mPauseSec = -1.0;
     int64_t mWriteNs = 0;
 };

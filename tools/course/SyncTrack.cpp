@@ -23,22 +23,6 @@ int64_t propertyMs(const char* name, int64_t defaultMs) {
 
 }  // namespace
 
-const char* SyncDecision::name() const {
-    switch (kind) {
-        case Kind::NONE:
-            return "none";
-        case Kind::ANCHOR:
-            return "re-anchor";
-        case Kind::SILENCE:
-            return "silence";
-        case Kind::DROP:
-            return "drop";
-        case Kind::FREE_RUN:
-            return "free-run";
-    }
-    return "";
-}
-
 SyncBounds SyncBounds::fromProperties() {
     const SyncBounds defaults;
     return {.audioThresholdMs =
@@ -57,7 +41,13 @@ bool SyncBounds::tolerate(const SyncDecision& decision) const {
 
 void SyncTrack::addDecision(const SyncDecision& decision) {
     const std::lock_guard<std::mutex> lock(mLock);
-    mDecisions.push_back(decision);
+    mDecisions.add(decision);
+    ++mCounts[static_cast<size_t>(decision.kind)];
+}
+
+void SyncTrack::addHeard(uint64_t burstIndex, int64_t leadNs) {
+    const std::lock_guard<std::mutex> lock(mLock);
+    mDecisions.setHeard(burstIndex, leadNs);
 }
 
 void SyncTrack::addEvent(const SyncEvent& event) {
@@ -78,12 +68,6 @@ void SyncTrack::addSilence(int64_t byteCount) {
 void SyncTrack::addMissed(int64_t byteCount) {
     const std::lock_guard<std::mutex> lock(mLock);
     mMissedByteCount += byteCount;
-}
-
-size_t SyncTrack::count(SyncDecision::Kind kind) const {
-    return static_cast<size_t>(
-        std::count_if(mDecisions.begin(), mDecisions.end(),
-                      [kind](const SyncDecision& decision) { return decision.kind == kind; }));
 }
 
 std::vector<Excursion> SyncTrack::excursions(const SyncBounds& bounds) const {

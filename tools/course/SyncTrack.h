@@ -5,30 +5,10 @@
 #include <string>
 #include <vector>
 
+#include "tools/course/DecisionLog.h"
+#include "tools/course/SyncDecision.h"
+
 namespace android {
-
-/** What one burst's header led to. */
-struct SyncDecision {
-    enum class Kind {
-        NONE,
-        ANCHOR,
-        SILENCE,
-        DROP,
-        FREE_RUN,  // the header asks for no decision
-    };
-
-    int64_t timeNs = 0;  // since the first write
-    uint64_t burstIndex = 0;
-    uint64_t ptsNs = 0;
-    bool hasClock = false;  // it was compared with the clock; not for a start, nor in free run
-    uint64_t clockNs = 0;   // the position that the decision was taken with
-    Kind kind = Kind::NONE;
-    int64_t correctionMs = 0;  // silence inserted, or audio to be dropped from here on
-
-    /** How far the timestamp is ahead of the clock. */
-    int64_t leadNs() const { return static_cast<int64_t>(ptsNs - clockNs); }
-    const char* name() const;
-};
 
 /** What happened to the clock, and when. */
 struct SyncEvent {
@@ -61,6 +41,8 @@ struct Excursion {
 class SyncTrack {
 public:
     void addDecision(const SyncDecision& decision);
+    /** The decision's burst was heard with this lead. */
+    void addHeard(uint64_t burstIndex, int64_t leadNs);
     void addEvent(const SyncEvent& event);
     /** Audio that was discarded in fact. */
     void addDropped(int64_t byteCount);
@@ -68,12 +50,12 @@ public:
     /** Payload or silence that found no room in the stream in time. */
     void addMissed(int64_t byteCount);
 
-    const std::vector<SyncDecision>& decisions() const { return mDecisions; }
+    const DecisionLog& decisions() const { return mDecisions; }
     const std::vector<SyncEvent>& events() const { return mEvents; }
     int64_t droppedByteCount() const { return mDroppedByteCount; }
     int64_t silenceByteCount() const { return mSilenceByteCount; }
     int64_t missedByteCount() const { return mMissedByteCount; }
-    size_t count(SyncDecision::Kind kind) const;
+    size_t count(SyncDecision::Kind kind) const { return mCounts[static_cast<size_t>(kind)]; }
     std::vector<Excursion> excursions(const SyncBounds& bounds) const;
 
     /** The newest decision, for progress. */
@@ -81,7 +63,8 @@ public:
 
 private:
     mutable std::mutex mLock;  // all below
-    std::vector<SyncDecision> mDecisions;
+    DecisionLog mDecisions;
+    size_t mCounts[5] = {};  // by kind
     std::vector<SyncEvent> mEvents;
     int64_t mDroppedByteCount = 0;
     int64_t mSilenceByteCount = 0;

@@ -10,6 +10,8 @@ enum ExitCode {
     EXIT_OK = 0,
     EXIT_RUNTIME = 1,        // a file, the library or the disk failed
     EXIT_USAGE = 2,          // the command line is wrong; nothing was touched
+    EXIT_BUSY_MACHINE = 3,   // done, but the figures are the machine's
+    EXIT_BEYOND_LIMIT = 4,   // done, and what was measured is beyond what was asked for
     EXIT_INTERRUPTED = 130,  // Ctrl-C; the output is valid up to there
     EXIT_TERMINATED = 143,   // SIGTERM; likewise
 };

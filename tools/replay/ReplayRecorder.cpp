@@ -18,14 +18,16 @@ constexpr double kJitterSec = 0.1;
 
 }  // namespace
 
-ReplayRecorder::ReplayRecorder(const Config& config)
+ReplayRecorder::ReplayRecorder(const Config& config, SyncTrack& track)
     : mConfig(config),
+      mTrack(track),
       mFrameBytes(int64_t{config.tunnelChannels} * config.bits / 8),
       mClock(AVSyncClock::forId(config.clockId)),
       mMix({.rateHz = config.rateHz, .channelCount = 2, .bits = config.bits}),
       mBlocks(blockFrames(config.rateHz)),
       mTunnel(
-          {.rateHz = config.rateHz, .channelCount = config.tunnelChannels, .bits = config.bits}) {}
+          {.rateHz = config.rateHz, .channelCount = config.tunnelChannels, .bits = config.bits}),
+      mHeard(config.limit) {}
 
 void ReplayRecorder::addAt(Envelope& audio, double timeSec, uint32_t rateHz, const void* frames,
                            int64_t frameCount) {
@@ -50,7 +52,9 @@ void ReplayRecorder::beginBlock(const void* frames, int64_t frameCount) {
         mMixedFrames += frameCount;
     }
     mBlocks.begin(timeSec, frameCount);
-    addAt(mMix, timeSec, mConfig.rateHz, frames, frameCount);
+    if (mConfig.keepsAudio) {
+        addAt(mMix, timeSec, mConfig.rateHz, frames, frameCount);
+    }
 }
 
 void ReplayRecorder::beginWrite() {
@@ -93,12 +97,15 @@ void ReplayRecorder::noteBurst(const Written& written) {
     }
     mPlayedBytes += mBurst.usedPayloadByteCount();
     if (isHeard) {
-        mPending.push_back({.ptsNs = mBurst.ptsNs, .frame = beginBytes / mFrameBytes});
+        mPending.push_back({.burstIndex = mBurst.index,
+                            .ptsNs = mBurst.ptsNs,
+                            .frame = beginBytes / mFrameBytes,
+                            .frameCount = mBurst.usedPayloadByteCount() / mFrameBytes});
         if (mPending.size() > kMaxPending) {
             mPending.pop_front();
         }
     } else if (mBurst.mode != HW_SYNC_MODE_AV_SYNC && mPending.empty()) {
-        mOutputLeads.interrupt(nowSec());
+        mHeard.interrupt(nowSec());
     }
 }
 
@@ -107,7 +114,7 @@ void ReplayRecorder::notePayload(const Written& written) {
     const uint64_t payloadEnd = mBurst.headerEnd() + mBurst.usedPayloadByteCount();
     const uint64_t begin = std::max(written.offset, mBurst.headerEnd());
     const uint64_t end = std::min(written.offset + written.byteCount, payloadEnd);
-    if (mBurst.headerByteCount == 0 || begin >= end) {
+    if (!mConfig.keepsAudio || mBurst.headerByteCount == 0 || begin >= end) {
         return;
     }
     const uint8_t* bytes = written.bytes + (begin - written.offset);
@@ -132,7 +139,13 @@ void ReplayRecorder::resolve() {
                 static_cast<double>(burst.frame - block->firstFrame) / mConfig.rateHz;
             const double leadMs =
                 static_cast<double>(static_cast<int64_t>(burst.ptsNs - block->clockNs)) / 1e6;
-            mOutputLeads.add(block->timeSec + intoBlockSec, leadMs - intoBlockSec * 1000);
+            const HeardLeads::Burst heard = {
+                .index = burst.burstIndex,
+                .timeSec = block->timeSec + intoBlockSec,
+                .leadMs = leadMs - intoBlockSec * 1000,
+                .durationSec = static_cast<double>(burst.frameCount) / mConfig.rateHz};
+            mHeard.add(heard);
+            mTrack.addHeard(heard.index, std::llround(heard.leadMs * 1e6));
         }
         mPending.pop_front();
     }

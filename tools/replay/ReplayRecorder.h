@@ -7,6 +7,7 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,7 +16,9 @@
 #include "tools/course/BlockTrack.h"
 #include "tools/course/Course.h"
 #include "tools/course/Envelope.h"
+#include "tools/course/HeardLeads.h"
 #include "tools/course/InputTrack.h"
+#include "tools/course/SyncTrack.h"
 #include "tools/replay/TunnelLog.h"
 
 namespace android {
@@ -39,9 +42,12 @@ public:
         uint32_t tunnelChannels;
         uint32_t clockId;
         float tunnelGain;
+        bool keepsAudio;                                // waveforms, for a page
+        std::optional<LeadRange> limit = std::nullopt;  // of the heard lead
     };
 
-    explicit ReplayRecorder(const Config& config);
+    /** The track learns what was heard. */
+    ReplayRecorder(const Config& config, SyncTrack& track);
 
     void start(nsecs_t startNs) { mStartNs = startNs; }
 
@@ -60,6 +66,9 @@ public:
     void beginWrite();
     void noteWrite(const Written& written);
 
+    /** Nothing is written or mixed any more: what is still in the stream was heard, or is not. */
+    void finish() { resolve(); }
+
     /** A plain stream. */
     struct Beside {
         std::string path;
@@ -77,8 +86,8 @@ public:
     const Envelope& mix() const { return mMix; }
     const Envelope& tunnel() const { return mTunnel; }
     const BlockTrack& blocks() const { return mBlocks; }
-    /** In ms, of every burst that was heard from its first frame on. */
-    const Course& outputLeads() const { return mOutputLeads; }
+    /** Of every burst that was heard from its first frame on. */
+    const HeardLeads& heard() const { return mHeard; }
     float tunnelGain() const { return mConfig.tunnelGain; }
     const std::vector<Beside>& besides() const { return mBesides; }
 
@@ -90,8 +99,10 @@ private:
         uint64_t clockNs;
     };
     struct Pending {
+        uint64_t burstIndex;
         uint64_t ptsNs;
         int64_t frame;
+        int64_t frameCount;
     };
 
     static void addAt(Envelope& audio, double timeSec, uint32_t rateHz, const void* frames,
@@ -101,6 +112,7 @@ private:
     void resolve();
 
     const Config mConfig;
+    SyncTrack& mTrack;
     const int64_t mFrameBytes;  // of the tunnel stream
     const sp<AVSyncClock> mClock;
     nsecs_t mStartNs = 0;
@@ -113,7 +125,7 @@ private:
     int64_t mPlayedBytes = 0;  // into the stream, silence counted, drops not
     std::vector<uint8_t> mAligned;
     std::deque<Pending> mPending;
-    Course mOutputLeads;
+    HeardLeads mHeard;
     std::vector<Beside> mBesides;
     std::mutex mLock;
     std::deque<Block> mRecentBlocks;  // all below under mLock

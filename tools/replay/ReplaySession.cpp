@@ -58,9 +58,7 @@ void ReplaySession::start() {
     mWriter =
         std::make_unique<TunnelWriter>(mLibrary, mTunnel, mFile, mClock, mTrack, mConfig.writer);
     mStartNs = systemTime(SYSTEM_TIME_MONOTONIC);
-    if (mConfig.writer.recorder != nullptr) {
-        mConfig.writer.recorder->start(mStartNs);
-    }
+    mConfig.writer.recorder->start(mStartNs);
     for (const auto& beside : mBesides) {
         beside->start();
     }

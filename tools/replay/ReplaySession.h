@@ -55,6 +55,7 @@ public:
     /** Since the first write. */
     int64_t elapsedNs() const { return systemTime(SYSTEM_TIME_MONOTONIC) - mStartNs; }
     uint64_t writtenByteCount() const { return mWriter != nullptr ? mWriter->byteCount() : 0; }
+    const TunnelWriter& writer() const { return *mWriter; }
     /** Why writing ended early; empty if it did not. Behind stop(). */
     const std::string& failure() const { return mFailure; }
 

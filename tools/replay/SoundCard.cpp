@@ -1,5 +1,6 @@
 #include "tools/replay/SoundCard.h"
 
+#include <algorithm>
 #include <thread>
 
 #include "tools/audio/Handover.h"
@@ -15,7 +16,7 @@ constexpr std::chrono::milliseconds kPatience{40};
 
 }  // namespace
 
-SoundCard::SoundCard(uint32_t rateHz, uint32_t bits, AudioWriter* writer, ReplayRecorder* recorder)
+SoundCard::SoundCard(uint32_t rateHz, uint32_t bits, AudioWriter* writer, ReplayRecorder& recorder)
     : mRateHz(rateHz),
       mFrameBytes(bits == 16 ? 4 : 8),
       mBlockFrames(blockFrames(rateHz)),
@@ -29,18 +30,14 @@ int SoundCard::onBlock(void* cookie, void* buffer, size_t byteCount) {
 }
 
 void SoundCard::play(const void* buffer, int64_t frameCount) {
-    if (mRecorder != nullptr) {
-        mRecorder->beginBlock(buffer, frameCount);
-    }
+    mRecorder.beginBlock(buffer, frameCount);
     mFrameCount += frameCount;
     mShortBlockCount += frameCount < mBlockFrames ? 1 : 0;
     if (mWriter != nullptr) {
         write(buffer, frameCount);
     }
     pace(frameCount);
-    if (mRecorder != nullptr) {
-        mRecorder->endBlock();
-    }
+    mRecorder.endBlock();
 }
 
 void SoundCard::write(const void* buffer, int64_t frameCount) {
@@ -62,7 +59,12 @@ void SoundCard::pace(int64_t frameCount) {
     };
     const bool isFirst = mStart == Clock::time_point{};
     if (isFirst || now > mStart + playedNs() + kPatience) {
-        mUnderrunCount += isFirst ? 0 : 1;
+        if (!isFirst) {
+            const Clock::duration late = now - (mStart + playedNs() + kPatience);
+            ++mUnderrunCount;
+            mLongestUnderrunNs =
+                std::max<int64_t>(mLongestUnderrunNs, std::chrono::nanoseconds(late).count());
+        }
         mStart = now;
         mPlayedFrames = 0;
     }

@@ -19,8 +19,8 @@ namespace android {
  */
 class SoundCard {
 public:
-    /** `writer` may be null: the mix is heard by nobody. So may `recorder`: there is no report. */
-    SoundCard(uint32_t rateHz, uint32_t bits, AudioWriter* writer, ReplayRecorder* recorder);
+    /** `writer` may be null: the mix is heard by nobody. */
+    SoundCard(uint32_t rateHz, uint32_t bits, AudioWriter* writer, ReplayRecorder& recorder);
 
     /** The output callback; the cookie is this object. */
     static int onBlock(void* cookie, void* buffer, size_t byteCount);
@@ -28,6 +28,8 @@ public:
     int64_t frameCount() const { return mFrameCount.load(std::memory_order_relaxed); }
     int64_t shortBlockCount() const { return mShortBlockCount.load(std::memory_order_relaxed); }
     int64_t underrunCount() const { return mUnderrunCount.load(std::memory_order_relaxed); }
+    /** How late the latest block came, beyond what the card could wait. */
+    int64_t longestUnderrunNs() const { return mLongestUnderrunNs.load(std::memory_order_relaxed); }
     /** Why writing failed; empty if it did not. */
     std::string failure() const;
 
@@ -40,7 +42,7 @@ private:
     const int64_t mFrameBytes;
     const int64_t mBlockFrames;
     AudioWriter* const mWriter;
-    ReplayRecorder* const mRecorder;
+    ReplayRecorder& mRecorder;
     // The mixer thread's.
     std::chrono::steady_clock::time_point mStart{};
     int64_t mPlayedFrames = 0;  // since mStart
@@ -48,6 +50,7 @@ private:
     std::atomic<int64_t> mFrameCount{0};
     std::atomic<int64_t> mShortBlockCount{0};
     std::atomic<int64_t> mUnderrunCount{0};
+    std::atomic<int64_t> mLongestUnderrunNs{0};
     mutable std::mutex mLock;
     std::string mFailure;  // under mLock
 };

@@ -1,9 +1,12 @@
 #include "tools/replay/TunnelWriter.h"
 
 #include <algorithm>
+#include <cmath>
+#include <string>
 
 #include "tools/process/ToolError.h"
 #include "tools/replay/ClockEvent.h"
+#include "tools/text/MarkupText.h"
 
 namespace android {
 
@@ -12,6 +15,28 @@ namespace {
 constexpr size_t kChunkByteCount = size_t{256} << 10;
 // A write waits for room for a second; a tenth of that in one write is never lost.
 constexpr int kMaxPiecesPerSec = 10;
+// So many say whether the format is that of the payload.
+constexpr uint64_t kTellingBursts = 50;
+
+/** What is wrong with a burst, such as "gap of 200.000 ms"; empty: nothing is. */
+std::string faultOf(const BurstTally::Finding& finding) {
+    std::string text;
+    for (const char* note : finding.notes) {
+        const std::string word = note;
+        const bool isStep = word == "gap" || word == "overlap" || word == "jump back";
+        // A mode changes as its sender meant it; jitter is no fault of one burst.
+        if (word == "mode change" || (isStep && finding.isJitter)) {
+            continue;
+        }
+        text += (text.empty() ? "" : ", ") + word;
+        if (isStep) {
+            const auto errorNs =
+                static_cast<double>(finding.stepNs) - static_cast<double>(finding.expectedNs);
+            text += markupNumber(" of %.3f ms", std::abs(errorNs) / 1e6);
+        }
+    }
+    return text;
+}
 
 }  // namespace
 
@@ -24,6 +49,7 @@ TunnelWriter::TunnelWriter(const Library& library, audio_proxy_stream_t* stream,
       mTrack(track),
       mConfig(config),
       mScanner(*this),
+      mTally(config.format, config.toleranceNs),
       mIsOffsetDue(config.offsetNs != 0) {}
 
 bool TunnelWriter::isOver() const {
@@ -50,6 +76,57 @@ void TunnelWriter::run(nsecs_t startNs) {
             done += piece;
         }
     }
+    judgeEnd();
+}
+
+void TunnelWriter::judge(const Burst& burst, double timeSec) {
+    judgeGarbage(burst.offset, timeSec);
+    const std::string fault = faultOf(mTally.add(burst));
+    if (!fault.empty()) {
+        mFaults.add(
+            {.timeSec = timeSec, .burstIndex = burst.index, .offset = burst.offset, .what = fault});
+    }
+    if (mTally.burstCount() == kTellingBursts) {
+        judgeFormat();
+    }
+}
+
+void TunnelWriter::judgeFormat() {
+    if (mTally.isFormatDoubtful() && formatDoubt() == nullptr) {
+        mFormatDoubt = mTally.formatDoubt();
+        mIsFormatDoubtful.store(true, std::memory_order_release);
+    }
+}
+
+/** What lies in front of `endOffset`. */
+void TunnelWriter::judgeGarbage(uint64_t endOffset, double timeSec) {
+    for (; !mGarbage.empty() && mGarbage.front().offset < endOffset; mGarbage.pop_front()) {
+        const Garbage& garbage = mGarbage.front();
+        mTally.addGarbage(garbage.byteCount);
+        mFaults.add({.timeSec = timeSec,
+                     .burstIndex = mTally.burstCount(),
+                     .offset = garbage.offset,
+                     .what = std::to_string(garbage.byteCount) + " bytes of garbage"});
+    }
+}
+
+/** What only the end of the stream tells. */
+void TunnelWriter::judgeEnd() {
+    mScanner.finish();
+    const double timeSec = nowSec();
+    judgeGarbage(UINT64_MAX, timeSec);
+    mTally.finish(mScanner);
+    judgeFormat();
+    const auto addCut = [&](uint64_t byteCount, const char* what) {
+        if (byteCount > 0) {
+            mFaults.add({.timeSec = timeSec,
+                         .burstIndex = mTally.burstCount() - (mTally.burstCount() > 0 ? 1 : 0),
+                         .offset = mByteCount,
+                         .what = std::to_string(byteCount) + what});
+        }
+    };
+    addCut(mScanner.cutHeaderByteCount(), " bytes of a header cut at the end");
+    addCut(mScanner.missingPayloadByteCount(), " bytes missing from the last payload");
 }
 
 size_t TunnelWriter::pieceOf(size_t byteCount, uint64_t offset) const {
@@ -64,9 +141,7 @@ size_t TunnelWriter::pieceOf(size_t byteCount, uint64_t offset) const {
 }
 
 void TunnelWriter::writePiece(const uint8_t* bytes, size_t byteCount, TunnelLog& log) {
-    if (mConfig.recorder != nullptr) {
-        mConfig.recorder->beginWrite();
-    }
+    mConfig.recorder->beginWrite();
     const nsecs_t beginNs = systemTime(SYSTEM_TIME_MONOTONIC);
     const int written = mLibrary.writeStream(mStream, bytes, byteCount);
     if (written < 0 || static_cast<size_t>(written) != byteCount) {
@@ -86,14 +161,13 @@ void TunnelWriter::writePiece(const uint8_t* bytes, size_t byteCount, TunnelLog&
         }
     }
     const bool hasBurst = !mPending.empty() && mPending.front().headerEnd() <= mByteCount;
-    if (mConfig.recorder != nullptr) {
-        mConfig.recorder->noteWrite({.bytes = bytes,
-                                     .byteCount = byteCount,
-                                     .offset = mByteCount - byteCount,
-                                     .burst = hasBurst ? &mPending.front() : nullptr,
-                                     .lines = lines});
-    }
+    mConfig.recorder->noteWrite({.bytes = bytes,
+                                 .byteCount = byteCount,
+                                 .offset = mByteCount - byteCount,
+                                 .burst = hasBurst ? &mPending.front() : nullptr,
+                                 .lines = lines});
     if (hasBurst) {
+        judge(mPending.front(), static_cast<double>(beginNs - mStartNs) / 1e9);
         note(mPending.front(), beginNs, lines);
         mPending.pop_front();
     }

@@ -6,12 +6,15 @@
 #include <atomic>
 #include <cstdint>
 #include <deque>
+#include <string>
 #include <vector>
 
 #include "avsync/AVSyncClock.h"
 #include "tools/audio/PcmFormat.h"
 #include "tools/burst/BurstFile.h"
 #include "tools/burst/BurstScanner.h"
+#include "tools/burst/BurstTally.h"
+#include "tools/course/StreamFaults.h"
 #include "tools/course/SyncTrack.h"
 #include "tools/host/Library.h"
 #include "tools/replay/ReplayRecorder.h"
@@ -35,7 +38,8 @@ public:
         PcmFormat format;
         int64_t offsetNs = 0;                // the clock's, applied behind the first anchor
         int64_t maxNs = 0;                   // end after this time; 0: at the end of the file
-        ReplayRecorder* recorder = nullptr;  // for the report
+        int64_t toleranceNs = 1'000'000;     // of a timestamp's step
+        ReplayRecorder* recorder = nullptr;  // never null when it is used
     };
 
     TunnelWriter(const Library& library, audio_proxy_stream_t* stream, BurstFile& file,
@@ -47,10 +51,26 @@ public:
     void stop() { mIsStopped.store(true, std::memory_order_relaxed); }
 
     uint64_t byteCount() const { return mByteCount.load(std::memory_order_relaxed); }
+    /** Of what was written; read them when run() has returned. */
+    const BurstTally& tally() const { return mTally; }
+    const StreamFaults& faults() const { return mFaults; }
+    /** What to ask when the format seems not to be the payload's, after the first bursts; null until
+     *  then. Any thread. */
+    const std::string* formatDoubt() const {
+        return mIsFormatDoubtful.load(std::memory_order_acquire) ? &mFormatDoubt : nullptr;
+    }
 
 private:
-    void onGarbage(uint64_t /*offset*/, uint64_t /*byteCount*/) override {}
+    void onGarbage(uint64_t offset, uint64_t byteCount) override {
+        mGarbage.push_back({.offset = offset, .byteCount = byteCount});
+    }
     void onBurst(const Burst& burst) override { mPending.push_back(burst); }
+
+    /** A run of bytes that belongs to no burst. */
+    struct Garbage {
+        uint64_t offset;
+        uint64_t byteCount;
+    };
 
     bool isOver() const;
     /** The bytes of the next write, of `byteCount` at `offset` of the file. */
@@ -59,6 +79,13 @@ private:
     SyncDecision decisionOf(const Burst& burst, nsecs_t beginNs);
     void note(const Burst& burst, nsecs_t beginNs, const std::vector<TunnelLog::Line>& lines);
     void applyOffset();
+    void judge(const Burst& burst, double timeSec);
+    void judgeGarbage(uint64_t endOffset, double timeSec);
+    void judgeFormat();
+    void judgeEnd();
+    double nowSec() const {
+        return static_cast<double>(systemTime(SYSTEM_TIME_MONOTONIC) - mStartNs) / 1e9;
+    }
 
     const Library& mLibrary;
     audio_proxy_stream_t* const mStream;
@@ -67,7 +94,12 @@ private:
     SyncTrack& mTrack;
     const Config mConfig;
     BurstScanner mScanner;
-    std::deque<Burst> mPending;  // found in the file and not written yet
+    std::deque<Burst> mPending;    // found in the file and not written yet
+    std::deque<Garbage> mGarbage;  // likewise
+    BurstTally mTally;             // of what was written
+    StreamFaults mFaults;          // likewise
+    std::string mFormatDoubt;      // never changed once the next member is set
+    std::atomic<bool> mIsFormatDoubtful{false};
     nsecs_t mStartNs = 0;
     bool mIsStarting = false;  // the next anchor is a start: whatever the clock says counts nothing
     bool mIsOffsetDue;

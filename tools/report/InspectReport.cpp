@@ -167,8 +167,13 @@ void InspectReport::printTextSummary() const {
            tally.payloadByteCount(), static_cast<double>(tally.durationNs()) / 1e9,
            static_cast<double>(tally.firstPtsNs()) / 1e9,
            static_cast<double>(tally.lastPtsNs()) / 1e9);
-    printf("  steps differ from the payload's duration by %.3f ms at most\n",
+    printf("  steps differ from the payload's duration by %.3f ms at most",
            ms(tally.maxStepErrorNs()));
+    if (tally.maxSoundStepErrorNs() < tally.maxStepErrorNs()) {
+        printf(", by %.3f ms without those behind a fault", ms(tally.maxSoundStepErrorNs()));
+    }
+    printf("\n");
+    printTrend();
     bool isRegular = true;
     for (const auto& [name, count] : tally.irregularities()) {
         if (count > 0) {
@@ -177,9 +182,22 @@ void InspectReport::printTextSummary() const {
         }
     }
     printf("%s", isRegular ? "  nothing irregular\n" : "");
-    if (tally.wrongStepCount() > tally.burstCount() / 2) {
-        printf("  Most steps are off: are --rate, --channels and --format those of the payload?\n");
+    if (tally.isFormatDoubtful()) {
+        printf("  %s\n", tally.formatDoubt().c_str());
     }
+}
+
+void InspectReport::printTrend() const {
+    const TimestampTrend::Result trend = mTally.trend();
+    if (!trend.isKnown || mTally.isFormatDoubtful()) {
+        return;
+    }
+    printf("  timestamps run %+.1f ppm against the payload (standard error %.1f)\n", trend.driftPpm,
+           trend.errorPpm);
+    printf("  the last one is %+.3f ms off, %+.3f ms of it by drift\n", ms(mTally.offsetNs()),
+           ms(trend.driftNs));
+    printf("  jitter: %.3f ms RMS, 95 %% within %.3f ms\n", ms(trend.jitterRmsNs),
+           ms(trend.jitter95Ns));
 }
 
 void InspectReport::printJsonSummary() const {
@@ -188,6 +206,9 @@ void InspectReport::printJsonSummary() const {
         summary[name] = count;
     }
     summary["duration_ns"] = mTally.durationNs();
+    for (const auto& [name, value] : mTally.trendFigures()) {
+        summary[name] = value ? Json(*value) : Json();
+    }
     printf("%s,\"summary\":%s}\n", mConfig.isSummaryOnly ? "" : "\n]", printed(summary).c_str());
 }
 
@@ -199,6 +220,13 @@ void InspectReport::printCsvSummary() const {
     printf("name,value\n");
     for (const auto& [name, count] : mTally.counts()) {
         printf("%s,%" PRIu64 "\n", name, count);
+    }
+    for (const auto& [name, value] : mTally.trendFigures()) {
+        printf("%s,", name);
+        if (value) {
+            printf("%.12g", *value);
+        }
+        printf("\n");
     }
 }
 

@@ -36,6 +36,7 @@ private:
     void printJsonBurst(const Burst& burst, const BurstTally::Finding& finding);
     void printGarbage(uint64_t offset, uint64_t byteCount);
     void printTextSummary() const;
+    void printTrend() const;
     void printJsonSummary() const;
     void printCsvSummary() const;
 

@@ -157,10 +157,9 @@ std::string MixPage::states(size_t index) const {
     strip.add(State::PLAYING, startSec, std::min(endSec, pauseSec));
     strip.add(State::PADDED, endSec, pauseSec);
     strip.add(State::PAUSED, pauseSec, mAxis.endSec());
-    for (const InputTrack::Delay& delay : track.delays()) {
-        strip.add(State::LATE, delay.timeSec, delay.timeSec + mAxis.columnSec(),
-                  markupNumber(", for %.0f ms", delay.waitSec * 1000));
-    }
+    strip.add(State::LATE, track.delays(), [](const Moments::Column& delays) {
+        return markupNumber(", for %.0f ms", delays.sum * 1000);
+    });
     return strip.html();
 }
 

@@ -8,6 +8,7 @@
 #include "tools/chart/GainStrip.h"
 #include "tools/chart/LeadStrips.h"
 #include "tools/chart/StateStrip.h"
+#include "tools/report/ReplayTables.h"
 #include "tools/text/MarkupText.h"
 
 namespace android {
@@ -44,26 +45,39 @@ double endSecOf(const ReplayRecorder& recorder, const ReplayReport::Figures& fig
 
 }  // namespace
 
-ReplayPage::ReplayPage(const SyncTrack& track, const SyncBounds& bounds, const PcmFormat& format,
-                       const ReplayReport::Figures& figures, const ReplayRecorder& recorder)
-    : mTrack(track),
-      mRecorder(recorder),
-      mAxis(endSecOf(recorder, figures), kColumns),
-      mPage(mAxis, "Replay of " + nameOf(figures.path), "time since the first write") {
-    addFigures(format, figures);
-    addLead(bounds);
+ReplayPage::ReplayPage(const Subject& subject)
+    : mSubject(subject),
+      mTrack(subject.track),
+      mRecorder(subject.recorder),
+      mAxis(endSecOf(subject.recorder, subject.figures), kColumns),
+      mPage(mAxis, "Replay of " + nameOf(subject.figures.path), "time since the first write") {
+    addNotices();
+    addFigures();
+    addHeard();
+    addLead();
+    ReplayTables(mPage).addDecisions(mTrack);
+    ReplayTables(mPage).addFaults(subject.faults);
     mPage.addSection("The mix", "what the output took",
-                     AudioStrips(mAxis, recorder.mix(), "of the mix").html() +
-                         BlockStrips(mAxis, recorder.blocks()).html());
-    mPage.addSection(nameOf(figures.path),
-                     figures.path + ": tunnel stream, as it was written" +
-                         markupNumber("; played at gain %g", recorder.tunnelGain()),
-                     AudioStrips(mAxis, recorder.tunnel(), "of the payload").html() + states());
+                     AudioStrips(mAxis, mRecorder.mix(), "of the mix").html() +
+                         BlockStrips(mAxis, mRecorder.blocks()).html());
+    addStream();
     addBesides();
+    mPage.addFigures("How this was made", subject.origin);
 }
 
-void ReplayPage::addFigures(const PcmFormat& format, const ReplayReport::Figures& figures) {
+void ReplayPage::addNotices() {
+    const std::string busy = ReplayReport::busyText(mSubject.figures);
+    if (!busy.empty()) {
+        mPage.addNotice(busy);
+    }
+    if (mSubject.tally.isFormatDoubtful()) {
+        mPage.addNotice(mSubject.tally.formatDoubt());
+    }
+}
+
+void ReplayPage::addFigures() {
     using Kind = SyncDecision::Kind;
+    const PcmFormat& format = mSubject.format;
     const BlockTrack& blocks = mRecorder.blocks();
     const auto seconds = [&](int64_t byteCount) {
         return markupNumber("%.3f s", sec(format.durationNs(static_cast<uint64_t>(byteCount))));
@@ -76,56 +90,137 @@ void ReplayPage::addFigures(const PcmFormat& format, const ReplayReport::Figures
     }
     mPage.addFigures("Figures of the replay",
                      {{"rate", std::to_string(format.rateHz) + " Hz"},
-                      {"length", markupNumber("%.3f s", sec(figures.elapsedNs))},
+                      {"length", markupNumber("%.3f s", sec(mSubject.figures.elapsedNs))},
                       {"bursts", std::to_string(mTrack.decisions().size())},
                       {"lead at the parser", rangeText(parserLeads)},
-                      {"lead at the output", rangeText(mRecorder.outputLeads())},
                       {"silences", std::to_string(mTrack.count(Kind::SILENCE))},
                       {"drops", std::to_string(mTrack.count(Kind::DROP))},
                       {"re-anchors", std::to_string(mTrack.count(Kind::ANCHOR))},
                       {"silence inserted", seconds(mTrack.silenceByteCount())},
                       {"audio dropped", seconds(mTrack.droppedByteCount())},
+                      {"found no room", seconds(mTrack.missedByteCount())},
+                      {"faults of the stream", std::to_string(mSubject.faults.count())},
                       {"blocks", std::to_string(blocks.frames().valueCount())},
                       {"short blocks", std::to_string(blocks.shortBlockCount())},
-                      {"underruns", std::to_string(figures.underrunCount)},
+                      {"underruns", std::to_string(mSubject.figures.underrunCount)},
                       {"cycle, mean and longest", msText(blocks.cycles())},
                       {"callback, mean and longest", msText(blocks.callbacks())},
                       {"mixing, mean and longest", msText(blocks.mixing())}});
 }
 
-void ReplayPage::addLead(const SyncBounds& bounds) {
+void ReplayPage::addHeard() {
+    const HeardLeads& heard = mRecorder.heard();
+    ReportPage::Figures figures = {{"lead at the output", rangeText(heard.leads())},
+                                   {"mean", markupNumber("%+.1f ms", heard.meanMs())},
+                                   {"measured for", markupNumber("%.3f s", heard.measuredSec())}};
+    if (heard.worst()) {
+        figures.emplace_back("farthest from 0",
+                             markupNumber("%+.1f ms at ", heard.worst()->leadMs) +
+                                 markupNumber("%.3f s, burst ", heard.worst()->timeSec) +
+                                 std::to_string(heard.worst()->index));
+    }
+    const auto add = [&figures](const std::string& name, const HeardLeads::Beyond& beyond) {
+        figures.emplace_back(name + markupNumber(", %+g and", beyond.range.earlyMs) +
+                                 markupNumber(" %+g ms", beyond.range.lateMs),
+                             markupNumber("%.3f s early", beyond.earlySec) +
+                                 markupNumber(", %.3f s late", beyond.lateSec));
+    };
+    add("beyond what viewers notice", heard.beyondDetectability());
+    add("beyond what they accept", heard.beyondAcceptability());
+    if (heard.beyondLimit()) {
+        add("beyond --max-heard", *heard.beyondLimit());
+    }
+    mPage.addFigures("What is heard", figures);
+}
+
+void ReplayPage::addLead() {
     mPage.addSection(
         "Audio lead",
         "How far sound is ahead of the clock: where the policy decides, as it parses a "
         "burst's header, and where the burst's first frame leaves in a block.",
-        LeadStrips(mAxis, mTrack, bounds, mRecorder.outputLeads()).html());
+        LeadStrips(mAxis, mTrack, mSubject.bounds, mRecorder.heard()).html());
+}
+
+void ReplayPage::addStream() {
+    mPage.addSection(
+        nameOf(mSubject.figures.path),
+        mSubject.figures.path + ": tunnel stream, as it was written" +
+            markupNumber("; played at gain %g", mRecorder.tunnelGain()),
+        AudioStrips(mAxis, mRecorder.tunnel(), "of the payload").html() + states() + faultMarks());
 }
 
 std::string ReplayPage::states() const {
     using Kind = SyncDecision::Kind;
-    using State = StateStrip::State;
+    // Pieces of a kind that nobody could see apart are one.
+    struct Lane {
+        Kind kind;
+        StateStrip::State state;
+        double fromSec = -1.0;  // below 0: there is no piece yet
+        double toSec = 0.0;
+        int64_t count = 0;
+    };
+    Lane lanes[] = {{.kind = Kind::FREE_RUN, .state = StateStrip::State::FREE_RUN},
+                    {.kind = Kind::SILENCE, .state = StateStrip::State::FILLING},
+                    {.kind = Kind::DROP, .state = StateStrip::State::DROPPING}};
     StateStrip strip(mAxis);
-    const auto& decisions = mTrack.decisions();
+    const DecisionLog& decisions = mTrack.decisions();
     if (!decisions.empty()) {
-        strip.add(State::PLAYING, sec(decisions.front().timeNs), mAxis.endSec());
+        strip.add(StateStrip::State::PLAYING, sec(decisions[0].timeNs), mAxis.endSec());
     }
-    for (size_t begin = 0, end = 0; begin < decisions.size(); begin = end) {
-        const Kind kind = decisions[begin].kind;
-        for (end = begin + 1; end < decisions.size() && decisions[end].kind == kind;) {
-            ++end;
+    const auto end = [&strip](const Lane& lane) {
+        if (lane.fromSec >= 0.0) {
+            strip.add(lane.state, lane.fromSec, lane.toSec,
+                      lane.count > 1 ? ", " + std::to_string(lane.count) + " bursts" : "");
         }
-        const double fromSec = sec(decisions[begin].timeNs);
-        const double toSec = end < decisions.size() ? sec(decisions[end].timeNs) : mAxis.endSec();
+    };
+    const auto take = [&](Lane& lane, double fromSec, double toSec) {
+        if (lane.fromSec < 0.0 || fromSec > lane.toSec + mAxis.columnSec()) {
+            end(lane);
+            lane.fromSec = fromSec;
+            lane.count = 0;
+        }
         // Drops are over as soon as they are written: as wide as can be seen.
-        const double seenSec = std::max(toSec, fromSec + mAxis.columnSec());
-        if (kind == Kind::FREE_RUN) {
-            strip.add(State::FREE_RUN, fromSec, toSec);
-        } else if (kind == Kind::SILENCE) {
-            strip.add(State::FILLING, fromSec, seenSec);
-        } else if (kind == Kind::DROP) {
-            strip.add(State::DROPPING, fromSec, seenSec);
+        lane.toSec = std::max(toSec, fromSec + mAxis.columnSec());
+        ++lane.count;
+    };
+    for (size_t i = 0; i < decisions.size(); ++i) {
+        const SyncDecision decision = decisions[i];
+        for (Lane& lane : lanes) {
+            if (lane.kind == decision.kind) {
+                take(lane, sec(decision.timeNs),
+                     i + 1 < decisions.size() ? sec(decisions[i + 1].timeNs) : mAxis.endSec());
+            }
         }
     }
+    for (const Lane& lane : lanes) {
+        end(lane);
+    }
+    return strip.html();
+}
+
+std::string ReplayPage::faultMarks() const {
+    const StreamFaults& faults = mSubject.faults;
+    if (faults.count() == 0) {
+        return {};
+    }
+    Strip strip(mAxis, {.kind = "faults",
+                        .title = "Faults of the stream itself, when they were written",
+                        .heightPx = 18,
+                        .scale = {.low = 0.0, .high = 1.0}});
+    strip.marks("fault", faults.moments(), [&faults](const Moments::Column& column) {
+        std::string tip = std::to_string(column.count) +
+                          (column.count == 1 ? " fault" : " faults") + Strip::when(column) +
+                          markupNumber(", burst %.0f", column.low);
+        if (column.high > column.low) {
+            tip += markupNumber(" to %.0f", column.high);
+        }
+        for (const StreamFaults::Fault& fault : faults.first()) {
+            if (column.count == 1 && fault.timeSec == column.firstSec) {
+                tip += ", offset " + std::to_string(fault.offset) + ": " + fault.what;
+            }
+        }
+        return Strip::Note{.value = 0.5, .tip = tip};
+    });
     return strip.html();
 }
 

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cinttypes>
+#include <cmath>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "tools/course/DecisionRun.h"
 #include "tools/process/ToolError.h"
 
 namespace android {
@@ -22,12 +24,6 @@ double ms(int64_t ns) {
     return static_cast<double>(ns) / 1e6;
 }
 
-/** Corrections are told one by one, everything else by runs. */
-bool isCorrection(const SyncDecision& decision) {
-    return decision.kind == Kind::SILENCE || decision.kind == Kind::DROP ||
-           decision.kind == Kind::ANCHOR;
-}
-
 Json jsonOf(const SyncDecision& decision) {
     Json row = {{"time_ns", decision.timeNs},
                 {"burst", decision.burstIndex},
@@ -37,10 +33,59 @@ Json jsonOf(const SyncDecision& decision) {
         row["clock_ns"] = decision.clockNs;
         row["lead_ns"] = decision.leadNs();
     }
+    if (decision.isHeard) {
+        row["heard_lead_ns"] = decision.heardLeadNs;
+    }
     if (decision.correctionMs > 0) {
         row["correction_ms"] = decision.correctionMs;
     }
     return row;
+}
+
+int64_t nsOf(double seconds) {
+    return std::llround(seconds * 1e9);
+}
+
+int64_t nsOfMs(double milliseconds) {
+    return std::llround(milliseconds * 1e6);
+}
+
+Json jsonOf(const HeardLeads::Beyond& beyond) {
+    return {{"early_bound_ms", beyond.range.earlyMs},
+            {"late_bound_ms", beyond.range.lateMs},
+            {"early_ns", nsOf(beyond.earlySec)},
+            {"late_ns", nsOf(beyond.lateSec)}};
+}
+
+Json jsonOf(const HeardLeads& heard) {
+    Json json = {{"bursts", heard.leads().valueCount()},
+                 {"measured_ns", nsOf(heard.measuredSec())}};
+    if (heard.worst()) {
+        json["lowest_lead_ns"] = nsOfMs(heard.leads().lowest());
+        json["highest_lead_ns"] = nsOfMs(heard.leads().highest());
+        json["mean_lead_ns"] = nsOfMs(heard.meanMs());
+        json["worst"] = {{"time_ns", nsOf(heard.worst()->timeSec)},
+                         {"burst", heard.worst()->index},
+                         {"lead_ns", nsOfMs(heard.worst()->leadMs)}};
+    }
+    json["beyond_detectability"] = jsonOf(heard.beyondDetectability());
+    json["beyond_acceptability"] = jsonOf(heard.beyondAcceptability());
+    if (heard.beyondLimit()) {
+        json["beyond_max_heard"] = jsonOf(*heard.beyondLimit());
+    }
+    return json;
+}
+
+/** What is irregular about the stream, by the names of inspect. */
+Json jsonOf(const BurstTally& stream) {
+    Json json;
+    for (const auto& [name, count] : stream.irregularCounts()) {
+        json[name] = count;
+    }
+    for (const auto& [name, value] : stream.trendFigures()) {
+        json[name] = value ? Json(*value) : Json();
+    }
+    return json;
 }
 
 }  // namespace
@@ -52,13 +97,14 @@ void ReplayReport::print(Form form, bool isSummaryOnly) const {
                 printDecisions();
             }
             printExcursions();
+            printHeard();
             printSummary();
             break;
         case Form::JSON:
             printJson(isSummaryOnly);
             break;
         case Form::CSV:
-            printCsv();
+            isSummaryOnly ? printCsvSummary() : printCsv();
             break;
     }
     if (fflush(stdout) != 0 || ferror(stdout)) {
@@ -68,40 +114,25 @@ void ReplayReport::print(Form form, bool isSummaryOnly) const {
 
 void ReplayReport::printDecisions() const {
     printf("  time s        bursts  decision   audio lead ms         correction ms\n");
-    for (size_t index = 0; index < mTrack.decisions().size();) {
-        index = printRun(index);
-    }
+    DecisionRun::forEach(mTrack.decisions(), [](const DecisionRun& run) { printRun(run); });
     printf("\n");
 }
 
-/** One row for `first` and those behind it that say the same; the index behind them. */
-size_t ReplayReport::printRun(size_t first) const {
-    const auto& decisions = mTrack.decisions();
-    const SyncDecision& begin = decisions[first];
-    size_t end = first + 1;
-    int64_t lowNs = begin.leadNs();
-    int64_t highNs = lowNs;
-    while (end < decisions.size() && !isCorrection(begin) && decisions[end].kind == begin.kind &&
-           decisions[end].hasClock == begin.hasClock) {
-        lowNs = std::min(lowNs, decisions[end].leadNs());
-        highNs = std::max(highNs, decisions[end].leadNs());
-        ++end;
-    }
+void ReplayReport::printRun(const DecisionRun& run) {
     char bursts[48];
-    snprintf(bursts, sizeof(bursts), end - first > 1 ? "%" PRIu64 "-%" PRIu64 : "%" PRIu64,
-             begin.burstIndex, decisions[end - 1].burstIndex);
-    printf("%8.3f  %12s  %-9s", sec(begin.timeNs), bursts, begin.name());
+    snprintf(bursts, sizeof(bursts), run.count() > 1 ? "%" PRIu64 "-%" PRIu64 : "%" PRIu64,
+             run.first.burstIndex, run.lastBurst);
+    printf("%8.3f  %12s  %-9s", sec(run.first.timeNs), bursts, run.first.name());
     char lead[48] = "";
-    if (begin.hasClock) {
-        snprintf(lead, sizeof(lead), end - first > 1 ? "%+.1f to %+.1f" : "%+.1f", ms(lowNs),
-                 ms(highNs));
+    if (run.first.hasClock) {
+        snprintf(lead, sizeof(lead), run.count() > 1 ? "%+.1f to %+.1f" : "%+.1f",
+                 ms(run.lowestLeadNs), ms(run.highestLeadNs));
     }
-    if (begin.correctionMs > 0) {
-        printf("  %-20s  %" PRId64 "\n", lead, begin.correctionMs);
+    if (run.first.correctionMs > 0) {
+        printf("  %-20s  %" PRId64 "\n", lead, run.first.correctionMs);
     } else {
         printf("  %s\n", lead);
     }
-    return end;
 }
 
 void ReplayReport::printExcursions() const {
@@ -140,6 +171,51 @@ void ReplayReport::printExcursions() const {
     }
 }
 
+void ReplayReport::printHeard() const {
+    if (!mHeard.worst()) {
+        printf("\nheard lead: no burst was heard from its first frame on\n");
+        return;
+    }
+    printf("\nheard lead, %+.1f to %+.1f ms, mean %+.1f ms, over the %.3f s that were measured:\n",
+           mHeard.leads().lowest(), mHeard.leads().highest(), mHeard.meanMs(),
+           mHeard.measuredSec());
+    const auto printBeyond = [](const char* whose, const HeardLeads::Beyond& beyond) {
+        printf("  beyond %s (%+g and %+g ms): %.3f s early, %.3f s late\n", whose,
+               beyond.range.earlyMs, beyond.range.lateMs, beyond.earlySec, beyond.lateSec);
+    };
+    printBeyond("what viewers notice", mHeard.beyondDetectability());
+    printBeyond("what they accept", mHeard.beyondAcceptability());
+    if (mHeard.beyondLimit()) {
+        printBeyond("--max-heard", *mHeard.beyondLimit());
+    }
+}
+
+void ReplayReport::printStream() const {
+    for (const auto& [name, count] : mStream.irregularities()) {
+        if (count > 0) {
+            printf("  in the stream itself: %" PRIu64 " %s\n", count, name);
+        }
+    }
+    if (mStream.isFormatDoubtful()) {
+        printf("  %s\n", mStream.formatDoubt().c_str());
+    }
+}
+
+std::string ReplayReport::busyText(const Figures& figures) {
+    if (figures.underrunCount == 0) {
+        return {};
+    }
+    char text[200];
+    snprintf(
+        text, sizeof(text),
+        "the machine was too busy: the mix came too late for the output %" PRId64
+        " %s, by up to %.0f ms. These figures are the machine's; replay again when it has less "
+        "to do",
+        figures.underrunCount, figures.underrunCount == 1 ? "time" : "times",
+        ms(figures.longestUnderrunNs));
+    return text;
+}
+
 void ReplayReport::printSummary() const {
     printf("\n%s: %" PRIu64 " bytes, %zu bursts in %.3f s\n", mFigures.path.c_str(),
            mFigures.byteCount, mTrack.decisions().size(), sec(mFigures.elapsedNs));
@@ -156,6 +232,30 @@ void ReplayReport::printSummary() const {
         "  played: %" PRId64 " frames (%.3f s), %" PRId64 " short blocks, %" PRId64 " underruns\n",
         mFigures.playedFrameCount, static_cast<double>(mFigures.playedFrameCount) / mFormat.rateHz,
         mFigures.shortBlockCount, mFigures.underrunCount);
+    printStream();
+    const std::string busy = busyText(mFigures);
+    if (!busy.empty()) {
+        printf("  %s\n", busy.c_str());
+    }
+}
+
+std::vector<std::pair<const char*, int64_t>> ReplayReport::counts() const {
+    const auto count = [this](Kind kind) { return static_cast<int64_t>(mTrack.count(kind)); };
+    return {{"bytes", static_cast<int64_t>(mFigures.byteCount)},
+            {"bursts", static_cast<int64_t>(mTrack.decisions().size())},
+            {"elapsed_ns", mFigures.elapsedNs},
+            {"none", count(Kind::NONE)},
+            {"re_anchor", count(Kind::ANCHOR)},
+            {"silence", count(Kind::SILENCE)},
+            {"drop", count(Kind::DROP)},
+            {"free_run", count(Kind::FREE_RUN)},
+            {"silence_ns", bytesToNs(mTrack.silenceByteCount())},
+            {"dropped_ns", bytesToNs(mTrack.droppedByteCount())},
+            {"missed_ns", bytesToNs(mTrack.missedByteCount())},
+            {"played_frames", mFigures.playedFrameCount},
+            {"short_blocks", mFigures.shortBlockCount},
+            {"underruns", mFigures.underrunCount},
+            {"longest_underrun_ns", mFigures.longestUnderrunNs}};
 }
 
 void ReplayReport::printJson(bool isSummaryOnly) const {
@@ -179,20 +279,13 @@ void ReplayReport::printJson(bool isSummaryOnly) const {
         }
         document["excursions"].push_back(row);
     }
-    document["summary"] = {{"bytes", mFigures.byteCount},
-                           {"bursts", mTrack.decisions().size()},
-                           {"elapsed_ns", mFigures.elapsedNs},
-                           {"none", mTrack.count(Kind::NONE)},
-                           {"re_anchor", mTrack.count(Kind::ANCHOR)},
-                           {"silence", mTrack.count(Kind::SILENCE)},
-                           {"drop", mTrack.count(Kind::DROP)},
-                           {"free_run", mTrack.count(Kind::FREE_RUN)},
-                           {"silence_ns", bytesToNs(mTrack.silenceByteCount())},
-                           {"dropped_ns", bytesToNs(mTrack.droppedByteCount())},
-                           {"missed_ns", bytesToNs(mTrack.missedByteCount())},
-                           {"played_frames", mFigures.playedFrameCount},
-                           {"short_blocks", mFigures.shortBlockCount},
-                           {"underruns", mFigures.underrunCount}};
+    document["heard"] = jsonOf(mHeard);
+    document["stream"] = jsonOf(mStream);
+    Json summary;
+    for (const auto& [name, count] : counts()) {
+        summary[name] = count;
+    }
+    document["summary"] = summary;
     if (!isSummaryOnly) {
         document["decisions"] = Json::array();
         for (const SyncDecision& decision : mTrack.decisions()) {
@@ -204,7 +297,7 @@ void ReplayReport::printJson(bool isSummaryOnly) const {
 }
 
 void ReplayReport::printCsv() const {
-    printf("time_ns,burst,timestamp_ns,clock_ns,lead_ns,decision,correction_ms\n");
+    printf("time_ns,burst,timestamp_ns,clock_ns,lead_ns,decision,correction_ms,heard_lead_ns\n");
     for (const SyncDecision& decision : mTrack.decisions()) {
         printf("%" PRId64 ",%" PRIu64 ",%" PRIu64 ",", decision.timeNs, decision.burstIndex,
                decision.ptsNs);
@@ -213,7 +306,31 @@ void ReplayReport::printCsv() const {
         } else {
             printf(",");
         }
-        printf(",%s,%" PRId64 "\n", decision.name(), decision.correctionMs);
+        printf(",%s,%" PRId64 ",", decision.name(), decision.correctionMs);
+        if (decision.isHeard) {
+            printf("%" PRId64, decision.heardLeadNs);
+        }
+        printf("\n");
+    }
+}
+
+// With rows, counts would be lines of another shape; whoever wants them asks for them.
+void ReplayReport::printCsvSummary() const {
+    printf("name,value\n");
+    for (const auto& [name, count] : counts()) {
+        printf("%s,%" PRId64 "\n", name, count);
+    }
+    const auto printBeyond = [](const char* name, const HeardLeads::Beyond& beyond) {
+        printf("%s_early_ns,%" PRId64 "\n%s_late_ns,%" PRId64 "\n", name, nsOf(beyond.earlySec),
+               name, nsOf(beyond.lateSec));
+    };
+    printf("heard_measured_ns,%" PRId64 "\n", nsOf(mHeard.measuredSec()));
+    printf("heard_lowest_lead_ns,%" PRId64 "\n", nsOfMs(mHeard.leads().lowest()));
+    printf("heard_highest_lead_ns,%" PRId64 "\n", nsOfMs(mHeard.leads().highest()));
+    printBeyond("heard_beyond_detectability", mHeard.beyondDetectability());
+    printBeyond("heard_beyond_acceptability", mHeard.beyondAcceptability());
+    if (mHeard.beyondLimit()) {
+        printBeyond("heard_beyond_max_heard", *mHeard.beyondLimit());
     }
 }
 
