@@ -98,5 +98,5 @@ demo_tunnel() {
     say "replaying its 12 s in virtual time"
     "${tool[@]}" hwsync replay "$tunnel.hws" --rate 44100 --gain 0.4 --event 5s:jump=+400ms \
         --beside "$voice@gain=-6dB,loop=12" -o "$tunnel.wav" --svg "$tunnel.svg" \
-        --report "$tunnel.html" --summary
+        --report "$tunnel.html" --summary || [ $? -eq 3 ] # a busy machine
 }

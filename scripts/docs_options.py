@@ -97,8 +97,10 @@ def check_json():
         ["hwsync", "replay", f"{samples}/stream.hws", "--rate", "44100", "--duration", "1s",
          "--event", "0.5s:jump=+400ms"],
     ):
-        document = subprocess.run([TOOL, *arguments, "--json"], check=True, text=True,
-                                  stdout=subprocess.PIPE).stdout
+        run = subprocess.run([TOOL, *arguments, "--json"], text=True, stdout=subprocess.PIPE)
+        if run.returncode not in (0, 3):  # 3: a busy machine
+            run.check_returncode()
+        document = run.stdout
         for key in sorted(keys_of(json.loads(document))):
             if f"`{key}`" not in text:
                 fail("docs/tools.md", f"does not tell what {key} is in the JSON of {arguments[:2]}")

@@ -1,10 +1,12 @@
 #!/usr/bin/python3
 """Opens pages in a headless browser, in light and dark, wide and narrow, and takes screenshots
 beside them. Fails on script errors, requests, pages wider than the window, text that hardly stands
-out from what is behind it, and text that is small."""
+out from what is behind it, text that is small or lies over a plot, and tables with columns out of
+sight."""
 
 import json
 import pathlib
+import re
 import sys
 
 from selenium import webdriver
@@ -14,6 +16,11 @@ WIDTHS = (1280, 400)
 LEAST_CONTRAST = 4.5
 LEAST_PIXELS = 12
 MOST_HEIGHT = 6000  # of a screenshot
+# Under the pointer in the middle of some plot, by page.
+VALUES = {
+    "mix": (r"\nwave -?\d", r"\nblock \d+ frames", r"\ncycle .*\d ms"),
+    "replay": (r"\nburst \d+.*\naudio lead [+-]?\d.* ms", r"\nblock \d+ frames"),
+}
 
 # Every piece of text against all that is painted behind its middle, shapes of pictures included.
 LOOK = """
@@ -48,7 +55,9 @@ while (walker.nextNode()) {
   const box = range.getClientRects()[0];
   if (!box || !box.width) continue;
   const x = box.left + box.width / 2, y = box.top + box.height / 2;
-  if (x >= innerWidth) continue;  // scrolled out of sight
+  const frame = element.closest('.scroll');
+  const edge = frame && frame.getBoundingClientRect();
+  if (x >= innerWidth || (edge && (y < edge.top || y > edge.bottom))) continue;  // scrolled out of sight
   const words = walker.currentNode.data.trim().slice(0, 40);
   const style = getComputedStyle(element);
   let back = rgba(getComputedStyle(document.documentElement).backgroundColor);
@@ -67,6 +76,9 @@ while (walker.nextNode()) {
   if (parseFloat(style.fontSize) < arguments[1]) found.small.push(words + ': ' + style.fontSize);
 }
 bare.remove();
+found.covered = Array.from(document.querySelectorAll('.over')).filter(over => over.textContent.trim()).length;
+found.hidden = Array.from(document.querySelectorAll('.scroll')).filter(box => box.scrollWidth > box.clientWidth)
+  .map(box => box.getAttribute('aria-label'));
 found.wide = document.documentElement.scrollWidth - innerWidth;
 found.isDark = matchMedia('(prefers-color-scheme: dark)').matches;
 return found;
@@ -110,9 +122,10 @@ def look(driver, page, scheme, width):
     height = driver.execute_script("return document.documentElement.scrollHeight")
     resize(driver, width, height)  # what lies outside the window has nothing behind it
     # The pointer over a plot runs the page's script.
-    plot = driver.find_element("class name", "plot")
-    webdriver.ActionChains(driver).move_to_element(plot).perform()
-    readout = driver.execute_script("return document.getElementById('now').textContent")
+    readouts = []
+    for plot in driver.find_elements("class name", "plot"):
+        webdriver.ActionChains(driver).move_to_element(plot).perform()
+        readouts.append(driver.execute_script("return document.getElementById('now').textContent"))
     found = driver.execute_script(LOOK, LEAST_CONTRAST, LEAST_PIXELS)
     complaints = [f"contrast of {words}" for words in found["poor"]]
     complaints += [f"small text: {words}" for words in found["small"]]
@@ -122,8 +135,14 @@ def look(driver, page, scheme, width):
         complaints.append(f"{found['wide']} pixels wider than the window")
     if found["isDark"] != (scheme == "dark"):
         complaints.append("the browser does not follow the scheme: nothing was tested")
-    if not readout.endswith(" s"):
-        complaints.append(f"no time under the pointer: '{readout}'")
+    complaints += [f"labels over plots: {found['covered']}"] if found["covered"] else []
+    complaints += [f"columns out of sight: {name}" for name in found["hidden"]]
+    for readout in readouts:
+        if not re.match(r"\d+\.\d{3} s(\n|$)", readout):
+            complaints.append(f"no time under the pointer: '{readout}'")
+    for value in VALUES[page.stem]:
+        if not any(re.search(value, readout) for readout in readouts):
+            complaints.append(f"no plot has {value} under the pointer")
     resize(driver, width, min(height, MOST_HEIGHT))
     driver.execute_script("document.getElementById('now').textContent = '';"
                           "document.querySelectorAll('.hair').forEach(hair => hair.hidden = true)")
