@@ -160,8 +160,8 @@ TEST_F(HwSyncReplay, HeardTimeBeyondALimitIsCountedAndJudged) {
 }
 
 TEST_F(HwSyncReplay, FiguresOfABusyMachineAreSaidToBeItsOwn) {
-    ToolRun run({"replay", stream, "--duration", "1.5s", "--csv", "--summary"}, "hwsync",
-                ToolRun::Streams());
+    ToolRun run({"replay", stream, "--realtime", "--duration", "1.5s", "--csv", "--summary"},
+                "hwsync", ToolRun::Streams());
     // As a machine that has other things to do: nothing runs for long.
     std::this_thread::sleep_for(std::chrono::milliseconds(700));
     run.signal(SIGSTOP);
