@@ -233,7 +233,9 @@ TEST(HwSyncReplayReport, FaultsDecisionsValuesAndOriginAreOnThePage) {
     const auto readings = page.find("Audio lead", "parserlead", "reading");
     ASSERT_EQ(2u, readings.size());
     EXPECT_EQ("burst", readings.front().attributes.at("data-name"));
-    EXPECT_EQ(0u, readings.front().attributes.at("data-low").rfind("0,", 0));
+    // Columns before the first write has led to a decision have none.
+    const std::string& bursts = readings.front().attributes.at("data-low");
+    EXPECT_EQ('0', bursts.at(bursts.find_first_not_of(',')));
     for (const ReportDocument::Element& reading : readings) {
         const std::string& values = reading.attributes.at("data-low");
         EXPECT_EQ(1000, std::count(values.begin(), values.end(), ','));
