@@ -45,12 +45,31 @@ TEST_F(MixErrors, NameTheInputThatIsNoAudio) {
     expectFailure({folder / "."}, 1, "is a directory");
     expectFailure({folder / "empty.wav"}, 1, "empty.wav: is empty");
     expectFailure({folder / "text.wav"}, 1, "text.wav: is not audio");
+    // Of other formats, the way in.
+    const std::string pipe = "; pipe it through ffmpeg: ffmpeg -v error -i FILE -f wav - |";
+    for (const auto& [beginning, name] : std::initializer_list<std::pair<std::string, std::string>>{
+             {"\xff\xf1\x50\x80", "AAC"},
+             {"\xff\xf9\x50\x80", "AAC"},
+             {"\x0b\x77\xd2\x31", "AC-3"},
+             {"0&\xb2u\x8e\x66\xcf\x11", "WMA"},
+             {"1234ftypM4A ", "MP4 (AAC and others)"}}) {
+        writeText("foreign", beginning + "and so on");
+        expectFailure({folder / "foreign"}, 1,
+                      "foreign: is " + name + ", which can't be read here" + pipe);
+    }
+    // It has the head alone; nobody can tell here whether it lacks anything.
+    writeText("cut.opus", "OggS" + std::string(24, '\1') + "OpusHead");
+    expectFailure({folder / "cut.opus"}, 1, "is Opus that libsndfile stumbles over");
     expectFailure({folder / "silent.wav"}, 1, "silent.wav: holds no audio");
     expectFailure({good, folder / "slow.wav"}, 1, "3999 Hz");
 }
 
 TEST_F(MixErrors, NameTheSettingOrOption) {
-    expectFailure({good + "@gain=+1dB"}, 2, "good.wav: gain");
+    expectFailure({good + "@gain=+25dB"}, 2, "good.wav: gain");
+    expectFailure({good + "@volume=1:30"}, 2, "a gain of 30");
+    expectFailure({good + "@from=0:01"}, 2, "good.wav: from: it is only 1.0");
+    expectFailure({good + "@start=0:60"}, 2, "'0:60' is no time");
+    expectFailure({good + "@downmix=5.1"}, 2, "write itu or off");
     expectFailure({good + "@gain=loud"}, 2, "loud");
     expectFailure({good + "@balance=2"}, 2, "good.wav: balance");
     expectFailure({good + "@volume=3"}, 2, "lacks a gain");
@@ -95,6 +114,14 @@ TEST_F(MixErrors, NameTheHelpThatHasWhatIsMeant) {
 TEST_F(MixErrors, TruncatedAndCorruptedFilesAreRefusedUnlessAskedFor) {
     std::filesystem::resize_file(good, 100044);
     expectFailure({good}, 1, "good.wav: is truncated");
+    const std::string ogg = folder / "good.ogg";
+    writeAudio(ogg, SF_FORMAT_OGG | SF_FORMAT_VORBIS, noise(48000, 2, 480000, 1));
+    std::filesystem::resize_file(ogg, std::filesystem::file_size(ogg) / 2);
+    expectFailure({ogg}, 1, "good.ogg: is truncated: its end is missing");
+    ToolRun::mixWell(
+        {ogg + "@loop=2", "-o", folder / "ogg.wav", "--allow-truncated", "--format", "32"});
+    const int64_t left = readAudio(folder / "ogg.wav").frameCount();
+    EXPECT_TRUE(left > 300'000 && left < 600'000 && left % 2 == 0) << left;
     // In the middle, past what the streams are filled with before the mix starts.
     const std::string flac = folder / "good.flac";
     std::fstream file(flac, std::ios::in | std::ios::out | std::ios::binary);
@@ -118,6 +145,39 @@ TEST_F(MixErrors, OutputsThatCanNotBeWritten) {
     expectFailure({good, "--report", folder / "./good.wav"}, 2, "is also an input", "mix.wav");
     expectFailure({good, "--report", folder / "./mix.wav"}, 2, "is named twice", "mix.wav");
     EXPECT_EQ(48000, readAudio(good).frameCount());
+}
+
+TEST_F(MixErrors, FormatsHaveTheirLimitsNamed) {
+    expectFailure({good, "--rate", "65536"}, 2, "up to 655350 Hz, above 65535 Hz in steps of 10",
+                  "mix.flac");
+    expectFailure({good, "--rate", "700000"}, 2, "up to 655350 Hz", "mix.flac");
+    const auto result =
+        ToolRun::mixWell({good, "--rate", "65540", "--format", "32", "-o", folder / "mix.flac"});
+    EXPECT_TRUE(result.says("65540 Hz, 32-bit, stereo, 24-bit in the file")) << result.messages;
+    for (const std::string bits : {"16", "32"}) {
+        ToolRun::mixWell({good, "--format", bits, "-o", folder / "plain.wav"});
+        SF_INFO info{};
+        SNDFILE* file = sf_open((folder / "plain.wav").c_str(), SFM_READ, &info);
+        EXPECT_EQ(SF_FORMAT_WAV | (bits == "16" ? SF_FORMAT_PCM_16 : SF_FORMAT_PCM_32),
+                  info.format);
+        sf_close(file);
+    }
+}
+
+TEST_F(MixErrors, NamesWithControlCharactersLeaveTheTerminalAlone) {
+    const std::string name = folder / "a\x1b[31m\n\xc2\x9b\xff\xc3\xa4.wav";
+    std::filesystem::copy(good, name);
+    const auto expectClean = [](const ToolRun::Result& result) {
+        EXPECT_TRUE(result.says("a?[31m????\xc3\xa4.wav")) << result.messages;
+        EXPECT_FALSE(result.says("\x1b") || result.says("\xc2\x9b")) << result.messages;
+    };
+    expectClean(ToolRun::mix({name, "-o", folder / "mix.wav"}));
+    expectClean(ToolRun::mix({name + "x.wav", "-o", folder / "mix.wav"}));
+    expectClean(ToolRun::mix({good, "--" + name}));
+    expectClean(ToolRun::hwsync({"pack", name, "-o", name + ".hws"}));
+    auto result = ToolRun::hwsync({"inspect", name + ".hws", "--summary"});
+    result.messages += result.output;
+    expectClean(result);
 }
 
 TEST_F(MixErrors, ADiskThatFillsUpLeavesAFileWithAllThatItTook) {

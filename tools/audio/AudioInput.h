@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace android {
 
@@ -24,6 +25,8 @@ public:
     virtual int64_t frameCount() const = 0;
     /** 16 bits hold every sample. */
     virtual bool fits16Bits() const = 0;
+    /** Which channel is which, as SF_CHANNEL_MAP_...; empty: nothing says so. */
+    virtual std::vector<int> channelMap() const { return {}; }
     /** Such as "44100 Hz, 16-bit PCM, stereo". */
     virtual std::string describe() const = 0;
 

@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <sstream>
 
+#include "tools/audio/ForeignFormat.h"
+#include "tools/audio/FullScale.h"
 #include "tools/process/ToolError.h"
 
 namespace android {
@@ -15,12 +17,6 @@ namespace {
 
 constexpr int kMinRateHz = 4000;
 constexpr int kMaxRateHz = 768000;
-
-int32_t q27Of(double sample) {
-    // Not a number is silence: one broken sample must not become a full-scale click.
-    const double scaled = std::isnan(sample) ? 0.0 : std::rint(sample * 134217728.0);
-    return static_cast<int32_t>(std::clamp(scaled, -2147483648.0, 2147483647.0));
-}
 
 /**
  * What the log of an opened file says about its sample chunk, as in "data : 1000 (should be 400)":
@@ -50,10 +46,28 @@ bool promisesMoreThanItHas(const std::string& log) {
 
 }  // namespace
 
-AudioReader::AudioReader(const std::string& path, bool allowTruncated)
-    : mPath(path), mAllowTruncated(allowTruncated) {
+AudioReader::AudioReader(const std::string& path, Options options)
+    : mPath(path), mOptions(std::move(options)) {
+    if (!mOptions.content) {
+        checkPath();
+    }
+    openFile();
+    checkWhole();
+    mFromFrame = std::llround(mOptions.fromSec * mInfo.samplerate);
+    if (mFromFrame >= mInfo.frames) {
+        throw ToolError(mPath + ": from: it is only " +
+                            std::to_string(static_cast<double>(mInfo.frames) / mInfo.samplerate) +
+                            " s long; begin before its end",
+                        EXIT_USAGE);
+    }
+    if (mFromFrame > 0) {
+        begin();
+    }
+}
+
+void AudioReader::checkPath() const {
     std::error_code error;
-    const auto status = std::filesystem::status(path, error);
+    const auto status = std::filesystem::status(mPath, error);
     if (!std::filesystem::exists(status)) {
         const int code = error.value() != 0 ? error.value() : ENOENT;
         fail(std::string(strerror(code)) + "; check the name");
@@ -61,21 +75,20 @@ AudioReader::AudioReader(const std::string& path, bool allowTruncated)
     if (std::filesystem::is_directory(status)) {
         fail("is a directory; name the audio files in it");
     }
-    if (std::filesystem::is_regular_file(status) && std::filesystem::file_size(path, error) == 0) {
+    if (std::filesystem::is_regular_file(status) && std::filesystem::file_size(mPath, error) == 0) {
         fail("is empty (0 bytes); name a file with audio in it");
     }
-    openFile();
-    checkWhole();
 }
 
 void AudioReader::openFile() {
-    mFile.reset(sf_open(mPath.c_str(), SFM_READ, &mInfo));
+    mFile.reset(mOptions.content
+                    ? sf_open_fd(fileno(mOptions.content.get()), SFM_READ, &mInfo, SF_FALSE)
+                    : sf_open(mPath.c_str(), SFM_READ, &mInfo));
     if (!mFile) {
         if (sf_error(nullptr) == SF_ERR_SYSTEM) {
             fail(std::string("can't be opened: ") + sf_strerror(nullptr));
         }
-        fail("is not audio that can be read here (" + std::string(sf_strerror(nullptr)) +
-             "); WAV, FLAC, Ogg, AIFF, CAF and others of that kind can");
+        failToOpen(sf_strerror(nullptr));
     }
     switch (mInfo.format & SF_FORMAT_SUBMASK) {
         case SF_FORMAT_PCM_24:
@@ -100,13 +113,48 @@ void AudioReader::openFile() {
     }
 }
 
+/** What it may be instead, and how it can be heard all the same. */
+void AudioReader::failToOpen(const std::string& reason) const {
+    const std::vector<uint8_t> bytes = beginning();
+    if (isOpus(bytes)) {
+        fail("is Opus that libsndfile stumbles over (" + reason + ") and that may be sound; " +
+             kConvertByPipe);
+    }
+    const std::string foreign = foreignFormatOf(bytes);
+    if (!foreign.empty()) {
+        fail("is " + foreign + ", which can't be read here; " + kConvertByPipe);
+    }
+    fail("is not audio that can be read here (" + reason +
+         "); WAV, FLAC, Ogg, AIFF, CAF and others of that kind can");
+}
+
+std::vector<uint8_t> AudioReader::beginning() const {
+    std::vector<uint8_t> bytes(kBeginningByteCount);
+    const StandardInput::Stream opened(mOptions.content ? nullptr : fopen(mPath.c_str(), "rb"));
+    FILE* stream = mOptions.content ? mOptions.content.get() : opened.get();
+    if (stream == nullptr || fseek(stream, 0, SEEK_SET) != 0) {
+        return {};
+    }
+    bytes.resize(fread(bytes.data(), 1, bytes.size(), stream));
+    return bytes;
+}
+
 void AudioReader::checkWhole() {
     char log[8192] = {};
     sf_command(mFile.get(), SFC_GET_LOG_INFO, log, sizeof(log));
-    if (!mAllowTruncated && promisesMoreThanItHas(log)) {
+    if (!mOptions.allowTruncated && promisesMoreThanItHas(log)) {
         fail(
             "is truncated: its header promises more audio than the file has; copy it again, or "
             "take what is there with --allow-truncated");
+    }
+    if (mInfo.frames == SF_COUNT_MAX) {
+        // An Ogg stream without its last page, which has the length.
+        if (!mOptions.allowTruncated) {
+            fail(
+                "is truncated: its end is missing; copy it again, or take what is there with "
+                "--allow-truncated");
+        }
+        mInfo.frames = countFrames();
     }
     if (mInfo.frames <= 0) {
         fail("holds no audio (0 frames)");
@@ -115,6 +163,27 @@ void AudioReader::checkWhole() {
         fail("has a rate of " + std::to_string(mInfo.samplerate) +
              " Hz; rates from 4000 to 768000 Hz can be mixed");
     }
+}
+
+/** By decoding all of it. */
+sf_count_t AudioReader::countFrames() {
+    constexpr sf_count_t kAtOnce = 4096;
+    std::vector<short> frames(static_cast<size_t>(kAtOnce) * channelCount());
+    sf_count_t total = 0;
+    for (sf_count_t count = 1; count > 0; total += count) {
+        count = std::max<sf_count_t>(sf_readf_short(mFile.get(), frames.data(), kAtOnce), 0);
+    }
+    begin();
+    return total;
+}
+
+std::vector<int> AudioReader::channelMap() const {
+    std::vector<int> map(channelCount());
+    const int status = sf_command(mFile.get(), SFC_GET_CHANNEL_MAP_INFO, map.data(),
+                                  static_cast<int>(map.size() * sizeof(int)));
+    // A header may have room for it and leave it open.
+    const bool isTold = status == SF_TRUE && map.front() != SF_CHANNEL_MAP_INVALID;
+    return isTold ? map : std::vector<int>();
 }
 
 std::string AudioReader::describe() const {
@@ -153,12 +222,18 @@ size_t AudioReader::checkRead(sf_count_t framesRead, size_t frameCount) {
     mPosition += static_cast<int64_t>(count);
     const bool isBroken = sf_error(mFile.get()) != SF_ERR_NO_ERROR ||
                           (count < frameCount && mPosition < mInfo.frames);
-    if (isBroken && !mAllowTruncated) {
+    if (isBroken && !mOptions.allowTruncated) {
         const std::string reason = sf_error(mFile.get()) != SF_ERR_NO_ERROR
                                        ? std::string(sf_strerror(mFile.get()))
                                        : "only " + std::to_string(mPosition) + " of " +
                                              std::to_string(mInfo.frames) +
                                              " frames can be decoded";
+        if ((mInfo.format & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS) {
+            fail("is Opus that libsndfile stumbles over after " +
+                 std::to_string(static_cast<double>(mPosition) / rateHz()) + " s (" + reason +
+                 ") and that may be sound; " + kConvertByPipe +
+                 "; or take what is there with --allow-truncated");
+        }
         fail("is corrupted after " + std::to_string(static_cast<double>(mPosition) / rateHz()) +
              " s (" + reason + "); copy it again, or take what is there with --allow-truncated");
     }
@@ -166,10 +241,15 @@ size_t AudioReader::checkRead(sf_count_t framesRead, size_t frameCount) {
 }
 
 void AudioReader::rewind() {
-    if (sf_seek(mFile.get(), 0, SEEK_SET) != 0) {
-        fail("can't be played again from its start; play it once, without loop");
+    begin();
+}
+
+void AudioReader::begin() {
+    if (sf_seek(mFile.get(), mFromFrame, SEEK_SET) != mFromFrame) {
+        fail(mFromFrame == 0 ? "can't be played again from its start; play it once, without loop"
+                             : "can't be begun inside; play it without from");
     }
-    mPosition = 0;
+    mPosition = mFromFrame;
 }
 
 void AudioReader::fail(const std::string& what) const {

@@ -12,7 +12,8 @@
 namespace android {
 
 /**
- * Writes the mix, 16-bit or Q4.27 stereo, to an audio file of 16 or 32 bits or real numbers.
+ * Writes the mix, 16-bit or Q4.27 stereo, to an audio file of 16 or 32 bits or real numbers, or as
+ * WAV to standard output.
  * Threads: one at a time.
  */
 class AudioWriter {
@@ -20,6 +21,9 @@ public:
     /** Throws ToolError (usage) for a file name extension or a format that can't be written. */
     static void check(const std::string& path, uint32_t rateHz, uint32_t bits,
                       bool isFloat = false);
+
+    /** Of the samples in such a file, which may be fewer than `bits`. */
+    static uint32_t fileBits(const std::string& path, uint32_t bits);
 
     /** `isFloat`: 32-bit frames become real numbers, also those above full scale. */
     AudioWriter(const std::string& path, uint32_t rateHz, uint32_t bits, bool isFloat = false);
@@ -41,11 +45,13 @@ private:
 
     size_t frameBytes() const { return mBits == 16 ? 4 : 8; }
     void encode();
+    void makePlain();
     [[noreturn]] void fail(int errorNumber) const;
 
     const std::string mPath;
     const uint32_t mBits;
     const bool mIsFloat;
+    const SF_INFO mInfo;
     OutputFile mOutput;  // outlives the encoder
     std::unique_ptr<SNDFILE, CloseFile> mEncoder;
     bool mHasAudio = false;

@@ -4,12 +4,16 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <utility>
 
 #include "tools/process/ToolError.h"
+#include "tools/text/TimeText.h"
 
 namespace android {
 
 namespace {
+
+constexpr double kMaxGain = 15.85;  // 24 dB, what Q4.27 holds of full scale
 
 /** The number that starts `text`; what follows it is left in `unit`. NaN when there is none. */
 double numberOf(const std::string& text, std::string& unit) {
@@ -28,23 +32,16 @@ double parseGain(const std::string& text, const std::string& where) {
     if (std::isnan(value) || !(unit.empty() || isDecibel)) {
         throw ToolError(where + ": '" + text + "' is no gain; write 0.5 or -6dB", EXIT_USAGE);
     }
-    if (gain < 0.0 || gain > 1.0) {
-        throw ToolError(where + ": a gain of " + text + " is outside 0 to 1; write 0.5 or -6dB",
+    if (gain < 0.0 || gain > kMaxGain) {
+        throw ToolError(where + ": a gain of " + text +
+                            " is outside 0 to 15.8, which is +24dB; write 0.5, -6dB or +6dB",
                         EXIT_USAGE);
     }
     return gain;
 }
 
 double parseTimeSec(const std::string& text, const std::string& where) {
-    std::string unit;
-    const double value = numberOf(text, unit);
-    const double timeSec = unit == "ms" ? value / 1000.0 : value;
-    const bool isTime = unit.empty() || unit == "s" || unit == "ms";
-    if (std::isnan(value) || !isTime || timeSec < 0.0 || timeSec > 1e6) {
-        throw ToolError(where + ": '" + text + "' is no time; write 2.5, 2.5s or 250ms",
-                        EXIT_USAGE);
-    }
-    return timeSec;
+    return static_cast<double>(parseTimeNs(text, where)) / 1e9;
 }
 
 uint32_t parseCount(const std::string& text, const std::string& where, uint32_t min, uint32_t max) {
@@ -59,12 +56,25 @@ uint32_t parseCount(const std::string& text, const std::string& where, uint32_t 
 }
 
 GainChange parseGainChange(const std::string& text, const std::string& where) {
-    const size_t colon = text.find(':');
+    const size_t colon = text.rfind(':');  // the time may have some
     if (colon == std::string::npos) {
         throw ToolError(where + ": '" + text + "' lacks a gain; write 4s:0.2", EXIT_USAGE);
     }
     return {.timeSec = parseTimeSec(text.substr(0, colon), where),
             .gain = static_cast<float>(parseGain(text.substr(colon + 1), where))};
+}
+
+PipeFormat::Sample parseSample(const std::string& text, const std::string& where) {
+    using Sample = PipeFormat::Sample;
+    constexpr std::pair<const char*, Sample> kNames[] = {
+        {"s16", Sample::S16}, {"s24", Sample::S24}, {"s32", Sample::S32}, {"f32", Sample::F32}};
+    for (const auto& [name, sample] : kNames) {
+        if (text == name) {
+            return sample;
+        }
+    }
+    throw ToolError(where + ": '" + text + "' is no format; write s16, s24, s32 or f32",
+                    EXIT_USAGE);
 }
 
 /** Whether the setting was one that says what a pipe's bytes are. */
@@ -80,11 +90,10 @@ bool applyPipeSetting(InputSpec& spec, const std::string& key, const std::string
         spec.pipeFormat.rateHz = parseCount(value, where, 4000, 768000);
     } else if (key == "channels") {
         spec.pipeFormat.channelCount = parseCount(value, where, 1, 32);
-    } else if (value == "s16" || value == "s32") {
-        spec.pipeFormat.bits = value == "s16" ? 16 : 32;
     } else {
-        throw ToolError(where + ": '" + value + "' is no format; write s16 or s32", EXIT_USAGE);
+        spec.pipeFormat.sample = parseSample(value, where);
     }
+    spec.hasPipeFormat = true;
     return true;
 }
 
@@ -104,6 +113,14 @@ void applySetting(InputSpec& spec, const std::string& setting) {
         }
     } else if (key == "start") {
         spec.startSec = parseTimeSec(value, where);
+    } else if (key == "from") {
+        spec.fromSec = parseTimeSec(value, where);
+    } else if (key == "downmix") {
+        if (value != "itu" && value != "off") {
+            throw ToolError(where + ": '" + value + "' is no downmix; write itu or off",
+                            EXIT_USAGE);
+        }
+        spec.isDownmixed = value == "itu";
     } else if (key == "length") {
         spec.lengthSec = parseTimeSec(value, where);
         if (spec.lengthSec == 0.0) {
@@ -115,7 +132,8 @@ void applySetting(InputSpec& spec, const std::string& setting) {
         spec.gainChanges.push_back(parseGainChange(value, where));
     } else if (!applyPipeSetting(spec, key, value)) {
         throw ToolError(spec.path + ": unknown setting '" + key +
-                            "'; known are gain, balance, start, length, loop and volume" +
+                            "'; known are gain, balance, start, from, length, loop, volume and "
+                            "downmix" +
                             (spec.isPipe() ? ", and rate, channels and format" : ""),
                         EXIT_USAGE);
     }
@@ -140,7 +158,19 @@ InputSpec InputSpec::parse(const std::string& text) {
     }
     std::stable_sort(spec.gainChanges.begin(), spec.gainChanges.end(),
                      [](const auto& a, const auto& b) { return a.timeSec < b.timeSec; });
+    spec.splitGains();
     return spec;
+}
+
+void InputSpec::splitGains() {
+    for (const GainChange& change : gainChanges) {
+        boost = std::max(boost, change.gain);
+    }
+    boost = std::max(boost, gain);
+    gain /= boost;
+    for (GainChange& change : gainChanges) {
+        change.gain /= boost;
+    }
 }
 
 float InputSpec::gainAt(double timeSec) const {

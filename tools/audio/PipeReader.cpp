@@ -1,12 +1,11 @@
 #include "tools/audio/PipeReader.h"
 
-#include <poll.h>
-#include <unistd.h>
-
+#include <algorithm>
 #include <bit>
-#include <cerrno>
+#include <cmath>
 #include <cstring>
 
+#include "tools/audio/FullScale.h"
 #include "tools/process/Interrupt.h"
 #include "tools/process/ToolError.h"
 
@@ -14,8 +13,7 @@ namespace android {
 
 namespace {
 
-constexpr int kFd = STDIN_FILENO;
-constexpr int kPollMs = 50;  // how late an end is noticed while the pipe is silent
+constexpr int64_t kPassedAtOnce = 4096;  // frames
 
 static_assert(std::endian::native == std::endian::little, "the samples are used as they come");
 
@@ -26,100 +24,134 @@ Sample sampleAt(const std::vector<uint8_t>& bytes, size_t index) {
     return sample;
 }
 
-}  // namespace
-
-PipeReader::PipeReader(const PipeFormat& format, bool allowTruncated)
-    : mFormat(format), mAllowTruncated(allowTruncated) {
-    if (isatty(kFd) != 0) {
-        throw ToolError(
-            "-: standard input is a terminal; pipe raw PCM into it, such as with "
-            "sox FILE -t raw -r 48000 -c 2 -e signed -b 16 - | streamproxy ...");
+int32_t q27At(const std::vector<uint8_t>& bytes, size_t index, PipeFormat::Sample sample) {
+    switch (sample) {
+        case PipeFormat::Sample::S16:
+            return sampleAt<int16_t>(bytes, index) * 4096;
+        case PipeFormat::Sample::S24: {
+            const uint8_t* three = bytes.data() + 3 * index;
+            const uint32_t top =
+                uint32_t{three[0]} << 8 | uint32_t{three[1]} << 16 | uint32_t{three[2]} << 24;
+            return static_cast<int32_t>(top) >> 4;
+        }
+        case PipeFormat::Sample::S32:
+            return sampleAt<int32_t>(bytes, index) >> 4;
+        case PipeFormat::Sample::F32:
+            break;
     }
+    return q27Of(double{sampleAt<float>(bytes, index)});
 }
 
+const char* nameOf(PipeFormat::Sample sample) {
+    switch (sample) {
+        case PipeFormat::Sample::S16:
+            return "16-bit PCM";
+        case PipeFormat::Sample::S24:
+            return "24-bit PCM";
+        case PipeFormat::Sample::S32:
+            return "32-bit PCM";
+        case PipeFormat::Sample::F32:
+            break;
+    }
+    return "32-bit float";
+}
+
+}  // namespace
+
+PipeReader::PipeReader(std::unique_ptr<StandardInput> input, const Content& content,
+                       bool allowTruncated)
+    : mInput(std::move(input)),
+      mContent(content),
+      mAllowTruncated(allowTruncated),
+      mBytesLeft(content.audioBytes < 0 ? INT64_MAX : content.audioBytes) {}
+
 std::string PipeReader::describe() const {
-    const std::string channels = mFormat.channelCount == 1 ? "mono"
-                                 : mFormat.channelCount == 2
-                                     ? "stereo"
-                                     : std::to_string(mFormat.channelCount) + " channels";
-    return std::to_string(mFormat.rateHz) + " Hz, " + std::to_string(mFormat.bits) +
-           "-bit PCM from a pipe, " + channels;
+    const uint32_t channels = channelCount();
+    return std::to_string(rateHz()) + " Hz, " + nameOf(mContent.format.sample) + " from a pipe, " +
+           (channels == 1   ? "mono"
+            : channels == 2 ? "stereo"
+                            : std::to_string(channels) + " channels");
 }
 
 size_t PipeReader::read16(int16_t* out, size_t frameCount) {
     const size_t framesRead = readFrames(frameCount);
-    const size_t sampleCount = framesRead * mFormat.channelCount;
-    for (size_t i = 0; i < sampleCount; ++i) {
-        out[i] = mFormat.bits == 16 ? sampleAt<int16_t>(mBytes, i)
-                                    : static_cast<int16_t>(sampleAt<int32_t>(mBytes, i) >> 16);
+    for (size_t i = 0; i < framesRead * channelCount(); ++i) {
+        out[i] = fits16Bits() ? sampleAt<int16_t>(mBytes, i)
+                              : static_cast<int16_t>(std::clamp(
+                                    q27At(mBytes, i, mContent.format.sample) >> 12, -32768, 32767));
     }
     return framesRead;
 }
 
 size_t PipeReader::readQ27(int32_t* out, size_t frameCount) {
     const size_t framesRead = readFrames(frameCount);
-    const size_t sampleCount = framesRead * mFormat.channelCount;
-    for (size_t i = 0; i < sampleCount; ++i) {
-        out[i] = mFormat.bits == 16 ? sampleAt<int16_t>(mBytes, i) * 4096
-                                    : sampleAt<int32_t>(mBytes, i) >> 4;
+    for (size_t i = 0; i < framesRead * channelCount(); ++i) {
+        out[i] = q27At(mBytes, i, mContent.format.sample);
     }
     return framesRead;
 }
 
 size_t PipeReader::readFrames(size_t frameCount) {
-    const size_t frameBytes = mFormat.frameBytes();
-    mBytes.resize(frameCount * frameBytes);
-    size_t byteCount = 0;
-    while (!mIsOver && byteCount < mBytes.size() && waitForBytes()) {
-        const ssize_t got = ::read(kFd, mBytes.data() + byteCount, mBytes.size() - byteCount);
-        if (got < 0 && errno != EINTR && errno != EAGAIN) {
-            throw ToolError(std::string("-: standard input can't be read: ") + strerror(errno) +
-                            "; pipe raw PCM into it");
+    if (!mHasBegun) {
+        mHasBegun = true;
+        passOver();
+    }
+    return receiveFrames(frameCount);
+}
+
+void PipeReader::passOver() {
+    mBytes.resize(static_cast<size_t>(mContent.headerBytes));
+    mInput->read(mBytes.data(), mBytes.size());
+    const int64_t fromFrame = std::llround(mContent.fromSec * rateHz());
+    int64_t passed = 0;
+    while (passed < fromFrame) {
+        const size_t got =
+            receiveFrames(static_cast<size_t>(std::min(fromFrame - passed, kPassedAtOnce)));
+        if (got == 0) {
+            break;
         }
-        mIsOver = got == 0;
-        byteCount += got > 0 ? static_cast<size_t>(got) : 0;
+        passed += static_cast<int64_t>(got);
     }
-    if (mFramesRead == 0) {
-        checkBegin(byteCount);
+    if (passed < fromFrame && Interrupt::signalNumber() == 0) {
+        throw ToolError("-: from: the pipe ended after " +
+                        std::to_string(static_cast<double>(passed) / rateHz()) +
+                        " s; begin before that");
     }
+}
+
+size_t PipeReader::receiveFrames(size_t frameCount) {
+    const size_t frameBytes = mContent.format.frameBytes();
+    const auto wanted = std::min(static_cast<int64_t>(frameCount * frameBytes), mBytesLeft);
+    mBytes.resize(static_cast<size_t>(wanted));
+    const size_t byteCount = mInput->read(mBytes.data(), mBytes.size());
     mFramesRead += static_cast<int64_t>(byteCount / frameBytes);
-    if (mIsOver) {
+    mBytesLeft -= static_cast<int64_t>(byteCount);
+    if (byteCount < mBytes.size()) {
         checkEnd(byteCount % frameBytes);
     }
     return byteCount / frameBytes;
 }
 
-bool PipeReader::waitForBytes() const {
-    while (!mIsCancelled.load(std::memory_order_relaxed) && Interrupt::signalNumber() == 0) {
-        pollfd waited{.fd = kFd, .events = POLLIN, .revents = 0};
-        if (poll(&waited, 1, kPollMs) > 0) {
-            return true;
-        }
-    }
-    return false;
-}
-
-/** The header of a file would be heard as a click, and its rate and channels be guessed at. */
-void PipeReader::checkBegin(size_t byteCount) const {
-    for (const char* name : {"RIFF", "RF64", "FORM", "fLaC", "OggS", "caff"}) {
-        if (byteCount >= 4 && memcmp(mBytes.data(), name, 4) == 0) {
-            throw ToolError(std::string("-: begins with '") + name +
-                            "' as an audio file does; name the file, or pipe its decoded samples");
-        }
-    }
-}
-
+/** The pipe is over, or nobody wants more of it. */
 void PipeReader::checkEnd(size_t leftoverBytes) const {
     // Whoever presses Ctrl-C ends the program in front of the pipe as well.
-    if (Interrupt::signalNumber() != 0) {
+    if (Interrupt::signalNumber() != 0 || mInput->isCancelled()) {
         return;
     }
     if (mFramesRead == 0 && leftoverBytes == 0) {
         throw ToolError("-: the pipe brought no audio; see whether the program before it runs");
     }
-    if (leftoverBytes > 0 && !mAllowTruncated) {
+    if (mAllowTruncated) {
+        return;
+    }
+    if (mContent.audioBytes >= 0) {
+        throw ToolError(
+            "-: is truncated: its header promises more audio than the pipe brought; see what the "
+            "program before it says, or take what is there with --allow-truncated");
+    }
+    if (leftoverBytes > 0) {
         throw ToolError("-: the pipe ends inside a frame (" + std::to_string(leftoverBytes) +
-                        " of " + std::to_string(mFormat.frameBytes()) +
+                        " of " + std::to_string(mContent.format.frameBytes()) +
                         " bytes); check channels and format, or take it with --allow-truncated");
     }
 }

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "tools/process/StandardInput.h"
 #include "tools/process/ToolError.h"
 
 namespace android {
@@ -26,10 +27,30 @@ bool isText(const std::string& bytes) {
     });
 }
 
+constexpr const char* kPipeExample = "streamproxy hwsync pack AUDIO -o - | streamproxy ...";
+
+int openToRead(const std::string& path) {
+    if (path != "-") {
+        return open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    }
+    const StandardInput checked(kPipeExample);
+    struct stat status {};
+    if (fstat(STDIN_FILENO, &status) == 0 && S_ISREG(status.st_mode)) {
+        return open("/proc/self/fd/0", O_RDONLY | O_CLOEXEC);  // from the start each time
+    }
+    return fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
+}
+
 }  // namespace
 
-BurstFile::BurstFile(const std::string& path)
-    : mPath(path), mFd(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+void BurstFile::keepStandardInput() {
+    const StandardInput::Stream kept = StandardInput(kPipeExample).keep();
+    if (dup2(fileno(kept.get()), STDIN_FILENO) < 0) {
+        throw ToolError(std::string("-: can't be kept: ") + strerror(errno));
+    }
+}
+
+BurstFile::BurstFile(const std::string& path) : mPath(path), mFd(openToRead(path)) {
     struct stat status {};
     if (mFd < 0 || fstat(mFd, &status) != 0) {
         throw ToolError(path + ": " + strerror(errno) + "; check the name");

@@ -8,7 +8,10 @@
 
 namespace android {
 
-/** A file with a burst stream, read from its start to its end. Threads: one at a time. */
+/**
+ * A file with a burst stream, or standard input for "-", read from its start to its end.
+ * Threads: one at a time.
+ */
 class BurstFile {
 public:
     /** Throws ToolError naming a file that is missing, a directory, empty, or can't be read. */
@@ -16,6 +19,12 @@ public:
     ~BurstFile();
     BurstFile(const BurstFile&) = delete;
     BurstFile& operator=(const BurstFile&) = delete;
+
+    /**
+     * Puts a file in the place of standard input with all that it brings, so that "-" can be
+     * opened more than once. Throws ToolError.
+     */
+    static void keepStandardInput();
 
     const std::string& path() const { return mPath; }
     /** The next bytes; fewer than asked at the end only. Throws ToolError. */

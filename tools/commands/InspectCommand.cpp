@@ -31,7 +31,9 @@ constexpr const char* kFooter =
 
 InspectCommand::InspectCommand(CLI::App& parent)
     : mCommand(parent.add_subcommand("inspect", "List what a burst stream holds")) {
-    mCommand->add_option("FILE", mPath, "The burst stream")->type_name("")->required();
+    mCommand->add_option("FILE", mPath, "The burst stream, or - for standard input")
+        ->type_name("")
+        ->required();
     mFormat.addOptions(*mCommand);
     mCommand
         ->add_option("--tolerance", mTolerance,

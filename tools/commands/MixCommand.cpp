@@ -9,8 +9,7 @@
 #include <functional>
 #include <optional>
 
-#include "tools/audio/AudioReader.h"
-#include "tools/audio/PipeReader.h"
+#include "tools/audio/OpenInput.h"
 #include "tools/host/LogSink.h"
 #include "tools/host/Properties.h"
 #include "tools/mix/MixLevels.h"
@@ -31,25 +30,27 @@ constexpr std::chrono::milliseconds kDryLimit{200};  // then the inputs may want
 constexpr std::chrono::seconds kStallLimit{5};
 
 constexpr const char* kInputHelp =
-    "Audio files, or - for raw PCM from standard input, each with settings behind an '@' if "
-    "wanted: FILE@gain=-6dB,balance=-0.3,start=2.5,length=20,loop=3,volume=4s:0.2,volume=8s:1";
+    "Audio files, or - for standard input, each with settings behind an '@' if wanted: "
+    " FILE@gain=-6dB,balance=-0.3,start=2.5,length=20,loop=3,volume=4s:0.2,volume=8s:1";
 
 constexpr const char* kPipeHelp =
-    "Raw PCM from standard input with settings, written as one word: "
+    "Standard input with settings, written as one word: "
     "-@rate=44100,channels=1,format=s32,gain=-6dB";
 
 constexpr const char* kSettingsHelp =
     "Settings of an input:\n"
-    "  gain=G      linear 0 to 1, or dB up to 0dB\n"
+    "  gain=G      linear 0 to 15.8, or dB up to +24dB\n"
     "  balance=B   -1 (left only) to 1 (right only)\n"
-    "  start=T     silence in front of it; seconds, or ms with 'ms'\n"
+    "  start=T     silence in front of it: 2.5, 2.5s, 250ms or 1:30\n"
+    "  from=T      begin inside the file\n"
     "  length=T    end after this much\n"
     "  loop=N      play it N times\n"
     "  volume=T:G  from time T of the mix on, play at gain G (a short ramp leads there)\n"
-    "Of a pipe (-) also:\n"
+    "  downmix=M   itu: 3 to 8 channels become stereo; off (default): the first two are heard\n"
+    "Standard input (-) is WAV, FLAC or Ogg, or raw samples, which have these too:\n"
     "  rate=HZ     default 48000\n"
     "  channels=N  default 2\n"
-    "  format=F    s16 (default) or s32, little-endian\n"
+    "  format=F    s16 (default), s24, s32 or f32, little-endian\n"
     "\n"
     "Examples:\n";
 
@@ -61,8 +62,7 @@ constexpr const char* kMixExamples =
 
 constexpr const char* kPlayExamples =
     "  streamproxy play music.ogg@gain=-6dB voice.wav@start=3\n"
-    "  sox song.flac -t raw -e signed -b 16 -r 48000 -c 2 - | streamproxy play - "
-    "voice.wav@start=3\n";
+    "  sox song.flac -t wav - reverb | streamproxy play - voice.wav@start=3\n";
 
 constexpr const char* kExitCodes =
     "\n"
@@ -103,7 +103,9 @@ void MixCommand::addInputOptions() {
 }
 
 void MixCommand::addOutputOptions(Kind kind) {
-    mCommand->add_option("-o,--output", mOutputPath, "The mix: .wav, .flac, .aiff or .caf")
+    mCommand
+        ->add_option("-o,--output", mOutputPath,
+                     "The mix: .wav, .flac, .aiff or .caf; - is WAV on standard output")
         ->type_name("FILE");
     mCommand
         ->add_option("--report", mReportPath,
@@ -195,8 +197,7 @@ void MixCommand::openInputs() {
         mSpecs.push_back(InputSpec::parse("-@" + settings));
     }
     if (mSpecs.empty()) {
-        throw ToolError("no INPUT; name an audio file, or - for raw PCM from standard input",
-                        EXIT_USAGE);
+        throw ToolError("no INPUT; name an audio file, or - for standard input", EXIT_USAGE);
     }
     if (std::count_if(mSpecs.begin(), mSpecs.end(), std::mem_fn(&InputSpec::isPipe)) > 1) {
         throw ToolError("-: given twice, but there is one standard input; name the other a file",
@@ -204,18 +205,12 @@ void MixCommand::openInputs() {
     }
     for (InputSpec& spec : mSpecs) {
         spec.trim = static_cast<float>(std::pow(10.0, -mHeadroomDb / 20.0));
-        mReaders.push_back(openInput(spec));
+        const int64_t loopCount = spec.loopCount > 0 ? spec.loopCount : mLoopCount;
+        if (spec.isPipe() && loopCount > 1) {
+            throw ToolError("-: a pipe can't be played again; give it loop=1", EXIT_USAGE);
+        }
+        mReaders.push_back(openInput(spec, mAllowTruncated, PipeUse::STREAMED));
     }
-}
-
-std::unique_ptr<AudioInput> MixCommand::openInput(const InputSpec& spec) const {
-    if (!spec.isPipe()) {
-        return std::make_unique<AudioReader>(spec.path, mAllowTruncated);
-    }
-    if ((spec.loopCount > 0 ? spec.loopCount : mLoopCount) > 1) {
-        throw ToolError("-: a pipe can't be played again; give it loop=1", EXIT_USAGE);
-    }
-    return std::make_unique<PipeReader>(spec.pipeFormat, mAllowTruncated);
 }
 
 void MixCommand::chooseRate() {
@@ -236,6 +231,7 @@ void MixCommand::checkOutputs() const {
     OutputPaths paths;
     paths.addOutput(mOutputPath);
     paths.addOutput(mReportPath);
+    paths.addOutput(mIsJson || mIsDumping ? "-" : "");
     paths.addInput(mPropertiesPath);
     for (const InputSpec& spec : mSpecs) {
         paths.addInput(spec.isPipe() ? std::string() : spec.path);
@@ -245,10 +241,14 @@ void MixCommand::checkOutputs() const {
 
 void MixCommand::makeInputs() {
     std::vector<Handover> handovers;
-    for (const auto& reader : mReaders) {
+    for (size_t index = 0; index < mReaders.size(); ++index) {
+        const auto& reader = mReaders[index];
+        // In a mix of 16 bits, what a gain lifts above full scale is held, and counted, here.
+        const bool fits16Bits =
+            reader->fits16Bits() || (target().bits == 16 && mSpecs[index].boost > 1.0f);
         handovers.emplace_back(Handover::Source{.rateHz = reader->rateHz(),
                                                 .channelCount = reader->channelCount(),
-                                                .fits16Bits = reader->fits16Bits()},
+                                                .fits16Bits = fits16Bits},
                                mRateHz,
                                Handover::Wishes{.isNative = mIsNative,
                                                 .bufferFrames = bufferFramesProperty(),

@@ -31,7 +31,6 @@ private:
     void addInputOptions();
     void addOutputOptions(Kind kind);
     void addRunOptions();
-    std::unique_ptr<AudioInput> openInput(const InputSpec& spec) const;
     void openInputs();
     void chooseRate();
     void checkOutputs() const;

@@ -6,10 +6,12 @@
 
 #include "tools/audio/FrameSource.h"
 #include "tools/audio/Handover.h"
+#include "tools/audio/OpenInput.h"
 #include "tools/process/Interrupt.h"
 #include "tools/process/InterruptExit.h"
 #include "tools/process/OutputPaths.h"
 #include "tools/text/TimeText.h"
+#include "tools/text/Utf8.h"
 
 namespace android {
 
@@ -20,7 +22,9 @@ constexpr int64_t kMaxBurstFrameCount = 1 << 22;
 
 constexpr const char* kFooter =
     "The payload is 16-bit stereo at the file's own rate, mono in both channels. Times are 250ms,\n"
-    "2.5s, or seconds. The same options and the same --seed make the same file.\n"
+    "2.5s, 1:30, or seconds. The same options and the same --seed make the same file. A pipe (-) "
+    "of\n"
+    "WAV, FLAC or Ogg is read to its end first.\n"
     "\n"
     "Faults, each KIND or KIND=COUNT, strewn by the seed, two sound bursts apart at least:\n"
     "  garbage      up to 4096 bytes in front of a header\n"
@@ -70,8 +74,10 @@ int64_t framesOf(int64_t timeNs, int64_t rateHz) {
 
 PackCommand::PackCommand(CLI::App& parent)
     : mCommand(parent.add_subcommand("pack", "Make a burst stream from an audio file")) {
-    mCommand->add_option("AUDIO", mAudioPath, "The audio file")->type_name("")->required();
-    mCommand->add_option("-o,--output", mOutputPath, "The burst stream")
+    mCommand->add_option("AUDIO", mAudioPath, "The audio file, or - for standard input")
+        ->type_name("")
+        ->required();
+    mCommand->add_option("-o,--output", mOutputPath, "The burst stream; - is standard output")
         ->type_name("FILE")
         ->required();
     CLI::Option* burst = mCommand->add_option("--burst", mBurst, "Length of a burst's payload")
@@ -86,6 +92,8 @@ PackCommand::PackCommand(CLI::App& parent)
     mCommand->add_option("--jitter", mJitter, "Put timestamps off by up to this, either way")
         ->type_name("TIME")
         ->capture_default_str();
+    mCommand->add_flag("--downmix", mIsDownmixed,
+                       "3 to 8 channels as stereo, as with 'mix'; else the first two");
     mCommand->add_option("--length", mLength, "End after this much audio")->type_name("TIME");
     mCommand->add_option("--gap", mGaps, "Audio that is missing while timestamps go on; repeatable")
         ->type_name("AT:LENGTH")
@@ -110,25 +118,32 @@ ExitCode PackCommand::run() const {
     paths.addInput(mAudioPath);
     paths.addOutput(mOutputPath);
     paths.check();
-    AudioReader reader(mAudioPath, mAllowTruncated);
+    const auto reader = openInput(inputSpec(), mAllowTruncated, PipeUse::KEPT);
     SeededRandom random(mSeed);
-    const PackPlan plan(planConfig(reader), random);
+    const PackPlan plan(planConfig(*reader), random);
     BurstWriter writer(mOutputPath, mExtensionByteCount, random);
     Interrupt::install();
     try {
-        pack(reader, plan, writer);
+        pack(*reader, plan, writer);
         writer.finish();
     } catch (const ToolError&) {
         writer.abandon();
         throw;
     }
     if (!mIsQuiet) {
-        report(reader, plan, writer);
+        report(*reader, plan, writer);
     }
     return exitCodeNow();
 }
 
-PackPlan::Config PackCommand::planConfig(const AudioReader& reader) const {
+InputSpec PackCommand::inputSpec() const {
+    InputSpec spec;
+    spec.path = mAudioPath;
+    spec.isDownmixed = mIsDownmixed;
+    return spec;
+}
+
+PackPlan::Config PackCommand::planConfig(const AudioInput& reader) const {
     const uint32_t rateHz = reader.rateHz();
     PackPlan::Config config = {.rateHz = rateHz,
                                .frameCount = reader.frameCount(),
@@ -156,7 +171,7 @@ PackPlan::Config PackCommand::planConfig(const AudioReader& reader) const {
     return config;
 }
 
-void PackCommand::pack(AudioReader& reader, const PackPlan& plan, BurstWriter& writer) const {
+void PackCommand::pack(AudioInput& reader, const PackPlan& plan, BurstWriter& writer) const {
     const Handover handover({.rateHz = reader.rateHz(), .channelCount = 2, .fits16Bits = true},
                             reader.rateHz(),
                             {.isNative = false, .bufferFrames = 0, .writeFrames = 0});
@@ -183,10 +198,17 @@ void PackCommand::pack(AudioReader& reader, const PackPlan& plan, BurstWriter& w
     }
 }
 
-void PackCommand::report(const AudioReader& reader, const PackPlan& plan,
+void PackCommand::report(const AudioInput& reader, const PackPlan& plan,
                          const BurstWriter& writer) const {
-    const char* path = mOutputPath.c_str();
-    fprintf(stderr, "%s: %s\n", mAudioPath.c_str(), reader.describe().c_str());
+    const std::string name = terminalText(mOutputPath);
+    const char* path = name.c_str();
+    fprintf(stderr, "%s: %s\n", terminalText(mAudioPath).c_str(), reader.describe().c_str());
+    if (reader.channelCount() > 2) {
+        fprintf(stderr,
+                "streamproxy: warning: %s has %u channels; only the first two are packed, all with "
+                "--downmix\n",
+                terminalText(mAudioPath).c_str(), reader.channelCount());
+    }
     fprintf(stderr, "%s: %" PRId64 " of %zu bursts, %" PRIu64 " bytes, seed %" PRIu64 "\n", path,
             writer.itemCount(), plan.items().size(), writer.byteCount(), mSeed);
     fprintf(stderr, "  16-bit stereo at %u Hz, timestamps from %.3f s to %.3f s\n", reader.rateHz(),
@@ -195,6 +217,9 @@ void PackCommand::report(const AudioReader& reader, const PackPlan& plan,
     for (const BurstWriter::Written& fault : writer.faults()) {
         fprintf(stderr, "  fault %s at burst %" PRId64 ", offset %" PRIu64 ": %s\n",
                 nameOf(fault.fault), fault.item, fault.offset, fault.detail.c_str());
+    }
+    if (mOutputPath == "-") {
+        return;
     }
     fprintf(stderr,
             "The stream does not say its rate:\n"

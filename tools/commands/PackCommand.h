@@ -5,7 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/audio/AudioReader.h"
+#include "tools/audio/AudioInput.h"
+#include "tools/audio/InputSpec.h"
 #include "tools/burst/BurstWriter.h"
 #include "tools/burst/PackPlan.h"
 #include "tools/process/ToolError.h"
@@ -22,9 +23,10 @@ public:
     ExitCode run() const;
 
 private:
-    PackPlan::Config planConfig(const AudioReader& reader) const;
-    void pack(AudioReader& reader, const PackPlan& plan, BurstWriter& writer) const;
-    void report(const AudioReader& reader, const PackPlan& plan, const BurstWriter& writer) const;
+    InputSpec inputSpec() const;
+    PackPlan::Config planConfig(const AudioInput& reader) const;
+    void pack(AudioInput& reader, const PackPlan& plan, BurstWriter& writer) const;
+    void report(const AudioInput& reader, const PackPlan& plan, const BurstWriter& writer) const;
 
     CLI::App* mCommand;
     std::string mAudioPath;
@@ -39,6 +41,7 @@ private:
     std::vector<std::string> mFaults;
     uint32_t mExtensionByteCount = 0;
     uint64_t mSeed = 1;
+    bool mIsDownmixed = false;
     bool mAllowTruncated = false;
     bool mIsQuiet = false;
 };

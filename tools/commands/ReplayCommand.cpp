@@ -102,7 +102,9 @@ std::optional<LeadRange> parseMaxHeard(const std::string& text) {
 ReplayCommand::ReplayCommand(CLI::App& parent, const std::string& commandLine)
     : mCommand(parent.add_subcommand("replay", "Play a burst stream against the software clock")),
       mCommandLine(commandLine) {
-    mCommand->add_option("FILE", mPath, "The burst stream")->type_name("")->required();
+    mCommand->add_option("FILE", mPath, "The burst stream, or - for standard input")
+        ->type_name("")
+        ->required();
     mFormat.addOptions(*mCommand);
     addClockOptions();
     addOutputOptions();
@@ -231,6 +233,7 @@ void ReplayCommand::checkOutputs() const {
         AudioWriter::check(mOutputPath, mFormat.rateHz, mFormat.bits);
     }
     OutputPaths paths;
+    paths.addOutput("-");  // the report
     for (const std::string& path : {mPath, mScriptPath, mPropertiesPath}) {
         paths.addInput(path);
     }
@@ -260,8 +263,10 @@ void ReplayCommand::checkBursts() const {
         void onBurst(const Burst& /*burst*/) override {}
     } sink;
     // It is read twice.
-    if (std::filesystem::exists(mPath) && !std::filesystem::is_regular_file(mPath) &&
-        !std::filesystem::is_directory(mPath)) {
+    if (mPath == "-") {
+        BurstFile::keepStandardInput();
+    } else if (std::filesystem::exists(mPath) && !std::filesystem::is_regular_file(mPath) &&
+               !std::filesystem::is_directory(mPath)) {
         throw ToolError(mPath + ": is no regular file; keep the stream in one and replay that");
     }
     BurstFile file(mPath);

@@ -9,6 +9,7 @@
 #include "tools/host/LogSink.h"
 #include "tools/process/CommandLine.h"
 #include "tools/process/ToolError.h"
+#include "tools/text/Utf8.h"
 
 namespace {
 
@@ -46,7 +47,7 @@ std::string usageMessage(const CLI::App* program, const CLI::Error& error) {
     const std::vector<std::string> unknown = program->remaining(true);
     const std::string fault =
         unknown.empty() ? error.what() : "'" + unknown.front() + "' is not known here";
-    return "streamproxy: " + fault + "; see '" + command + " --help'\n";
+    return "streamproxy: " + android::terminalText(fault) + "; see '" + command + " --help'\n";
 }
 
 /** However the command ends, the counts of its log come before the error. */
@@ -79,10 +80,10 @@ int main(int argc, char** argv) {
     try {
         return run(argc, argv);
     } catch (const android::ToolError& error) {
-        fprintf(stderr, "streamproxy: %s\n", error.what());
+        fprintf(stderr, "streamproxy: %s\n", android::terminalText(error.what()).c_str());
         return error.exitCode();
     } catch (const std::exception& error) {
-        fprintf(stderr, "streamproxy: %s\n", error.what());
+        fprintf(stderr, "streamproxy: %s\n", android::terminalText(error.what()).c_str());
         return android::EXIT_RUNTIME;
     }
 }

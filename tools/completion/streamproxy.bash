@@ -16,7 +16,7 @@ _streamproxy_words() {
         ;;
     hwsync) echo 'pack inspect replay' ;;
     'hwsync pack')
-        echo '-o --output --burst --burst-frames --first-pts --jitter --length --gap --free-run
+        echo '-o --output --burst --burst-frames --first-pts --jitter --length --downmix --gap --free-run
             --extension --fault --seed --allow-truncated --quiet'
         ;;
     'hwsync inspect') echo '--rate --channels --format --tolerance --summary --json --csv' ;;

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -19,10 +20,21 @@ constexpr sf_count_t kCachedByteCount = 1 << 20;
 }  // namespace
 
 OutputFile::OutputFile(const std::string& path, const char* option)
-    : mPath(path), mFd(open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) {
+    : mPath(path),
+      mFd(isStream(path) ? fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0)
+                         : open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) {
     if (mFd < 0) {
         throw ToolError(path + ": can't be written: " + strerror(errno) +
                         "; choose another place with " + option);
+    }
+    if (isStream(path)) {
+        if (isatty(mFd) != 0) {
+            ::close(mFd);  // the destructor does not run
+            throw ToolError(std::string("-: standard output is a terminal; name a file with ") +
+                                option + ", or pipe it into another program",
+                            EXIT_USAGE);
+        }
+        return;
     }
     struct stat status {};
     mIsRegular = fstat(mFd, &status) == 0 && S_ISREG(status.st_mode);
@@ -65,12 +77,28 @@ void OutputFile::remove() {
     }
 }
 
+void OutputFile::replace(int64_t offset, const void* data, size_t byteCount) {
+    if (pwrite(mFd, data, byteCount, offset) != static_cast<ssize_t>(byteCount)) {
+        note(errno != 0 ? errno : EIO);
+    }
+}
+
+size_t OutputFile::readBack(int64_t offset, void* data, size_t byteCount) const {
+    return static_cast<size_t>(std::max<ssize_t>(pread(mFd, data, byteCount, offset), 0));
+}
+
 sf_count_t OutputFile::length() {
+    if (isStream(mPath)) {
+        return mStreamedByteCount;
+    }
     struct stat status {};
     return fstat(mFd, &status) == 0 ? status.st_size : 0;
 }
 
 sf_count_t OutputFile::seek(sf_count_t offset, int whence) {
+    if (isStream(mPath)) {
+        return mStreamedByteCount;
+    }
     const off_t position = lseek(mFd, offset, whence);
     if (position < 0) {
         note(errno);
@@ -96,6 +124,7 @@ sf_count_t OutputFile::write(const void* data, sf_count_t byteCount) {
         }
         done += written;
     }
+    mStreamedByteCount += done;
     mCachedByteCount += done;
     if (mIsRegular && mCachedByteCount >= kCachedByteCount) {
         sync_file_range(mFd, 0, 0, SYNC_FILE_RANGE_WRITE);

@@ -14,11 +14,25 @@ namespace android {
  */
 class OutputFile {
 public:
-    /** Creates or empties `path`; throws ToolError naming it and the option that chose it. */
+    /**
+     * Creates or empties `path`, or takes standard output for "-", which must be no terminal. Throws
+     * ToolError naming it and the option that chose it.
+     */
     explicit OutputFile(const std::string& path, const char* option = "-o");
     ~OutputFile();  // closes
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
+
+    /** Standard output, in which nobody goes back. */
+    static bool isStream(const std::string& path) { return path == "-"; }
+    /** Writes as the encoder does; the first error is remembered. */
+    void append(const void* data, size_t byteCount) {
+        write(data, static_cast<sf_count_t>(byteCount));
+    }
+    /** Replaces bytes that were written before, in a file. */
+    void replace(int64_t offset, const void* data, size_t byteCount);
+    /** Bytes that were written before, in a file; how many there are. */
+    size_t readBack(int64_t offset, void* data, size_t byteCount) const;
 
     /** What the encoder does its I/O with; this object is its user data. */
     static SF_VIRTUAL_IO* io();
@@ -41,6 +55,7 @@ private:
     int mFd;
     int mError = 0;
     bool mIsRegular = false;
+    int64_t mStreamedByteCount = 0;
     sf_count_t mCachedByteCount = 0;  // written since the disk was last set to work
 };
 

@@ -8,10 +8,12 @@ namespace android {
 
 namespace {
 
+constexpr const char* kStream = "-";  // standard input or output
+
 /** Whether writing the one changes the other. Devices take anything. */
 bool areSame(const std::string& output, const std::string& other) {
     namespace fs = std::filesystem;
-    if (output.empty() || other.empty()) {
+    if (output.empty() || other.empty() || kStream == other) {
         return false;
     }
     std::error_code error;
@@ -34,6 +36,12 @@ void OutputPaths::check() const {
             }
         }
         for (size_t other = 0; other < index; ++other) {
+            if (output == kStream && mOutputs[other] == kStream) {
+                throw ToolError(
+                    "-: standard output takes one result alone; give the others files, and leave "
+                    "out what prints there",
+                    EXIT_USAGE);
+            }
             if (areSame(output, mOutputs[other])) {
                 throw ToolError(output + ": is named twice; give each result a name of its own",
                                 EXIT_USAGE);

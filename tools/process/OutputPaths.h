@@ -7,7 +7,8 @@ namespace android {
 
 /**
  * The files of one command: those that it writes must be neither each other nor any that it reads,
- * however their paths are spelt. Empty paths stand for files that were not named.
+ * however their paths are spelt. Empty paths stand for files that were not named, "-" for standard
+ * input and output, where one result has place.
  */
 class OutputPaths {
 public:

@@ -5,8 +5,10 @@
 #include <cmath>
 #include <cstdio>
 
+#include "tools/audio/OpenInput.h"
 #include "tools/host/Properties.h"
 #include "tools/process/ToolError.h"
+#include "tools/text/Utf8.h"
 
 namespace android {
 
@@ -22,13 +24,13 @@ FrameSource::Extent extentOf(const InputSpec& spec, double rateHz) {
 
 BesidePlayer::BesidePlayer(const InputSpec& spec, uint32_t mixRateHz)
     : mSpec(spec),
-      mReader(spec.path, false),
-      mHandover({.rateHz = mReader.rateHz(),
-                 .channelCount = mReader.channelCount(),
-                 .fits16Bits = mReader.fits16Bits()},
+      mReader(openInput(spec, false, PipeUse::KEPT)),
+      mHandover({.rateHz = mReader->rateHz(),
+                 .channelCount = mReader->channelCount(),
+                 .fits16Bits = mReader->fits16Bits()},
                 mixRateHz,
                 {.isNative = false, .bufferFrames = bufferFramesProperty(), .writeFrames = 0}),
-      mSource(mReader, mHandover, extentOf(spec, mReader.rateHz())),
+      mSource(*mReader, mHandover, extentOf(spec, mReader->rateHz())),
       mChunk(static_cast<size_t>(mHandover.writeFrames) * mHandover.frameBytes()) {}
 
 BesidePlayer::~BesidePlayer() {
@@ -41,7 +43,7 @@ void BesidePlayer::create(const Library& library, ReplayRecorder* recorder) {
     mStream = library.createStream(&mHandover.config);
     setProperty(kBufferFramesProperty, std::to_string(formerFrames));
     if (mStream == nullptr) {
-        throw ToolError(mSpec.path + ": the library makes no stream of " + mReader.describe() +
+        throw ToolError(mSpec.path + ": the library makes no stream of " + mReader->describe() +
                         "; see its log with --log debug");
     }
     mLibrary = &library;
@@ -79,7 +81,7 @@ void BesidePlayer::run() {
         }
     } catch (const std::exception& error) {
         // The replay itself is sound without it.
-        fprintf(stderr, "streamproxy: %s\n", error.what());
+        fprintf(stderr, "streamproxy: %s\n", terminalText(error.what()).c_str());
         mLibrary->pauseStream(mStream);
     }
 }

@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "tools/audio/AudioReader.h"
+#include "tools/audio/AudioInput.h"
 #include "tools/audio/FrameSource.h"
 #include "tools/audio/Handover.h"
 #include "tools/audio/InputSpec.h"
@@ -44,7 +44,7 @@ private:
     void setGain(float gain, double timeSec);
 
     const InputSpec mSpec;
-    AudioReader mReader;
+    const std::unique_ptr<AudioInput> mReader;
     const Handover mHandover;
     FrameSource mSource;
     const Library* mLibrary = nullptr;

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/process/ToolError.h"
+#include "tools/text/Utf8.h"
 
 namespace android {
 
@@ -162,7 +163,8 @@ void InspectReport::printTextSummary() const {
         printf("\n");
     }
     printf("%s: %" PRIu64 " bytes, %" PRIu64 " bursts (%" PRIu64 " free-run)\n",
-           mConfig.path.c_str(), tally.byteCount(), tally.burstCount(), tally.freeRunCount());
+           terminalText(mConfig.path).c_str(), tally.byteCount(), tally.burstCount(),
+           tally.freeRunCount());
     printf("  %" PRIu64 " bytes of payload, %.3f s; timestamps from %.3f to %.3f s\n",
            tally.payloadByteCount(), static_cast<double>(tally.durationNs()) / 1e9,
            static_cast<double>(tally.firstPtsNs()) / 1e9,

@@ -10,6 +10,7 @@
 #include <filesystem>
 
 #include "tools/text/Decibels.h"
+#include "tools/text/Utf8.h"
 
 namespace android {
 
@@ -85,7 +86,7 @@ void MeterDisplay::draw(const std::string& headline) {
 
 std::string MeterDisplay::inputLine(size_t index) const {
     const MixInput& input = *mInputs[index];
-    std::string name = std::filesystem::path(input.spec.path).filename().string();
+    std::string name = terminalText(std::filesystem::path(input.spec.path).filename().string());
     name.resize(kNameColumns, ' ');
     if (mSession.board().input(index).isPaused) {
         return name + " ended";

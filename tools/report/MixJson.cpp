@@ -40,14 +40,14 @@ Json jsonOf(const MixInput& input, const FeedBoard::Input& state, const MixCycle
             const MixLevels& mixLevels, size_t index) {
     Json gainChanges = Json::array();
     for (const GainChange& change : input.spec.gainChanges) {
-        gainChanges.push_back(
-            {{"time_ns", std::llround(change.timeSec * kNsPerSec)}, {"gain", change.gain}});
+        gainChanges.push_back({{"time_ns", std::llround(change.timeSec * kNsPerSec)},
+                               {"gain", change.gain * input.spec.boost}});
     }
     return {{"file", input.spec.path},
             {"description", input.reader->describe()},
             {"rate_hz", input.reader->rateHz()},
             {"channels", input.reader->channelCount()},
-            {"gain", input.spec.gain},
+            {"gain", input.spec.gain * input.spec.boost},
             {"balance", input.spec.balance},
             {"gain_changes", gainChanges},
             {"start_ns", std::llround(input.spec.startSec * kNsPerSec)},

@@ -9,6 +9,7 @@
 #include <limits>
 
 #include "tools/text/Decibels.h"
+#include "tools/text/Utf8.h"
 
 namespace android {
 
@@ -120,8 +121,11 @@ void MixReport::outputLines() const {
     const double audioSec = static_cast<double>(levels.frameCount) / mTarget.rateHz;
     const std::string device = "sound device '" + mTarget.device + "'";
     const std::string name = mTarget.path.empty() ? device : mTarget.path;
-    fprintf(stderr, "%s: %u Hz, %u-bit%s, stereo\n", name.c_str(), mTarget.rateHz, mTarget.bits,
-            mTarget.isFloat ? " float" : "");
+    fprintf(stderr, "%s: %u Hz, %u-bit%s, stereo%s\n", terminalText(name).c_str(), mTarget.rateHz,
+            mTarget.bits, mTarget.isFloat ? " float" : "",
+            AudioWriter::fileBits(mTarget.path, mTarget.bits) < mTarget.bits
+                ? ", 24-bit in the file"
+                : "");
     fprintf(stderr, "  %" PRId64 " frames (%.3f s) in %" PRId64 " blocks, %" PRId64 " short\n",
             levels.frameCount, audioSec, mSession.cycle().blockCount(),
             mSession.cycle().shortBlockCount());
@@ -147,7 +151,8 @@ void MixReport::outputLines() const {
 void MixReport::inputLine(size_t index) const {
     const MixInput& input = *mInputs[index];
     const FeedBoard::Input state = mSession.board().input(index);
-    fprintf(stderr, "%s: %s\n", input.spec.path.c_str(), input.reader->describe().c_str());
+    fprintf(stderr, "%s: %s\n", terminalText(input.spec.path).c_str(),
+            input.reader->describe().c_str());
     const MixCycle& cycle = mSession.cycle();
     fprintf(stderr,
             "  %" PRId64 " frames written, %" PRId64 " heard%s, %" PRId64 " short writes, peak %s",
@@ -170,8 +175,18 @@ void MixReport::warnings() const {
     for (const MixInput* input : mInputs) {
         if (input->reader->channelCount() > 2) {
             fprintf(stderr,
-                    "streamproxy: warning: %s has %u channels; only the first two are heard\n",
-                    input->spec.path.c_str(), input->reader->channelCount());
+                    "streamproxy: warning: %s has %u channels; only the first two are heard, "
+                    "all with downmix=itu\n",
+                    terminalText(input->spec.path).c_str(), input->reader->channelCount());
+        }
+    }
+    for (const MixInput* input : mInputs) {
+        if (input->spec.boost > 1.0f && input->source.clippedCount() > 0) {
+            fprintf(stderr,
+                    "streamproxy: warning: %s has a gain above 0 dB, which pushes %" PRId64
+                    " samples beyond 16 bits: lower it, or use --format 32 and --rate %u\n",
+                    terminalText(input->spec.path).c_str(), input->source.clippedCount(),
+                    input->reader->rateHz());
         }
     }
     if (mLevels.overload().sampleCount() > 0) {
@@ -195,7 +210,7 @@ void MixReport::warnOfShortBlocks() const {
     std::string losers;
     int64_t maxLostFrames = 0;
     for (size_t index = 0; index < mInputs.size(); ++index) {
-        const std::string& name = mInputs[index]->spec.path;
+        const std::string name = terminalText(mInputs[index]->spec.path);
         if (cycle.shortenedCount(index) > 0) {
             makers += (makers.empty() ? "" : ", ") + name + " made " +
                       std::to_string(cycle.shortenedCount(index)) + " short";
@@ -221,7 +236,7 @@ void MixReport::warnOfShortWrites() const {
     for (size_t index = 0; index < mInputs.size(); ++index) {
         shortWriteCount += mSession.board().input(index).shortWriteCount;
         if (mSession.cycle().lateness(index).longest >= std::chrono::seconds(1)) {
-            late += (late.empty() ? "" : ", ") + mInputs[index]->spec.path;
+            late += (late.empty() ? "" : ", ") + terminalText(mInputs[index]->spec.path);
         }
     }
     if (shortWriteCount > 0 && !late.empty()) {

@@ -8,6 +8,7 @@
 
 #include "tools/course/DecisionRun.h"
 #include "tools/process/ToolError.h"
+#include "tools/text/Utf8.h"
 
 namespace android {
 
@@ -217,7 +218,7 @@ std::string ReplayReport::busyText(const Figures& figures) {
 }
 
 void ReplayReport::printSummary() const {
-    printf("\n%s: %" PRIu64 " bytes, %zu bursts in %.3f s\n", mFigures.path.c_str(),
+    printf("\n%s: %" PRIu64 " bytes, %zu bursts in %.3f s\n", terminalText(mFigures.path).c_str(),
            mFigures.byteCount, mTrack.decisions().size(), sec(mFigures.elapsedNs));
     printf("  decisions: %zu none, %zu re-anchor, %zu silence, %zu drop; %zu bursts in free run\n",
            mTrack.count(Kind::NONE), mTrack.count(Kind::ANCHOR), mTrack.count(Kind::SILENCE),
