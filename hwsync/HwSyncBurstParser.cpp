@@ -22,8 +22,7 @@ int HwSyncBurstParser::registerObserver(const sp<HwSyncBurstObserver>& observer)
     if (observer == nullptr) {
         return -EINVAL;
     }
-    const Mutex::Autolock turn(mTurnstile);
-    const Mutex::Autolock lock(mLock);
+    const ParserLock::Autolock lock(mLock);
     if (std::find(mObservers.begin(), mObservers.end(), observer) == mObservers.end()) {
         mObservers.add(observer);
     }
@@ -36,8 +35,7 @@ int HwSyncBurstParser::unregisterObserver(const sp<HwSyncBurstObserver>& observe
     if (observer == nullptr) {
         return -EINVAL;
     }
-    const Mutex::Autolock turn(mTurnstile);
-    const Mutex::Autolock lock(mLock);
+    const ParserLock::Autolock lock(mLock);
     const auto found = std::find(mObservers.begin(), mObservers.end(), observer);
     if (found == mObservers.end()) {
         return -EINVAL;
@@ -54,7 +52,7 @@ int HwSyncBurstParser::parse(const void* data, unsigned long byteCount) {
     while (remaining > 0) {
         if (mResetRequested.load(std::memory_order_relaxed)) {
             mResetRequested.store(false, std::memory_order_relaxed);
-            endBurst_l();
+            endBurst();
         }
         const int consumed = parse_l(position, static_cast<unsigned long>(remaining));
         if (consumed < 0) {
@@ -83,7 +81,7 @@ int HwSyncBurstParser::parse_l(void* data, unsigned long byteCount) {
     }
     switch (mState) {
         case STATE_FIND_HEADER:
-            return findHeader_l(data, byteCount);
+            return findHeader(data, byteCount);
         case STATE_READ_HEADER:
             if (!mHeader->isHeaderEnded()) {
                 return parseHeader_l(data, byteCount);
@@ -94,7 +92,7 @@ int HwSyncBurstParser::parse_l(void* data, unsigned long byteCount) {
             if (!isBodyEnd_l()) {
                 return parseBody_l(data, byteCount);
             }
-            endBurst_l();
+            endBurst();
             return 0;
         default:
             __android_log_print(ANDROID_LOG_ERROR, kTag, "%s, Unrecognized state %d", __func__,
@@ -104,7 +102,7 @@ int HwSyncBurstParser::parse_l(void* data, unsigned long byteCount) {
     }
 }
 
-int HwSyncBurstParser::findHeader_l(void* data, unsigned long byteCount) {
+int HwSyncBurstParser::findHeader(void* data, unsigned long byteCount) {
     const auto* bytes = static_cast<const char*>(data);
     char window[HwSyncHeldBytes::kWindowByteCount];
     const size_t windowByteCount = mHeldBytes.peek(bytes, byteCount, window);
@@ -131,14 +129,13 @@ int HwSyncBurstParser::findHeader_l(void* data, unsigned long byteCount) {
 int HwSyncBurstParser::parseHeader_l(void* data, unsigned long byteCount) {
     const int consumed = mHeader->parse(data, byteCount);
     if (mHeader->isHeaderEnded()) {
-        announceHeader_l();
+        announceHeader();
     }
     return consumed;
 }
 
-void HwSyncBurstParser::announceHeader_l() {
-    letControlIn();
-    const Mutex::Autolock lock(mLock);
+void HwSyncBurstParser::announceHeader() {
+    const ParserLock::Autolock lock(mLock);
     mBurstSize = mHeader->mBurstSize;
     for (const sp<HwSyncBurstObserver>& observer : mObservers) {
         observer->onBurstHeaderParsed(mHeader->mMode, mHeader->mBurstSize, mHeader->mTimestamp);
@@ -149,12 +146,11 @@ int HwSyncBurstParser::parseBody_l(void* data, unsigned long byteCount) {
     const auto available = static_cast<uint64_t>(getAvailableBufferLength_l());
     if (available == 0) {
         // The end of the burst is unknown: search for the magic of the next header.
-        endBurst_l();
+        endBurst();
         return 0;
     }
     const uint64_t delivered = std::min<uint64_t>(byteCount, available);
-    letControlIn();
-    const Mutex::Autolock lock(mLock);
+    const ParserLock::Autolock lock(mLock);
     for (const sp<HwSyncBurstObserver>& observer : mObservers) {
         observer->onBurstPayloadParsed(data, delivered);
     }
@@ -178,7 +174,7 @@ int64_t HwSyncBurstParser::getAvailableBufferLength_l() const {
     return available;
 }
 
-void HwSyncBurstParser::endBurst_l() {
+void HwSyncBurstParser::endBurst() {
     mState = STATE_FIND_HEADER;
     mHeader->reset();
     mHeldBytes.clear();
@@ -204,10 +200,6 @@ void HwSyncBurstParser::stopRecordGarbage() {
                             __func__, static_cast<int>(mGarbageSize));
     }
     mGarbageSize = 0;
-}
-
-void HwSyncBurstParser::letControlIn() {
-    const Mutex::Autolock turn(mTurnstile);
 }
 
 }  // namespace android

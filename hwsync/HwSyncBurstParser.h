@@ -8,6 +8,7 @@
 #include "hwsync/HwSyncHeaderV2.h"
 #include "hwsync/HwSyncHeldBytes.h"
 #include "hwsync/hw_sync_parser_t.h"
+#include "sync/TurnstileLock.h"
 #include "utils/Mutex.h"
 #include "utils/RefBase.h"
 #include "utils/Vector.h"
@@ -29,17 +30,16 @@ public:
     ~HwSyncBurstParser() override;
 
     /** Blocks while a callback runs. 0, also if already registered; -EINVAL: null; -ENOMEM. */
-    [[nodiscard]] int registerObserver(const sp<HwSyncBurstObserver>& observer)
-        EXCLUDES(mTurnstile, mLock);
+    [[nodiscard]] int registerObserver(const sp<HwSyncBurstObserver>& observer) EXCLUDES(mLock);
     /** Blocks while a callback runs; none comes afterwards. -EINVAL: null, or not registered. */
-    int unregisterObserver(const sp<HwSyncBurstObserver>& observer) EXCLUDES(mTurnstile, mLock);
+    int unregisterObserver(const sp<HwSyncBurstObserver>& observer) EXCLUDES(mLock);
 
     /**
      * Parses one write and blocks as long as the observer does. Returns the bytes consumed: all, up
      * to 2^31 - 1. Of a larger count, the low 32 bits count, as a signed number, if positive.
      * -EINVAL: null data; -1: the header has no store.
      */
-    int parse(const void* data, unsigned long byteCount) EXCLUDES(mTurnstile, mLock);
+    int parse(const void* data, unsigned long byteCount) EXCLUDES(mLock);
 
     /**
      * Forgets the current burst and searches for the next header. Never blocks. Takes effect before
@@ -51,31 +51,28 @@ public:
     bool isResetRequested() const { return mResetRequested.load(std::memory_order_relaxed); }
 
 private:
+    using ParserLock = TurnstileLock<Mutex>;
     enum State : uint32_t { STATE_FIND_HEADER, STATE_READ_HEADER, STATE_READ_BODY };
 
     // One step each, on the writer's thread. They return the bytes consumed, 0 for a mere change of
     // state, or a negative status.
     [[nodiscard]] int parse_l(void* data, unsigned long byteCount);
-    [[nodiscard]] int findHeader_l(void* data, unsigned long byteCount);
+    [[nodiscard]] int findHeader(void* data, unsigned long byteCount);
     [[nodiscard]] int parseHeader_l(void* data, unsigned long byteCount);
     [[nodiscard]] int parseBody_l(void* data, unsigned long byteCount);
 
-    void announceHeader_l();
+    void announceHeader();
     bool isBodyEnd_l() const { return mPayloadLength >= mBurstSize; }
     int64_t getAvailableBufferLength_l() const;  // payload bytes still due; 0 if unknown
-    void endBurst_l();
+    void endBurst();
     void resetBody_l();
     void startRecordGarbage(unsigned long byteCount);
     void stopRecordGarbage();
 
-    /** Gives way to a control thread that waits for mLock. A busy stream's callbacks follow each
-     *  other so closely that it could miss its turn many times. */
-    void letControlIn() EXCLUDES(mTurnstile);
-
     uint32_t mState = STATE_FIND_HEADER;
-    // Taken before mLock; held by a control thread until it is done.
-    Mutex mTurnstile{"parser turn"};
-    Mutex mLock{"parser"};  // held during callbacks; then whatever the observers take
+    // Held during callbacks; then whatever the observers take. A busy stream's callbacks follow each
+    // other so closely that a control thread could miss its turn many times.
+    ParserLock mLock{"parser turn", "parser"};
     Vector<sp<HwSyncBurstObserver>> mObservers GUARDED_BY(mLock);
     const sp<HwSyncHeaderBase> mHeader;
     HwSyncHeldBytes mHeldBytes;   // empty except in STATE_FIND_HEADER

@@ -96,7 +96,8 @@ protected:
     // In the order added. The worker's copy, or the one offered to it, keeps them alive.
     Vector<AudioStream*> mListedStreams GUARDED_BY(mListLock);
     Vector<AudioOutput*> mListedOutputs GUARDED_BY(mListLock);
-    ThreadLock mLock;  // held for a whole cycle, released while the worker sleeps
+    // Held for a whole cycle, released while the worker sleeps.
+    ThreadLock mLock{"worker turn", "worker"};
     Mutex mCommandLock{"command queue"};  // the worker tries it and never waits for it
     Vector<sp<Command>> mCommands GUARDED_BY(mCommandLock);  // oldest first
     // Written under mCommandLock; wake() publishes it.

@@ -153,6 +153,7 @@ int AudioStream::flush() {
 }
 
 void AudioStream::discard_l() {
+    mLock.assertHeld();
     mInputBuffer->flush();
     for (const sp<AudioProcesser>& stage : mProcessers) {
         stage->discardInput();

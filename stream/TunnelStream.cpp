@@ -27,14 +27,14 @@ uint64_t saturatingMultiply(uint64_t a, uint64_t b) {
 
 }  // namespace
 
-class TunnelStream::CallbackScope {
+class TunnelStream::ParserCallback {
 public:
-    explicit CallbackScope(bool& isInCallback) : mIsInCallback(isInCallback) {
+    explicit ParserCallback(bool& isInCallback) : mIsInCallback(isInCallback) {
         mIsInCallback = true;
     }
-    ~CallbackScope() { mIsInCallback = false; }
-    CallbackScope(const CallbackScope&) = delete;
-    CallbackScope& operator=(const CallbackScope&) = delete;
+    ~ParserCallback() { mIsInCallback = false; }
+    ParserCallback(const ParserCallback&) = delete;
+    ParserCallback& operator=(const ParserCallback&) = delete;
 
 private:
     bool& mIsInCallback;
@@ -94,6 +94,7 @@ int TunnelStream::setLatency(unsigned long latencyMs, long offsetMs, bool onlyIf
 }
 
 int TunnelStream::setLatency_l(unsigned long latencyMs, long offsetMs, bool onlyIfChanged) {
+    mLatency.assertHeld();
     // Unsigned sums wrap around: a negative offset subtracts.
     const uint64_t sumMs = latencyMs + static_cast<uint64_t>(offsetMs);
     if (offsetMs < 0 && uint64_t{0} - static_cast<uint64_t>(offsetMs) > latencyMs) {
@@ -265,7 +266,7 @@ void TunnelStream::beginProgramme() {
 
 int TunnelStream::onBurstHeaderParsed(hw_sync_mode_t mode, unsigned int /*burstByteCount*/,
                                       unsigned long ptsNs) {
-    const CallbackScope scope(mIsInCallback);
+    const ParserCallback scope(mIsInCallback);
     forgetCutFrame();
     mHeldMode.reset();
     uint32_t flushes = 0;
@@ -407,7 +408,7 @@ void TunnelStream::forgetCutFrame() {
 }
 
 int TunnelStream::onBurstPayloadParsed(const void* data, unsigned long byteCount) {
-    const CallbackScope scope(mIsInCallback);
+    const ParserCallback scope(mIsInCallback);
     const auto* payload = static_cast<const uint8_t*>(data);
     size_t remaining = byteCount;
     if (mDropBytes > 0) {

@@ -76,7 +76,7 @@ public:
 
 private:
     /** Marks that the writer's thread is inside a parser callback. */
-    class CallbackScope;
+    class ParserCallback;
 
     sp<BridgeHalHidl> bridge() const EXCLUDES(mBridgeLock);
     int setLatency_l(unsigned long latencyMs, long offsetMs, bool onlyIfChanged) REQUIRES(mLatency);

@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include "sync/ScopedLock.h"
 #include "utils/Mutex.h"
 
 #ifdef STREAMPROXY_CHECK_LOCK_ORDER
@@ -17,6 +18,8 @@ namespace android {
  */
 class CAPABILITY("mutex") PriorityMutex {
 public:
+    using Autolock = ScopedLock<PriorityMutex>;
+
     /** `name`: its place in the lock order, see platform/utils/LockOrder.cpp. */
     explicit PriorityMutex(const char* name);
     ~PriorityMutex() { pthread_mutex_destroy(&mMutex); }
@@ -36,17 +39,12 @@ public:
         pthread_mutex_unlock(&mMutex);
     }
 
-    /** Holds the lock for a scope. */
-    class SCOPED_CAPABILITY Autolock {
-    public:
-        explicit Autolock(PriorityMutex& mutex) ACQUIRE(mutex) : mLock(mutex) { mLock.lock(); }
-        ~Autolock() RELEASE() { mLock.unlock(); }
-        Autolock(const Autolock&) = delete;
-        Autolock& operator=(const Autolock&) = delete;
-
-    private:
-        PriorityMutex& mLock;
-    };
+    /** Aborts in builds that check the order of locks, unless this thread holds it. */
+    void assertHeld() const ASSERT_CAPABILITY(this) {
+#ifdef STREAMPROXY_CHECK_LOCK_ORDER
+        LockOrder::assertHeld(mName, this);
+#endif
+    }
 
 private:
     pthread_mutex_t mMutex;

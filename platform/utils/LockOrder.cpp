@@ -41,6 +41,15 @@ struct Held {
 constinit thread_local Held tHeld[kLockCount] = {};
 constinit thread_local size_t tHeldCount = 0;
 
+/** The index in tHeld; tHeldCount: this thread does not hold it. */
+size_t indexOf(const void* lock) {
+    size_t i = 0;
+    while (i < tHeldCount && tHeld[i].lock != lock) {
+        ++i;
+    }
+    return i;
+}
+
 size_t placeOf(const char* name) {
     for (size_t place = 0; place < kLockCount; ++place) {
         if (strcmp(kOrder[place], name) == 0) {
@@ -66,10 +75,7 @@ void LockOrder::take(const char* name, const void* lock) {
 }
 
 void LockOrder::release(const void* lock) {
-    size_t i = 0;
-    while (i < tHeldCount && tHeld[i].lock != lock) {
-        ++i;
-    }
+    const size_t i = indexOf(lock);
     if (i == tHeldCount) {
         fprintf(stderr, "lock order: a lock is released by a thread that does not hold it\n");
         abort();
@@ -77,6 +83,13 @@ void LockOrder::release(const void* lock) {
     // Not always the one taken last.
     --tHeldCount;
     memmove(tHeld + i, tHeld + i + 1, (tHeldCount - i) * sizeof(Held));
+}
+
+void LockOrder::assertHeld(const char* name, const void* lock) {
+    if (indexOf(lock) == tHeldCount) {
+        fprintf(stderr, "lock order: \"%s\" is not held where it must be\n", name);
+        abort();
+    }
 }
 
 }  // namespace android

@@ -31,7 +31,7 @@ void takeBoth(First& first, Second& second) {
 TEST(LockOrderDeathTest, AbortsOnALockTakenAgainstTheOrder) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     Mutex global("global");
-    ThreadLock worker;
+    ThreadLock worker("worker turn", "worker");
     Mutex commands("command queue");
     Mutex parser("parser");
     PriorityMutex chain("chain");
@@ -54,6 +54,10 @@ TEST(LockOrderDeathTest, AbortsOnALockTakenAgainstTheOrder) {
     EXPECT_DEATH(takeBoth(chain, parser), "\"parser\" is taken while \"chain\" is held");
     EXPECT_DEATH(takeBoth(chain, otherChain), "\"chain\" is taken while \"chain\" is held");
     EXPECT_DEATH(take(misspelt), "\"confug\" has no place");
+    take(worker);
+    worker.assertHeld();
+    release(worker);
+    EXPECT_DEATH(worker.assertHeld(), "\"worker\" is not held where it must be");
     EXPECT_DEATH(release(config), "released by a thread that does not hold it");
 }
 

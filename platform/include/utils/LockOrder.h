@@ -15,6 +15,8 @@ public:
     static void take(const char* name, const void* lock);
     /** Before it is released. Aborts when this thread does not hold it. */
     static void release(const void* lock);
+    /** Where a lock must be held. Aborts when this thread does not hold it. */
+    static void assertHeld(const char* name, const void* lock);
 };
 
 }  // namespace android
