@@ -1,10 +1,9 @@
 """Turns what abidw wrote of the library and of those it is linked with (XML) into a description that
 people can read and diff: the name to link against, the exported functions, the host's record, and the
 virtual functions of the classes that hosts and the platform call by their order.
-
-    abi_description.py VERSION LIBRARY-XML PLATFORM-XML...
 """
 
+import argparse
 import subprocess
 import sys
 import xml.etree.ElementTree as ElementTree
@@ -41,8 +40,12 @@ def virtual_functions(declared):
 
 
 def main():
-    roots = [ElementTree.parse(path).getroot() for path in sys.argv[2:]]
-    print("library", roots[0].get("soname"), "version", sys.argv[1])
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("version")
+    parser.add_argument("corpus", nargs="+", help="what abidw wrote of a library; the main one first")
+    arguments = parser.parse_args()
+    roots = [ElementTree.parse(path).getroot() for path in arguments.corpus]
+    print("library", roots[0].get("soname"), "version", arguments.version)
     for symbol in sorted(found.get("name") for found in roots[0].find("elf-function-symbols")):
         print("exports", symbol)
     for name in RECORDS:

@@ -50,14 +50,15 @@ compare_mixes() {
     shift
     build/release/bin/streamproxy mix "$@" --rate 44100 --quiet -o build/arm64/x86-64.wav
     qemu-aarch64 build/arm64/bin/streamproxy mix "$@" --rate 44100 --quiet -o build/arm64/arm64.wav
-    figures=$(python3 scripts/compare_audio.py "$steps" build/arm64/x86-64.wav \
+    figures=$(/usr/bin/python3 scripts/compare_audio.py "$steps" build/arm64/x86-64.wav \
         build/arm64/arm64.wav) || die "the two machines mix differently: $figures"
     record "arm64-mix-$steps" "$figures"
 }
 
 verb_arm64() {
     need_build
-    need g++-aarch64-linux-gnu qemu-user googletest python3 sndfile-programs abigail-tools
+    need g++-aarch64-linux-gnu qemu-user googletest python3 python3-soundfile sndfile-programs \
+        abigail-tools
     fill_arm64_root
     export QEMU_LD_PREFIX=$PWD/build/arm64-root
     case "${1:-}" in

@@ -1,12 +1,11 @@
 """The tables of docs/performance.md out of Google Benchmark's files: ratios to the peers beside what
 they are to reach, and the figures of the library by itself.
 
-    bench.py print|check|update FOLDER
-
 FOLDER holds bench/ and bench-baseline/, see scripts/bench.sh. `update` writes the tables into
 the page; `check` fails where a ratio is far above its reach, or was not measured.
 """
 
+import argparse
 import json
 import os
 import platform
@@ -204,7 +203,11 @@ def check(rows):
 
 
 def main():
-    mode, folder = sys.argv[1:]
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("mode", choices=("print", "update", "check"))
+    parser.add_argument("folder", help="with the results of the benchmarks")
+    arguments = parser.parse_args()
+    mode, folder = arguments.mode, arguments.folder
     rows = table(folder)
     print(markdown(rows))
     if mode == "print":

@@ -1,39 +1,27 @@
-"""Compares two 16-bit WAV files of one shape: no sample may differ by more than so many steps.
+"""Compares two 16-bit WAV files of one shape: no sample may differ by more than so many steps."""
 
-    compare_audio.py STEPS FILE FILE
-"""
-
-import array
-import struct
+import argparse
 import sys
 
-
-def read(path):
-    """Channels, rate and bits of the format chunk, and the samples."""
-    with open(path, "rb") as file:
-        content = file.read()
-    at, chunks = 12, {}
-    while at + 8 <= len(content):
-        name, size = struct.unpack_from("<4sI", content, at)
-        chunks[name] = content[at + 8:at + 8 + size]
-        at += 8 + size + size % 2
-    channels, rate, _, _, bits = struct.unpack_from("<HIIHH", chunks[b"fmt "], 2)
-    data = chunks[b"data"]
-    shape = (channels, rate, bits, len(data))
-    return shape, array.array("h", data) if bits == 16 else []
+import numpy
+import soundfile
 
 
 def main():
-    steps = int(sys.argv[1])
-    (shape, first), (other_shape, second) = read(sys.argv[2]), read(sys.argv[3])
-    if shape != other_shape or not any(first):
-        sys.exit(f"{sys.argv[2]} and {sys.argv[3]}: {shape} and {other_shape} can't be compared, "
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("steps", type=int)
+    parser.add_argument("files", nargs=2)
+    arguments = parser.parse_args()
+    infos = [soundfile.info(path) for path in arguments.files]
+    shapes = [(info.channels, info.samplerate, info.subtype, info.frames) for info in infos]
+    first, second = (soundfile.read(path, dtype="int16")[0] for path in arguments.files)
+    if shapes[0] != shapes[1] or shapes[0][2] != "PCM_16" or not first.any():
+        sys.exit(f"{' and '.join(arguments.files)}: {shapes[0]} and {shapes[1]} can't be compared, "
                  "or are silent")
-    differences = [abs(a - b) for a, b in zip(first, second)]
-    differing = sum(difference > 0 for difference in differences)
-    print(f"{len(first)} samples: {differing} differ, by {max(differences)} steps at most "
-          f"({steps} allowed)")
-    return 1 if max(differences) > steps else 0
+    differences = numpy.abs(first.astype(int) - second)
+    print(f"{first.size} samples: {numpy.count_nonzero(differences)} differ, by {differences.max()} "
+          f"steps at most ({arguments.steps} allowed)")
+    return 1 if differences.max() > arguments.steps else 0
 
 
 if __name__ == "__main__":

@@ -1,12 +1,11 @@
 """AArch64 instructions a frame, counted by the emulator.
 
-    instructions.py check|update PROGRAM
-
 PROGRAM is bench_instructions, built for AArch64. `check` compares with bench/aarch64/instructions.txt
 and fails where a frame takes more than a tenth more; `update` rewrites that file and the table in
 docs/performance.md. The counts are exact: the same program has the same ones on every machine.
 """
 
+import argparse
 import subprocess
 import sys
 
@@ -77,4 +76,9 @@ def check(measured):
 
 
 if __name__ == "__main__":
-    {"check": check, "update": update}[sys.argv[1]](measure(sys.argv[2]))
+    parser = argparse.ArgumentParser(description=__doc__,
+                                     formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("mode", choices=("check", "update"))
+    parser.add_argument("program")
+    arguments = parser.parse_args()
+    {"check": check, "update": update}[arguments.mode](measure(arguments.program))

@@ -1,18 +1,21 @@
 """Fills the table of a page with figures: the last cell of each row whose second cell names a check in
 `code`, from the file of that name, or a dash where there is none.
-
-    reliability.py PAGE FOLDER WHERE
 """
 
+import argparse
 import pathlib
 import re
-import sys
 
 ROW = re.compile(r"^(\| .* \| `([a-z0-9-]+)` \| ).* \|$")
 
 
 def main():
-    page, folder, where = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2]), sys.argv[3]
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("page", type=pathlib.Path)
+    parser.add_argument("folder", type=pathlib.Path, help="with the checks' figures")
+    parser.add_argument("where", help="they ran")
+    arguments = parser.parse_args()
+    page, folder, where = arguments.page, arguments.folder, arguments.where
     lines, used = [], set()
     for line in page.read_text(encoding="utf-8").split("\n"):
         row = ROW.match(line)

@@ -2,13 +2,12 @@
 each condition), and fails below the bounds or where an outcome that no test takes is not in the list
 of reasons.
 
-    uncovered.py REPORT REASONS FOLDER...
-
 The list has blocks: a reason in lines that begin with '#', then the outcomes it holds for, each as
     FILE: never true: CONDITION        or        FILE: never false: CONDITION
 as often as the file has it. With "seldom" for "never", a run may take it: it depends on how threads meet.
 """
 
+import argparse
 import collections
 import json
 import os
@@ -43,13 +42,18 @@ def branches(file):
 
 
 def main():
-    with open(sys.argv[1], encoding="utf-8") as text:
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("coverage", help="JSON of llvm-cov export")
+    parser.add_argument("reasons", help="outcomes that no test takes, and why")
+    parser.add_argument("folders", nargs="+", help="that count")
+    arguments = parser.parse_args()
+    with open(arguments.coverage, encoding="utf-8") as text:
         report = json.load(text)
     lines = covered_lines = outcomes = covered_outcomes = 0
     untaken = collections.Counter()
     for file in report["data"][0]["files"]:
         name = os.path.relpath(file["filename"])
-        if name.split("/")[0] not in sys.argv[3:]:
+        if name.split("/")[0] not in arguments.folders:
             continue
         lines += file["summary"]["lines"]["count"]
         covered_lines += file["summary"]["lines"]["covered"]
@@ -68,14 +72,14 @@ def main():
     print(f"lines {line_share:.1f}% (at least {MIN_LINES:.0f}%), "
           f"branches {branch_share:.1f}% (at least {MIN_BRANCHES:.0f}%), "
           f"{outcomes - covered_outcomes} outcomes never taken, each with its reason")
-    reasons, fixed = read_reasons(sys.argv[2])
+    reasons, fixed = read_reasons(arguments.reasons)
     unnamed = sorted((untaken - reasons).elements())
     if unnamed:
-        print(f"neither taken nor in {sys.argv[2]}:", *unnamed, sep="\n  ", file=sys.stderr)
+        print(f"neither taken nor in {arguments.reasons}:", *unnamed, sep="\n  ", file=sys.stderr)
     # A reason for what is gone, or taken by now, is a false one.
     stale = sorted((fixed - untaken).elements())
     if stale:
-        print(f"in {sys.argv[2]} for no reason any more:", *stale, sep="\n  ", file=sys.stderr)
+        print(f"in {arguments.reasons} for no reason any more:", *stale, sep="\n  ", file=sys.stderr)
     return 1 if unnamed or stale or line_share < MIN_LINES or branch_share < MIN_BRANCHES else 0
 
 

@@ -1,9 +1,8 @@
 """Reads `objdump -d -C` of AArch64 code: every function that matches a pattern must hold at least
 so many loops with a vector multiplication, or it runs sample by sample.
-
-    vectorised.py LISTING FUNCTION-PATTERN FUNCTIONS LOOPS
 """
 
+import argparse
 import re
 import sys
 
@@ -40,9 +39,15 @@ def vector_loops(code):
 
 
 def main():
-    with open(sys.argv[1], encoding="utf-8") as listing:
-        found = functions(listing, sys.argv[2])
-    wanted_functions, wanted_loops = int(sys.argv[3]), int(sys.argv[4])
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("listing", help="of the disassembler")
+    parser.add_argument("pattern", help="of the functions' names")
+    parser.add_argument("function_count", type=int)
+    parser.add_argument("loop_count", type=int, help="vector loops in each, at least")
+    arguments = parser.parse_args()
+    with open(arguments.listing, encoding="utf-8") as listing:
+        found = functions(listing, arguments.pattern)
+    wanted_functions, wanted_loops = arguments.function_count, arguments.loop_count
     faults = []
     for name, code in sorted(found.items()):
         loops = vector_loops(code)
@@ -50,7 +55,7 @@ def main():
         if loops < wanted_loops:
             faults.append(f"{name}: {loops} vector loops, {wanted_loops} expected")
     if len(found) != wanted_functions:
-        faults.append(f"{len(found)} functions match '{sys.argv[2]}', {wanted_functions} expected")
+        faults.append(f"{len(found)} functions match '{arguments.pattern}', {wanted_functions} expected")
     print(*faults, sep="\n", end="\n" if faults else "", file=sys.stderr)
     return 1 if faults else 0
 

@@ -1,9 +1,8 @@
 """Mixes 8 WAV files of 60 s, four of them at other rates, into one of 44100 Hz and 16 bits: with
 the tool, with sox and with ffmpeg, by turns.
-
-    whole_job.py TOOL RESULT.json
 """
 
+import argparse
 import json
 import os
 import statistics
@@ -56,7 +55,11 @@ def measure(command):
 
 
 def main():
-    tool, result = sys.argv[1:]
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("tool")
+    parser.add_argument("result", help="JSON file to write")
+    arguments = parser.parse_args()
+    tool, result = arguments.tool, arguments.result
     figures = {}
     with tempfile.TemporaryDirectory() as folder:
         jobs = commands(tool, make_inputs(folder), folder)
