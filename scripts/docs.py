@@ -11,34 +11,16 @@ import sys
 
 from docs_options import COMMANDS, check_json, check_manual_options, check_tables, help_of
 from docs_session import NOT_RUN, SCRATCH, TREE, Session, excused, fail, failures, make_samples
+from markdown_page import MarkdownPage
 
 # What a code span has to begin with to be a command of that kind.
 INLINE = re.compile(r"(?:[A-Z]+=\S+ )*\./dev |\.ci/run|(?:cmake|ctest|mkdir) -|doxygen |man docs/|"
                     r"streamproxy ")
 
 
-
-def blocks_of(path):
-    """(line, words behind the fence, lines) of each block, and the lines outside."""
-    blocks, prose, fence = [], {}, None
-    for number, line in enumerate(path.read_text().splitlines(), 1):
-        if line.startswith("```"):
-            if fence is None:
-                fence = (number + 1, line[3:].split(), [])
-            else:
-                blocks.append(fence)
-                fence = None
-        elif fence is not None:
-            fence[2].append(line)
-        else:
-            prose[number] = line
-    return blocks, prose
-
-
-def read_page(path):
+def read_page(path, page):
     session = Session(str(path.relative_to(TREE)))
-    blocks, prose = blocks_of(path)
-    for line, words, lines in blocks:
+    for line, words, lines in page.fences:
         where = f"{session.name}:{line - 1}"
         kind = words[0] if words else ""
         if kind == "sh":
@@ -53,15 +35,14 @@ def read_page(path):
         elif kind != "bp":
             fail(where, f"a block marked '{' '.join(words)}': sh, console, text, or c with the name "
                         "of a file that commands compile")
-    for line, text in prose.items():
-        if text.startswith("    ") and not prose.get(line - 1, "").strip():
-            fail(f"{session.name}:{line}", "an indented block; fence it, and mark it sh or text")
-        for span in re.findall(r"`([^`]+)`", text):
-            if INLINE.match(span):
-                # Spans name subcommands without what these need.
-                session.add(line, f"{span} --help" if span.startswith("streamproxy ") else span)
+    for line in page.indented:
+        fail(f"{session.name}:{line}", "an indented block; fence it, and mark it sh or text")
+    for line, span in page.spans:
+        if INLINE.match(span):
+            # Spans name subcommands without what these need.
+            session.add(line, f"{span} --help" if span.startswith("streamproxy ") else span)
     session.commands.sort(key=lambda command: command[0])
-    return session, prose
+    return session
 
 
 def read_console(session, line, lines):
@@ -83,21 +64,17 @@ def read_console(session, line, lines):
         session.add(line + begin, command, shown)
 
 
-def anchors(path):
-    headings = re.findall(r"^#+ (.+)$", path.read_text(), re.M)
-    return {re.sub(r"[^\w\- ]", "", heading.lower()).replace(" ", "-") for heading in headings}
-
-
-def check_links(path, prose):
-    text = re.sub(r"`[^`]*`", "", "\n".join(prose.values()))
-    for target in re.findall(r"\]\(([^)\s]+)\)", text):
+def check_links(path, page, pages):
+    for target in page.targets:
         if "://" in target:
             continue
         name, _, anchor = target.partition("#")
-        file = path.parent / name if name else path
+        file = (path.parent / name).resolve() if name else path
         if not file.exists():
             fail(path.relative_to(TREE), f"links to {target}, which does not exist")
-        elif anchor and anchor not in anchors(file):
+        elif anchor and file not in pages:
+            pages[file] = MarkdownPage(file)
+        if anchor and file in pages and anchor not in pages[file].anchors:
             fail(path.relative_to(TREE), f"links to {target}: no such heading")
 
 
@@ -140,10 +117,11 @@ def main():
     SCRATCH.mkdir(exist_ok=True)
     make_samples()
     sessions = []
-    for path in [TREE / "README.md", *sorted((TREE / "docs").glob("*.md"))]:
-        session, prose = read_page(path)
-        check_links(path, prose)
-        sessions.append(session)
+    paths = [TREE / "README.md", *sorted((TREE / "docs").glob("*.md"))]
+    pages = {path: MarkdownPage(path) for path in paths}
+    for path in paths:
+        check_links(path, pages[path], pages)
+        sessions.append(read_page(path, pages[path]))
     sessions += [read_help(command) for command in COMMANDS]
     sessions += [read_manual(path) for path in sorted((TREE / "docs/man").glob("*.1"))]
     check_manual_options()

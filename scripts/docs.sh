@@ -5,13 +5,13 @@
 verb_docs() {
     need_build
     need_tests
-    need doxygen ffmpeg jq man-db mandoc noiz2sa-data python3 sox
+    need doxygen ffmpeg jq man-db mandoc noiz2sa-data python3-markdown-it sox
     forget docs
     CC='' CXX='' STDLIB='' build release -DSTREAMPROXY_BUILD_TESTS=ON
     local scratch figures
     scratch=$(mktemp -d)
     say "what the documentation tells to run"
-    if ! figures=$(python3 -B scripts/docs.py "$BUILD_DIR" "$scratch"); then
+    if ! figures=$(/usr/bin/python3 -B scripts/docs.py "$BUILD_DIR" "$scratch"); then
         rm -rf "$scratch"
         die "the documentation does not hold"
     fi
