@@ -6,6 +6,7 @@
 
 #include "android/log.h"
 #include "audio_utils/roundup.h"
+#include "buffer/FrameSize.h"
 
 namespace android {
 
@@ -13,10 +14,6 @@ namespace {
 
 constexpr const char* kTag = "frame_buffer";
 constexpr size_t kMaxResult = std::numeric_limits<int32_t>::max();
-
-size_t frameSizeOf(audio_format_t format, uint32_t channelMask) {
-    return audio_channel_count_from_out_mask(channelMask) * audio_bytes_per_sample(format);
-}
 
 // Of a cache line: blocks of a round size are copied without straddling two.
 constexpr size_t kAlignment = 64;

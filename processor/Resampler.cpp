@@ -4,6 +4,7 @@
 
 #include "android/log.h"
 #include "audio_utils/resampler.h"
+#include "buffer/FrameSize.h"
 
 namespace android {
 
@@ -16,8 +17,7 @@ Resampler::Resampler(unsigned int srcSampleRate, unsigned int dstSampleRate, aud
     : AudioProcesser(String8("resampler")),
       mSrcSampleRate(srcSampleRate),
       mDstSampleRate(dstSampleRate),
-      mFrameSize(static_cast<uint32_t>(audio_channel_count_from_out_mask(channelMask) *
-                                       audio_bytes_per_sample(format))) {
+      mFrameSize(static_cast<uint32_t>(frameSizeOf(format, channelMask))) {
     const uint32_t channelCount = audio_channel_count_from_out_mask(channelMask);
     mCreateStatus = create_resampler(srcSampleRate, dstSampleRate, channelCount, mQuality, nullptr,
                                      &mResampler);

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "android/log.h"
+#include "buffer/FrameSize.h"
 
 namespace android {
 
@@ -14,10 +15,6 @@ constexpr int kGainFractionBits = 12;  // U4.12
 constexpr int kRampFractionBits = 28;  // U4.28
 constexpr int kRampShift = kRampFractionBits - kGainFractionBits;
 constexpr float kUnityGain = 1 << kGainFractionBits;
-
-size_t frameSizeOf(audio_format_t format, unsigned int channelMask) {
-    return audio_channel_count_from_out_mask(channelMask) * audio_bytes_per_sample(format);
-}
 
 // Signed sums and products that wrap around, as the fixed-point format wants them.
 int wrappingAdd(int a, int b) {

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "android/log.h"
+#include "buffer/FrameSize.h"
 #include "stream/ConversionChain.h"
 #include "stream/DumpText.h"
 #include "sync/Futex.h"
@@ -32,7 +33,7 @@ AudioStream::AudioStream(uint32_t sampleRate, audio_format_t format, uint32_t ch
       mDstSampleRate(sampleRate),
       mDstFormat(format),
       mDstChannelMask(channelMask),
-      mFrameSize(audio_channel_count_from_out_mask(channelMask) * audio_bytes_per_sample(format)),
+      mFrameSize(frameSizeOf(format, channelMask)),
       mInputBuffer(new FrameBuffer(format, channelMask, static_cast<uint32_t>(bufferFrameCount),
                                    false, 0, 0)),
       mAudioDump(
