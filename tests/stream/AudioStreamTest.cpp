@@ -10,10 +10,10 @@
 #include "tests/support/Eventually.h"
 #include "tests/support/Frames.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/VirtualTime.h"
 
 using namespace android;
 using std::chrono::milliseconds;
-using std::chrono::steady_clock;
 
 namespace {
 
@@ -59,9 +59,7 @@ TEST(AudioStream, TakesWholeFramesAndReportsTheRest) {
     EXPECT_EQ(OK, stream->resume());
     EXPECT_FALSE(stream->isOpened());
     stream->open();
-    const auto start = steady_clock::now();
-    EXPECT_EQ(OK, stream->close());
-    EXPECT_LT(steady_clock::now() - start, milliseconds(500)) << "nothing to wait for";
+    EXPECT_LT(timeOf([&stream] { EXPECT_EQ(OK, stream->close()); }), kNoWait);
     EXPECT_FALSE(stream->isOpened());
     EXPECT_EQ(-ENOSYS, stream->setDownstreamLatency(1, 0));
     EXPECT_EQ(-ENOSYS, stream->setDownstreamLatencyOffset(0));
@@ -70,19 +68,17 @@ TEST(AudioStream, TakesWholeFramesAndReportsTheRest) {
 TEST(AudioStream, GivesUpAfterASecondWithWhatFitted) {
     LogCapture log;
     const auto stream = makeStream(10);
-    const auto start = steady_clock::now();
-    EXPECT_EQ(40, writeFrames(*stream, 0, 25));
-    const auto blocked = steady_clock::now() - start;
-    EXPECT_GE(blocked, milliseconds(999));
-    EXPECT_LT(blocked, milliseconds(1900));
+    const auto expectASecond = [](std::chrono::nanoseconds waited) {
+        EXPECT_GE(waited, milliseconds(1000));
+        EXPECT_LT(waited, milliseconds(1000) + kNoWait);
+    };
+    expectASecond(timeOf([&stream] { EXPECT_EQ(40, writeFrames(*stream, 0, 25)); }));
     EXPECT_EQ(
         (std::vector<std::string>{"W audio_stream: write, It costs too long (1000 ms) to write",
                                   "W audio_stream: write, some bytes (60) are missed"}),
         log.messages());
     // Nobody consumes: close waits its second, then discards.
-    const auto closing = steady_clock::now();
-    stream->close();
-    EXPECT_GE(steady_clock::now() - closing, milliseconds(999));
+    expectASecond(timeOf([&stream] { stream->close(); }));
     EXPECT_FALSE(stream->isOpened());
     EXPECT_EQ(40, writeFrames(*stream, 0, 10));
 }
@@ -96,16 +92,14 @@ TEST(AudioStream, TheConsumerWakesABlockedWriterAndAClosingStream) {
     while (out->availableToRead() < 20) {
         stream->process(out, 20 - out->availableToRead());
     }
-    writer.join();
+    EXPECT_LT(timeOf([&writer] { writer.join(); }), kNoWait);
     EXPECT_EQ(numberedFrames(0, 20), drain<uint32_t>(*out));
 
     writeFrames(*stream, 0, 10);
-    const auto start = steady_clock::now();
     std::thread closer([&stream] { stream->close(); });
     std::this_thread::sleep_for(milliseconds(30));
     stream->process(out, 1);
-    closer.join();
-    EXPECT_LT(steady_clock::now() - start, milliseconds(700));
+    EXPECT_LT(timeOf([&closer] { closer.join(); }), kNoWait);
 }
 
 TEST(AudioStream, FlushBesideWriterAndConsumerTearsAndLosesNothingWrittenLater) {
@@ -167,6 +161,7 @@ TEST(AudioStream, FlushAndCloseEmptyTheWholeChain) {
 }
 
 TEST(AudioStream, ACloseEndsABlockedWriteAndLeavesNothingToTheNextProgramme) {
+    const LogCapture log;
     const auto stream = makeMixedStream(64);
     for (int round = 0; round < 100; ++round) {
         stream->open();
@@ -179,14 +174,18 @@ TEST(AudioStream, ACloseEndsABlockedWriteAndLeavesNothingToTheNextProgramme) {
         std::thread mixer([&] {
             while (isClosing) {
                 isHeard = stream->process(makeBuffer(48), 48) > 0 || isHeard;
+                std::this_thread::sleep_for(std::chrono::microseconds(1));
             }
         });
-        ASSERT_TRUE(eventually([&isHeard] { return isHeard.load(); }));  // the write has begun
-        std::this_thread::sleep_for(std::chrono::microseconds(37 * round));
-        const auto start = steady_clock::now();
-        stream->close();
-        writer.join();
-        EXPECT_LT(steady_clock::now() - start, milliseconds(900));
+        while (!isHeard) {  // the write has begun
+            std::this_thread::yield();
+        }
+        std::this_thread::sleep_for(std::chrono::nanoseconds(370 * round));
+        EXPECT_LT(timeOf([&] {
+                      stream->close();
+                      writer.join();
+                  }),
+                  kNoWait);
         isClosing = false;
         mixer.join();
         stream->open();

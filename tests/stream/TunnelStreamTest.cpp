@@ -10,10 +10,10 @@
 #include "tests/support/FakeBridge.h"
 #include "tests/support/Frames.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/VirtualTime.h"
 
 using namespace android;
 using std::chrono::milliseconds;
-using std::chrono::steady_clock;
 
 namespace {
 
@@ -326,10 +326,12 @@ protected:
 };
 
 TEST_F(BlockedTunnelWrite, APauseHoldsUntilTheWriteGivesUpAndBeyond) {
-    const auto start = steady_clock::now();
-    mSmall->pause();
-    mWriter.join();
-    EXPECT_LT(steady_clock::now() - start, milliseconds(1900));
+    const auto waited = timeOf([this] {
+        mSmall->pause();
+        mWriter.join();
+    });
+    EXPECT_LT(waited, milliseconds(1000) + kNoWait);
+    EXPECT_GE(waited, milliseconds(969)) << "a second since it began to wait";
     EXPECT_FALSE(mSmall->isOpened());
     EXPECT_EQ(100U, hear());
     EXPECT_EQ(1U, mLog.count("W audio_stream: write, It costs too long (1000 ms) to write"));
@@ -361,24 +363,22 @@ TEST_F(BlockedTunnelWrite, ResumeOrOpenLetsItGoOnAtOnceWithAllItsPayload) {
     std::this_thread::sleep_for(milliseconds(300));
     EXPECT_FALSE(mSmall->isOpened());
     mSmall->resume();
-    EXPECT_TRUE(within(milliseconds(200), [this] { return hear() == 300; }));
+    EXPECT_TRUE(within(milliseconds(5), [this] { return hear() == 300; }));
     // The mixer has a second again from there on.
     writeAgain();
     mSmall->pause();
     std::this_thread::sleep_for(milliseconds(700));
     mSmall->resume();
     std::this_thread::sleep_for(milliseconds(500));
-    EXPECT_TRUE(within(milliseconds(200), [this] { return hear() == 300; }));
+    EXPECT_TRUE(within(milliseconds(5), [this] { return hear() == 300; }));
     writeAgain();
     mSmall->pause();
     mSmall->resume();
     mSmall->pause();
     std::this_thread::sleep_for(milliseconds(300));
     EXPECT_FALSE(mSmall->isOpened()) << "the resume was for the pause before";
-    const auto start = steady_clock::now();
-    mSmall->open();
-    EXPECT_LT(steady_clock::now() - start, milliseconds(300));
-    EXPECT_TRUE(within(milliseconds(200), [this] { return hear() == 300; }));
+    EXPECT_LT(timeOf([this] { mSmall->open(); }), kNoWait);
+    EXPECT_TRUE(within(milliseconds(5), [this] { return hear() == 300; }));
     mWriter.join();
 }
 
@@ -405,11 +405,12 @@ TEST_F(BlockedTunnelWrite, SilenceEndsWithAPauseAFlushOrAClose) {
         mSmall->flush();
         mWriter = std::thread([this] { mSmall->fill(700); });
         std::this_thread::sleep_for(milliseconds(50));
-        const auto start = steady_clock::now();
-        ((*mSmall.stream).*end)();
-        mWriter.join();
-        EXPECT_LT(steady_clock::now() - start,
-                  milliseconds(end == &TunnelStream::close ? 1900 : 300));
+        const milliseconds atMost(end == &TunnelStream::close ? 1000 : 0);  // for the mixer
+        EXPECT_LT(timeOf([&] {
+                      ((*mSmall.stream).*end)();
+                      mWriter.join();
+                  }),
+                  atMost + kNoWait);
         mSmall->open();
         const auto out = makeBuffer(100);
         EXPECT_EQ(end == &TunnelStream::pause ? 100 : 0, mSmall->process(out, 100));
@@ -437,7 +438,8 @@ TEST_F(TunnelStreamTest, AHeaderReachesTheClockBeforeAPauseOrAFlushOrNotAtAll) {
     EXPECT_EQ("pause", bridge.takeCalls().back()) << "the clock of a paused stream runs on";
     mStream->open();
     writeStruckBy(&TunnelStream::flush, burst(3000, counted(400)));
-    EXPECT_EQ(Bytes(), mStream.payload());
+    const Bytes left = mStream.payload();  // the flush may overtake the payload, but not cut it
+    EXPECT_TRUE(left.empty() || left == counted(400));
     mStream.write(burst(1400, {}));
     EXPECT_EQ("pts 1400", bridge.takeCalls().back()) << "the start after the flush was used up";
     writeStruckBy(&TunnelStream::flush, burst(1400, counted(400)));  // leads by 400 ms
@@ -453,6 +455,7 @@ TEST_F(TunnelStreamTest, ControlThreadsBesideAWriterLeaveItPlaying) {
                 mStream->process(out, 4000);
             }
             out->flush();
+            std::this_thread::sleep_for(std::chrono::microseconds(10));
         }
     });
     std::thread control([&] {
@@ -462,6 +465,7 @@ TEST_F(TunnelStreamTest, ControlThreadsBesideAWriterLeaveItPlaying) {
             mStream->setDownstreamLatencyOffset(i % 3);
             i % 5 == 0 ? mStream->flush() : mStream->pause();
             i % 11 == 0 ? mStream->close() : mStream->resume();
+            std::this_thread::sleep_for(std::chrono::microseconds(1));
         }
     });
     for (uint64_t ptsMs = 0; ptsMs < 4000; ptsMs += 10) {
