@@ -178,7 +178,7 @@ int Scheduler::detach(pthread_t handle) {
 }
 
 void Scheduler::waitForOthers() {
-    const auto isAlive = [this](const VirtualThread& thread) {
+    const auto isAlive = [](const VirtualThread& thread) {
         return &thread != sSelf && (thread.state == State::READY || thread.state == State::BLOCKED);
     };
     while (std::any_of(mThreads, mThreads + mUsedSlots, isAlive)) {

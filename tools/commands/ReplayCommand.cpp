@@ -327,6 +327,7 @@ ExitCode ReplayCommand::play(ReplaySession::Config config,
         }
         throw;
     }
+    figures.isVirtual = VirtualMachine::isInside();
     figures.playedFrameCount = card.frameCount();
     figures.shortBlockCount = card.shortBlockCount();
     figures.underrunCount = card.underrunCount();

@@ -91,6 +91,7 @@ void ReplayPage::addFigures() {
     mPage.addFigures("Figures of the replay",
                      {{"rate", std::to_string(format.rateHz) + " Hz"},
                       {"length", markupNumber("%.3f s", sec(mSubject.figures.elapsedNs))},
+                      {"time", ReplayReport::clockName(mSubject.figures)},
                       {"bursts", std::to_string(mTrack.decisions().size())},
                       {"lead at the parser", rangeText(parserLeads)},
                       {"silences", std::to_string(mTrack.count(Kind::SILENCE))},

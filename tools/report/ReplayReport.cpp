@@ -202,8 +202,12 @@ void ReplayReport::printStream() const {
     }
 }
 
+const char* ReplayReport::clockName(const Figures& figures) {
+    return figures.isVirtual ? "virtual" : "real";
+}
+
 std::string ReplayReport::busyText(const Figures& figures) {
-    if (figures.underrunCount == 0) {
+    if (figures.underrunCount == 0 || figures.isVirtual) {
         return {};
     }
     char text[200];
@@ -218,8 +222,9 @@ std::string ReplayReport::busyText(const Figures& figures) {
 }
 
 void ReplayReport::printSummary() const {
-    printf("\n%s: %" PRIu64 " bytes, %zu bursts in %.3f s\n", terminalText(mFigures.path).c_str(),
-           mFigures.byteCount, mTrack.decisions().size(), sec(mFigures.elapsedNs));
+    printf("\n%s: %" PRIu64 " bytes, %zu bursts in %.3f s of %s time\n",
+           terminalText(mFigures.path).c_str(), mFigures.byteCount, mTrack.decisions().size(),
+           sec(mFigures.elapsedNs), clockName(mFigures));
     printf("  decisions: %zu none, %zu re-anchor, %zu silence, %zu drop; %zu bursts in free run\n",
            mTrack.count(Kind::NONE), mTrack.count(Kind::ANCHOR), mTrack.count(Kind::SILENCE),
            mTrack.count(Kind::DROP), mTrack.count(Kind::FREE_RUN));
@@ -286,6 +291,7 @@ void ReplayReport::printJson(bool isSummaryOnly) const {
     for (const auto& [name, count] : counts()) {
         summary[name] = count;
     }
+    summary["clock"] = clockName(mFigures);
     document["summary"] = summary;
     if (!isSummaryOnly) {
         document["decisions"] = Json::array();

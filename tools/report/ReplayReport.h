@@ -22,6 +22,7 @@ public:
     /** What is known beside the track. */
     struct Figures {
         std::string path;
+        bool isVirtual = false;  // by the virtual clock
         int64_t elapsedNs = 0;
         uint64_t byteCount = 0;
         int64_t playedFrameCount = 0;
@@ -39,6 +40,8 @@ public:
           mFormat(format),
           mFigures(figures) {}
 
+    /** Whose time it was. */
+    static const char* clockName(const Figures& figures);
     /** What a mix that came too late for the sound card makes of the figures; empty: none did. */
     static std::string busyText(const Figures& figures);
 
