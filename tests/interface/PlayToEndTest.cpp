@@ -127,7 +127,7 @@ TEST(PlayToEnd, LosesNothingOfAnyStreamAndWaitsForNothing) {
                      << configs.mix.sample_rate << " Hz");
         // Of lengths that end in different places of a block; one of 4000 Hz fills the ring to its
         // last frame.
-        for (const size_t extra : {0, 76, 331}) {
+        for (const size_t extra : {0U, 76U, 331U}) {
             const size_t frames = configs.stream.sample_rate / 10 + extra;
             Host reference(configs);
             const auto all = reference.play(frames, 2 * reference.silenceFrameCount());

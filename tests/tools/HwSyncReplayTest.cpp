@@ -39,17 +39,17 @@ TEST_F(HwSyncReplay, JumpsAreCorrectedAndTheLeadReturns) {
     const auto result = ToolRun::hwsync({"replay", stream, "--json", "-o", folder / "out.wav",
                                          "--svg", folder / "lead.svg", "--event", "1s:jump=+400ms",
                                          "--script", folder / "script"});
-    ASSERT_TRUE(result.isPlayed()) << result.messages;
+    ASSERT_EQ(0, result.exitCode) << result.messages;
     const Json found = Json::parse(result.output);
     const auto count = [&](const char* name) { return found["summary"][name].get<int64_t>(); };
     EXPECT_EQ(250, count("bursts"));
     EXPECT_EQ(20, count("free_run"));
     EXPECT_EQ(2, count("re_anchor"));  // the start, and the return from free run
     EXPECT_EQ(1, count("silence"));
-    // The lead before a jump is what the ring holds. A busy machine makes it less, and where it stops
-    // for longer than the bound, more is dropped than the jump made late.
-    EXPECT_LE(300, count("dropped_ns") / 1'000'000);
-    EXPECT_LE(300, count("silence_ns") / 1'000'000);
+    // Of 400 ms each: the first jump finds a lead of 50 ms, which the ring holds; the second -10 ms.
+    EXPECT_EQ(350'000'000, count("dropped_ns"));
+    EXPECT_EQ(390'000'000, count("silence_ns"));
+    EXPECT_EQ(0, count("missed_ns") + count("underruns"));
     std::vector<size_t> events;
     for (const Json& excursion : found["excursions"]) {
         EXPECT_TRUE(excursion["is_over"].get<bool>());
@@ -57,12 +57,7 @@ TEST_F(HwSyncReplay, JumpsAreCorrectedAndTheLeadReturns) {
             events.push_back(excursion["event"].get<size_t>());
         }
     }
-    events.erase(std::unique(events.begin(), events.end()), events.end());
     EXPECT_EQ((std::vector<size_t>{0, 1}), events);
-    if (found["excursions"].size() == 2) {
-        EXPECT_GE(450, count("dropped_ns") / 1'000'000);
-        EXPECT_GE(450, count("silence_ns") / 1'000'000);
-    }
     for (const Json& decision : found["decisions"]) {
         if (decision.contains("lead_ns")) {
             // As the policy, in whole ms of both times.
@@ -91,15 +86,14 @@ TEST_F(HwSyncReplay, PropertiesBoundCorrectionsAndAPlainStreamSoundsBeside) {
         ToolRun::hwsync({"replay", stream, "--json", "--summary", "--duration", "2s",
                          "--vlead-threshold", "500", "--vlead-upper", "550", "--offset", "600ms",
                          "--beside", folder / "in.wav@length=0.5", "-o", folder / "out.wav"});
-    ASSERT_TRUE(result.isPlayed()) << result.messages;
+    ASSERT_EQ(0, result.exitCode) << result.messages;
     const Json summary = Json::parse(result.output)["summary"];
-    // Beyond the upper bound the clock is anchored anew, and no audio is dropped; nor for a machine
-    // that stops for less than the threshold.
+    // Beyond the upper bound the clock is anchored anew, and no audio is dropped.
     EXPECT_EQ(0, summary["drop"]);
     EXPECT_EQ(2, summary["re_anchor"]);
     const Audio heard = readAudio(folder / "out.wav");
     const auto sums = std::count(heard.samples.begin(), heard.samples.end(), 1 << 29) / 2;
-    EXPECT_NEAR(24000, static_cast<double>(sums), 3000);
+    EXPECT_EQ(24000, sums);
 }
 
 TEST_F(HwSyncReplay, DoesNotWaitForWhoeverReadsTheLog) {
@@ -115,7 +109,7 @@ TEST_F(HwSyncReplay, DoesNotWaitForWhoeverReadsTheLog) {
     auto result = std::async(std::launch::async, [&run] { return run.wait(); });
     EXPECT_EQ(std::future_status::ready, result.wait_for(std::chrono::seconds(60)));
     close(ends[0]);  // ends a program that waits
-    EXPECT_TRUE(result.get().isPlayed());
+    EXPECT_EQ(0, result.get().exitCode);
 }
 
 TEST_F(HwSyncReplay, AWrongFormatIsToldFromAFaultOfTheStream) {
@@ -135,10 +129,8 @@ TEST_F(HwSyncReplay, HeardTimeBeyondALimitIsCountedAndJudged) {
                                 "--duration", "2s", "--max-heard", limit});
     };
     const auto result = replay("+45,-125ms");
-    ASSERT_TRUE(result.exitCode == 4 || result.exitCode == 3) << result.messages;
-    EXPECT_TRUE(result.says(result.exitCode == 4 ? "beyond --max-heard +45,-125ms"
-                                                 : "the machine was too busy"))
-        << result.messages;
+    ASSERT_EQ(4, result.exitCode) << result.messages;
+    EXPECT_TRUE(result.says("beyond --max-heard +45,-125ms")) << result.messages;
     const Json found = Json::parse(result.output);
     int64_t heardNs = 0;
     int64_t lateNs = 0;
@@ -149,14 +141,14 @@ TEST_F(HwSyncReplay, HeardTimeBeyondALimitIsCountedAndJudged) {
         }
     }
     EXPECT_NEAR(static_cast<double>(heardNs), found["heard"]["measured_ns"].get<double>(), 1000);
-    // Behind the jump the ring holds two or three bursts that nothing corrects any more.
-    EXPECT_LT(0, lateNs);
+    // Behind the jump the ring holds three bursts that nothing corrects any more.
+    EXPECT_EQ(60'000'000, lateNs);
     for (const char* range : {"beyond_detectability", "beyond_max_heard"}) {
         EXPECT_NEAR(static_cast<double>(lateNs), found["heard"][range]["late_ns"].get<double>(),
                     1000);
     }
     const auto lenient = replay("+5000,-5000");
-    EXPECT_TRUE(lenient.isPlayed()) << lenient.messages;
+    EXPECT_EQ(0, lenient.exitCode) << lenient.messages;
 }
 
 TEST_F(HwSyncReplay, FiguresOfABusyMachineAreSaidToBeItsOwn) {

@@ -43,8 +43,6 @@ public:
         int exitCode;  // 128 + the signal's number where one ended it
         std::string output;
         std::string messages;  // standard error
-        /** A replay was played; it says so if the machine was too busy for its figures to count. */
-        bool isPlayed() const { return exitCode == 0 || exitCode == 3; }
         bool says(const std::string& text) const { return messages.find(text) != messages.npos; }
     };
 
