@@ -1,9 +1,6 @@
 #include "hwsync/HwSyncDefaultPolicy.h"
 
-#include <cstdlib>
-
 #include "android/log.h"
-#include "cutils/properties.h"
 
 namespace android {
 
@@ -33,10 +30,10 @@ HwSyncDefaultPolicy::HwSyncDefaultPolicy() {
     const auto read = [this](const char* property, unsigned long& valueMs) {
         HwSyncDefaultPolicy::getAVSyncParameter(property, valueMs);
     };
-    read("vendor.audio.hwsync.alead.threshold", mAudioLeadingThresthold);
-    read("vendor.audio.hwsync.alead.upper", mAudioLeadingUpperBound);
-    read("vendor.audio.hwsync.vlead.threshold", mVideoLeadingThresthold);
-    read("vendor.audio.hwsync.vlead.upper", mVideoLeadingUpperBound);
+    read(kAudioLeadThreshold.property, mAudioLeadingThresthold);
+    read(kAudioLeadUpper.property, mAudioLeadingUpperBound);
+    read(kVideoLeadThreshold.property, mVideoLeadingThresthold);
+    read(kVideoLeadUpper.property, mVideoLeadingUpperBound);
     __android_log_print(ANDROID_LOG_INFO, kTag,
                         "%s, mAudioLeadingUpperBound %llu, mAudioLeadingThresthold %llu,"
                         "mVideoLeadingUpperBound %llu, mVideoLeadingThresthold %llu",
@@ -47,11 +44,7 @@ HwSyncDefaultPolicy::HwSyncDefaultPolicy() {
 }
 
 void HwSyncDefaultPolicy::getAVSyncParameter(const char* property, unsigned long& valueMs) {
-    char text[PROPERTY_VALUE_MAX] = {};
-    if (property_get(property, text, nullptr) >= 1) {
-        // Truncated to an int and sign-extended, whatever the text holds.
-        valueMs = static_cast<unsigned long>(static_cast<int>(strtol(text, nullptr, 10)));
-    }
+    HwSyncBound::read(property, valueMs);
 }
 
 void HwSyncDefaultPolicy::setFirstPts() {

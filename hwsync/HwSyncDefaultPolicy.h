@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "hwsync/HwSyncBound.h"
 #include "hwsync/HwSyncPolicy.h"
 
 namespace android {
@@ -23,8 +24,7 @@ public:
     void setFirstPts() override;
     void setLatency(unsigned long latencyNs) override;
     int determine(unsigned long audioPtsNs, unsigned long syncPtsNs, long& durationMs) override;
-    /** Stores the property's value; without one `valueMs` stays. Text that is not a number counts
-     *  as 0, a negative number as a bound that nothing reaches. */
+    /** As HwSyncBound::read(). */
     virtual void getAVSyncParameter(const char* property, unsigned long& valueMs);
 
 private:
@@ -35,10 +35,11 @@ private:
     // before that latency is read, so that a start requested meanwhile is never lost.
     std::atomic<bool> mFirstPts{false};
     std::atomic<uint64_t> mAudioLatencyMs{0};
-    unsigned long mAudioLeadingUpperBound = 1000;  // ms; these four are fixed by the constructor
-    unsigned long mAudioLeadingThresthold = 300;
-    unsigned long mVideoLeadingUpperBound = 1000;
-    unsigned long mVideoLeadingThresthold = 100;
+    // In ms; the constructor fixes these four.
+    unsigned long mAudioLeadingUpperBound = kAudioLeadUpper.defaultMs;
+    unsigned long mAudioLeadingThresthold = kAudioLeadThreshold.defaultMs;
+    unsigned long mVideoLeadingUpperBound = kVideoLeadUpper.defaultMs;
+    unsigned long mVideoLeadingThresthold = kVideoLeadThreshold.defaultMs;
 };
 
 }  // namespace android

@@ -5,6 +5,7 @@
 
 #include "android/log.h"
 #include "interface/streamproxy.h"
+#include "pipeline/BlockLength.h"
 #include "processor/VolumeMixer.h"
 #include "stream/ConversionChain.h"
 #include "stream/DumpText.h"
@@ -18,11 +19,6 @@ constexpr const char* kTag = "mixer_thread";
 constexpr uint32_t kDefaultSampleRate = 44100;
 // Ten blocks: no working callback takes that long.
 constexpr nsecs_t kCallbackPatienceNs = 200'000'000;
-
-/** About 20 ms. At 44100 Hz a cycle is 900 frames. */
-uint32_t framesPerCycle(uint32_t sampleRate) {
-    return sampleRate == 44100 ? 900 : static_cast<uint32_t>(uint64_t{sampleRate} * 20 / 1000);
-}
 
 /** Streams can be converted to this output. At a rate that the resampler refuses, a stream could
  *  not follow a change of the mix, and would play its former rate into it. */
@@ -38,7 +34,7 @@ bool isReachable(const AudioOutput& output) {
 MixerThread::MixerThread() : AudioThread(String8("MixerThread")) {
     const ThreadLock::Autolock lock(mLock);
     set(kDefaultSampleRate, AUDIO_FORMAT_PCM_16_BIT, AUDIO_CHANNEL_OUT_STEREO,
-        framesPerCycle(kDefaultSampleRate));
+        blockFrames(kDefaultSampleRate));
 }
 
 MixerThread::~MixerThread() {
@@ -116,7 +112,7 @@ int MixerThread::registerOutput(sp<AudioOutput> output) {
 }
 
 int MixerThread::reconfigure_l(const sp<AudioOutput>& output) {
-    const uint32_t frameCount = framesPerCycle(output->mSampleRate);
+    const uint32_t frameCount = blockFrames(output->mSampleRate);
     // With an output that streams can't be converted to, their former chains would write frames of
     // another size into the mix.
     if (!isReachable(*output)) {

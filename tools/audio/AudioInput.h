@@ -9,7 +9,7 @@ namespace android {
 
 /**
  * Where an input's samples come from, in a rate and channels of its own.
- * Invariant: 1 or more channels, a rate from 4000 to 768000 Hz.
+ * Invariant: 1 or more channels, a rate that a stream may have.
  * Threads:   one at a time, cancel() apart.
  */
 class AudioInput {

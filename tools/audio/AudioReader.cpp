@@ -9,14 +9,12 @@
 
 #include "tools/audio/ForeignFormat.h"
 #include "tools/audio/FullScale.h"
+#include "tools/audio/StreamConfig.h"
 #include "tools/process/ToolError.h"
 
 namespace android {
 
 namespace {
-
-constexpr int kMinRateHz = 4000;
-constexpr int kMaxRateHz = 768000;
 
 /**
  * What the log of an opened file says about its sample chunk, as in "data : 1000 (should be 400)":
@@ -160,8 +158,8 @@ void AudioReader::checkWhole() {
         fail("holds no audio (0 frames)");
     }
     if (mInfo.samplerate < kMinRateHz || mInfo.samplerate > kMaxRateHz) {
-        fail("has a rate of " + std::to_string(mInfo.samplerate) +
-             " Hz; rates from 4000 to 768000 Hz can be mixed");
+        fail("has a rate of " + std::to_string(mInfo.samplerate) + " Hz; rates from " +
+             std::to_string(kMinRateHz) + " to " + std::to_string(kMaxRateHz) + " Hz can be mixed");
     }
 }
 

@@ -5,17 +5,11 @@
 #include <algorithm>
 #include <cmath>
 
+#include "tools/audio/StreamConfig.h"
+
 namespace android {
 
 namespace {
-
-constexpr uint32_t kFormat16 = 1;
-constexpr uint32_t kFormatQ27 = 3;
-constexpr uint32_t kStereo = 3;
-constexpr uint32_t kMaxChannels = 30;  // a mask has room for no more
-
-// Of the slower rate: a safe bound on what a converter may hold.
-constexpr int64_t kHeldFrames = 64;
 
 int64_t slowerFramesAt(int64_t frameCount, uint32_t rateHz, uint32_t otherRateHz) {
     return rateHz > otherRateHz ? framesAtRate(frameCount, otherRateHz, rateHz) : frameCount;
@@ -41,20 +35,22 @@ Handover::Handover(const Source& source, uint32_t mixRate, const Wishes& wishes)
       fillFrames(wishes.writeFrames > 0 ? wishes.writeFrames : INT64_MAX),
       bufferFrames(wishes.bufferFrames) {
     config.sample_rate = source.rateHz;
-    config.format = source.fits16Bits ? kFormat16 : kFormatQ27;
+    config.format =
+        source.fits16Bits ? STREAMPROXY_FORMAT_PCM_16_BIT : STREAMPROXY_FORMAT_PCM_32_BIT;
     if (!wishes.isNative && source.rateHz != mixRateHz) {
-        config.format = kFormat16;
+        config.format = STREAMPROXY_FORMAT_PCM_16_BIT;
         channelCount = 2;
     }
-    if ((!wishes.isNative && channelCount == 1) || channelCount > kMaxChannels) {
+    if ((!wishes.isNative && channelCount == 1) || channelCount > STREAMPROXY_MAX_CHANNEL_COUNT) {
         channelCount = 2;
     }
-    config.channel_mask = channelCount == 2 ? kStereo : (1u << channelCount) - 1;
+    config.channel_mask = channelMaskOf(channelCount);
 
     if (isConverted()) {
         delayFrames = converterDelayFrames(source.rateHz, mixRateHz);
-        marginFrames =
-            std::max(slowerFramesAt(kHeldFrames, source.rateHz, mixRateHz), delayFrames) + 2;
+        marginFrames = std::max(slowerFramesAt(RESAMPLER_MAX_HELD_FRAMES, source.rateHz, mixRateHz),
+                                delayFrames) +
+                       2;
     }
     // What the mix may take in one block, with what the converter may leave or take ahead. Room for
     // one more write: frames of a write that is still under way are not counted yet, and one that

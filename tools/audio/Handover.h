@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "interface/streamproxy.h"
+#include "pipeline/BlockLength.h"
 
 namespace android {
 
@@ -11,11 +12,6 @@ constexpr int64_t framesAtRate(int64_t frameCount, uint32_t fromHz, uint32_t toH
     // Whole seconds apart, so that no length that a file can have overflows.
     const int64_t second = frameCount / fromHz;
     return second * toHz + (frameCount % fromHz * toHz + fromHz - 1) / fromHz;
-}
-
-/** Frames in one block of the mix. */
-constexpr uint32_t blockFrames(uint32_t mixRateHz) {
-    return mixRateHz == 44100 ? 900 : mixRateHz * 20 / 1000;
 }
 
 /**
@@ -47,11 +43,12 @@ struct Handover {
     bool isConverted() const { return config.sample_rate != mixRateHz; }
     /** A stage stands in front of the converter. */
     bool isStaged() const {
-        return isConverted() && (config.format != 1 || config.channel_mask != 3);
+        return isConverted() && (config.format != STREAMPROXY_FORMAT_PCM_16_BIT ||
+                                 config.channel_mask != STREAMPROXY_CHANNEL_MASK_STEREO);
     }
     /** Comes short in every block, so that streams mixed before it lose audio. */
     bool deliversShort() const { return isStaged() && config.sample_rate > mixRateHz; }
-    uint32_t sampleBytes() const { return config.format == 1 ? 2 : 4; }
+    uint32_t sampleBytes() const { return config.format == STREAMPROXY_FORMAT_PCM_16_BIT ? 2 : 4; }
     uint32_t frameBytes() const { return sampleBytes() * channelCount; }
 
     /** Frames that must have been written so that the mix can reach `mixFrame`. */

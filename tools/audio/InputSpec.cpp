@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "tools/audio/StreamConfig.h"
 #include "tools/process/ToolError.h"
 #include "tools/text/TimeText.h"
 
@@ -87,7 +88,7 @@ bool applyPipeSetting(InputSpec& spec, const std::string& key, const std::string
         throw ToolError(where + ": is for '-' alone; a file says itself what it holds", EXIT_USAGE);
     }
     if (key == "rate") {
-        spec.pipeFormat.rateHz = parseCount(value, where, 4000, 768000);
+        spec.pipeFormat.rateHz = parseCount(value, where, kMinRateHz, kMaxRateHz);
     } else if (key == "channels") {
         spec.pipeFormat.channelCount = parseCount(value, where, 1, 32);
     } else {

@@ -3,6 +3,8 @@
 #include <CLI/CLI.hpp>
 #include <cstdint>
 
+#include "tools/audio/StreamConfig.h"
+
 namespace android {
 
 /** What the payload of a burst stream is made of. The stream itself does not say. */
@@ -21,7 +23,7 @@ struct PcmFormat {
 
     void addOptions(CLI::App& command) {
         command.add_option("--rate", rateHz, "Rate of the payload in Hz")
-            ->check(CLI::Range(4000, 768000))
+            ->check(CLI::Range(kMinRateHz, kMaxRateHz))
             ->capture_default_str();
         command.add_option("--channels", channelCount, "Channels of the payload")
             ->check(CLI::Range(1, 8))

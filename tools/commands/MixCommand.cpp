@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "tools/audio/OpenInput.h"
+#include "tools/audio/StreamConfig.h"
 #include "tools/host/LogSink.h"
 #include "tools/host/Properties.h"
 #include "tools/mix/MixLevels.h"
@@ -130,7 +131,7 @@ void MixCommand::addOutputOptions(Kind kind) {
     mCommand
         ->add_option("--rate", mRateHz,
                      "Rate of the mix in Hz (default: the inputs' if they share one, else 48000)")
-        ->check(CLI::Range(4000, 768000));
+        ->check(CLI::Range(kMinRateHz, kMaxRateHz));
     mCommand
         ->add_option("--format", mFormat,
                      "Samples of the mix: 16 or 32 bits, or f32, which keeps what lies above full "

@@ -11,6 +11,7 @@
 #include <optional>
 #include <thread>
 
+#include "hwsync/HwSyncBound.h"
 #include "tools/chart/LeadChart.h"
 #include "tools/host/LogSink.h"
 #include "tools/host/Properties.h"
@@ -36,13 +37,13 @@ struct PolicyProperty {
 };
 
 constexpr PolicyProperty kPolicyProperties[] = {
-    {"--alead-threshold", "vendor.audio.hwsync.alead.threshold",
+    {"--alead-threshold", kAudioLeadThreshold.property,
      "Audio leads up to this many ms are tolerated"},
-    {"--alead-upper", "vendor.audio.hwsync.alead.upper",
+    {"--alead-upper", kAudioLeadUpper.property,
      "Audio leads beyond this many ms re-anchor the clock"},
-    {"--vlead-threshold", "vendor.audio.hwsync.vlead.threshold",
+    {"--vlead-threshold", kVideoLeadThreshold.property,
      "Video leads up to this many ms are tolerated"},
-    {"--vlead-upper", "vendor.audio.hwsync.vlead.upper",
+    {"--vlead-upper", kVideoLeadUpper.property,
      "Video leads beyond this many ms re-anchor the clock"},
 };
 

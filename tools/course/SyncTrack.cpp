@@ -1,9 +1,8 @@
 #include "tools/course/SyncTrack.h"
 
-#include <cutils/properties.h>
-
 #include <algorithm>
-#include <cstdlib>
+
+#include "hwsync/HwSyncBound.h"
 
 namespace android {
 
@@ -11,26 +10,18 @@ namespace {
 
 constexpr uint64_t kNsPerMs = 1'000'000;
 
-int64_t propertyMs(const char* name, int64_t defaultMs) {
-    char value[PROPERTY_VALUE_MAX] = {};
-    if (property_get(name, value, nullptr) < 1) {
-        return defaultMs;
-    }
-    const auto valueMs = static_cast<int>(std::strtol(value, nullptr, 10));
-    // The policy compares without sign: nothing reaches a negative bound.
-    return valueMs >= 0 ? valueMs : INT64_MAX / 2;
+/** The policy compares without sign: nothing reaches a negative bound. */
+int64_t valueMs(const HwSyncBound& bound) {
+    return static_cast<int64_t>(std::min<unsigned long>(bound.valueMs(), INT64_MAX / 2));
 }
 
 }  // namespace
 
 SyncBounds SyncBounds::fromProperties() {
-    const SyncBounds defaults;
-    return {.audioThresholdMs =
-                propertyMs("vendor.audio.hwsync.alead.threshold", defaults.audioThresholdMs),
-            .audioUpperMs = propertyMs("vendor.audio.hwsync.alead.upper", defaults.audioUpperMs),
-            .videoThresholdMs =
-                propertyMs("vendor.audio.hwsync.vlead.threshold", defaults.videoThresholdMs),
-            .videoUpperMs = propertyMs("vendor.audio.hwsync.vlead.upper", defaults.videoUpperMs)};
+    return {.audioThresholdMs = valueMs(kAudioLeadThreshold),
+            .audioUpperMs = valueMs(kAudioLeadUpper),
+            .videoThresholdMs = valueMs(kVideoLeadThreshold),
+            .videoUpperMs = valueMs(kVideoLeadUpper)};
 }
 
 bool SyncBounds::tolerate(const SyncDecision& decision) const {

@@ -18,10 +18,10 @@ struct SyncEvent {
 
 /** What the policy tolerates and corrects, in ms; the library's own reading of its properties. */
 struct SyncBounds {
-    int64_t audioThresholdMs = 300;
-    int64_t audioUpperMs = 1000;
-    int64_t videoThresholdMs = 100;
-    int64_t videoUpperMs = 1000;
+    int64_t audioThresholdMs = 0;
+    int64_t audioUpperMs = 0;
+    int64_t videoThresholdMs = 0;
+    int64_t videoUpperMs = 0;
 
     static SyncBounds fromProperties();
     /** Whether this lead is tolerated; as the policy, it compares whole ms of both times. */

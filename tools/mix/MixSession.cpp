@@ -1,19 +1,12 @@
 #include "tools/mix/MixSession.h"
 
-#include <cutils/properties.h>
-
 #include <algorithm>
 
+#include "tools/audio/StreamConfig.h"
 #include "tools/host/Properties.h"
 #include "tools/process/ToolError.h"
 
 namespace android {
-
-namespace {
-
-constexpr uint32_t kStereo = 3;
-
-}  // namespace
 
 MixSession::MixSession(const Library& library, const std::vector<MixInput*>& inputs,
                        MixOutput& output, const Config& config)
@@ -30,8 +23,8 @@ MixSession::MixSession(const Library& library, const std::vector<MixInput*>& inp
               .sums = config.sums,
               .overload = config.overload}) {
     mMixConfig.sample_rate = config.rateHz;
-    mMixConfig.format = config.bits == 16 ? 1 : 3;
-    mMixConfig.channel_mask = kStereo;
+    mMixConfig.format = formatOf(config.bits);
+    mMixConfig.channel_mask = STREAMPROXY_CHANNEL_MASK_STEREO;
 }
 
 MixSession::~MixSession() {

@@ -3,19 +3,14 @@
 #include <algorithm>
 #include <chrono>
 
+#include "tools/audio/StreamConfig.h"
 #include "tools/process/ToolError.h"
 
 namespace android {
 
 namespace {
 
-constexpr uint32_t kStereo = 3;
-constexpr uint32_t kHwAvSync = 0x40;
 constexpr std::chrono::milliseconds kThreeBlocks{60};
-
-uint32_t formatCode(uint32_t bits) {
-    return bits == 16 ? 1 : 3;
-}
 
 }  // namespace
 
@@ -31,8 +26,8 @@ ReplaySession::ReplaySession(const Library& library, BurstFile& file, SoundCard&
       mClock(AVSyncClock::forId(config.clockId)),
       mDriver(mClock, config.events, track) {
     mMixConfig.sample_rate = config.writer.format.rateHz;
-    mMixConfig.format = formatCode(config.writer.format.bits);
-    mMixConfig.channel_mask = kStereo;
+    mMixConfig.format = formatOf(config.writer.format.bits);
+    mMixConfig.channel_mask = STREAMPROXY_CHANNEL_MASK_STEREO;
 }
 
 ReplaySession::~ReplaySession() {
@@ -79,8 +74,8 @@ void ReplaySession::registerOutput() {
 void ReplaySession::createTunnel() {
     const PcmFormat& format = mConfig.writer.format;
     audio_proxy_config_t config = mMixConfig;
-    config.channel_mask = (1u << format.channelCount) - 1;
-    config.flags = kHwAvSync;
+    config.channel_mask = channelMaskOf(format.channelCount);
+    config.flags = STREAMPROXY_FLAG_HW_AV_SYNC;
     mTunnel = mLibrary.createStream(&config);
     if (mTunnel == nullptr) {
         throw ToolError(mFile.path() + ": the library makes no tunnel stream of " +

@@ -12,6 +12,9 @@
 #include <stddef.h>
 #include <stdint.h>
 
+/** The most input that a converter holds back, in frames of the slower rate. */
+enum { RESAMPLER_MAX_HELD_FRAMES = 64 };
+
 /** Not used by this library; null everywhere. */
 struct resampler_buffer_provider;
 
