@@ -166,21 +166,49 @@ TEST_F(HwSyncReplay, FiguresOfABusyMachineAreSaidToBeItsOwn) {
     EXPECT_EQ(std::string::npos, result.output.find("\nunderruns,0\n")) << result.output;
 }
 
+TEST_F(HwSyncReplay, ACorrectionWithoutItsLogLineFailsLoudly) {
+    std::stringstream library;
+    library << std::ifstream(STREAMPROXY_LIBRARY, std::ios::binary).rdbuf();
+    for (const std::string words : {"%s, filling silience", "%s, drop %llu ms", "%s, drop bytes"}) {
+        std::string bytes = library.str();
+        const size_t at = bytes.find(words);
+        ASSERT_NE(std::string::npos, at) << words;
+        bytes[at + 2] = ';';
+        std::ofstream(folder / "reworded.so", std::ios::binary) << bytes;
+        const auto result =
+            ToolRun::hwsync({"replay", stream, "--library", folder / "reworded.so", "--event",
+                             "1s:jump=+400ms", "--event", "2s:jump=-800ms"});
+        EXPECT_EQ(1, result.exitCode) << words;
+        EXPECT_TRUE(result.says("log has no line that says")) << result.messages;
+    }
+}
+
+TEST_F(HwSyncReplay, GainsAreLinearOrInDecibels) {
+    for (const auto& [gain, share] : {std::pair{"0.5", 0.5}, std::pair{"-20dB", 0.1}}) {
+        const auto result = ToolRun::hwsync({"replay", stream, "--gain", gain, "--duration", "1s",
+                                             "--summary", "-o", folder / "out.wav"});
+        ASSERT_EQ(0, result.exitCode) << result.messages;
+        const std::vector<int32_t> heard = readAudio(folder / "out.wav").samples;
+        EXPECT_NEAR(share, heard[heard.size() / 2] / double{1 << 28}, 0.001) << gain;
+    }
+}
+
 TEST_F(HwSyncReplay, WhatCantBeReplayedIsNamed) {
     std::ofstream(folder / "empty.hws").close();
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
         {{folder / "missing.hws"}, "missing.hws: No such file"},
         {{folder / "empty.hws"}, "empty.hws: is empty"},
         {{folder / ""}, "is a directory"},
-        {{"/dev/zero"}, "is no regular file"},
+        {{"/dev/zero"}, "is not a regular file"},
         {{folder / "in.wav"}, "'RIFF' as an audio file does"},
-        {{stream, "--event", "1s:leap=3"}, "'leap=3' is no event"},
+        {{stream, "--event", "1s:leap=3"}, "'leap=3' is not an event"},
         {{stream, "--script", folder / "missing"}, "check --script"},
         {{stream, "--latency-offset", "-10ms"}, "an offset below 0"},
         {{stream, "--max-heard", "45"}, "write +45,-125"},
         {{stream, "--max-heard", "-125,+45"}, "allows nothing"},
-        {{stream, "--drift", "nan"}, "--drift: 'nan' is no number"},
-        {{stream, "--gain", "nan"}, "nan is no gain from 0 to 1"},
+        {{stream, "--drift", "nan"}, "--drift: 'nan' is not a number"},
+        {{stream, "--gain", "nan"}, "--gain: 'nan' is not a gain"},
+        {{stream, "--gain", "+1dB"}, "outside 0 to 1"},
         {{stream, "--beside", folder / "in.wav", "--report", folder / "./in.wav"},
          "in.wav: is also an input"},
     };

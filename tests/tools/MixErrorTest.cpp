@@ -68,7 +68,7 @@ TEST_F(MixErrors, NameTheSettingOrOption) {
     expectFailure({good + "@gain=+25dB"}, 2, "good.wav: gain");
     expectFailure({good + "@volume=1:30"}, 2, "a gain of 30");
     expectFailure({good + "@from=0:01"}, 2, "good.wav: from: it is only 1.0");
-    expectFailure({good + "@start=0:60"}, 2, "'0:60' is no time");
+    expectFailure({good + "@start=0:60"}, 2, "'0:60' is not a time");
     expectFailure({good + "@downmix=5.1"}, 2, "write itu or off");
     expectFailure({good + "@gain=loud"}, 2, "loud");
     expectFailure({good + "@balance=2"}, 2, "good.wav: balance");

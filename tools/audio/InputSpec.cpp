@@ -2,55 +2,28 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
 #include <utility>
 
 #include "tools/audio/StreamConfig.h"
 #include "tools/process/ToolError.h"
+#include "tools/text/GainText.h"
+#include "tools/text/Quantity.h"
 #include "tools/text/TimeText.h"
 
 namespace android {
 
 namespace {
 
-constexpr double kMaxGain = 15.85;  // 24 dB, what Q4.27 holds of full scale
-
-/** The number that starts `text`; what follows it is left in `unit`. NaN when there is none. */
-double numberOf(const std::string& text, std::string& unit) {
-    char* end = nullptr;
-    const double value = std::strtod(text.c_str(), &end);
-    unit = end;
-    unit.erase(0, unit.find_first_not_of(' '));
-    return end == text.c_str() || !std::isfinite(value) ? std::nan("") : value;
-}
-
-double parseGain(const std::string& text, const std::string& where) {
-    std::string unit;
-    const double value = numberOf(text, unit);
-    const bool isDecibel = unit == "dB" || unit == "db";
-    const double gain = isDecibel ? std::pow(10.0, value / 20.0) : value;
-    if (std::isnan(value) || !(unit.empty() || isDecibel)) {
-        throw ToolError(where + ": '" + text + "' is no gain; write 0.5 or -6dB", EXIT_USAGE);
-    }
-    if (gain < 0.0 || gain > kMaxGain) {
-        throw ToolError(where + ": a gain of " + text +
-                            " is outside 0 to 15.8, which is +24dB; write 0.5, -6dB or +6dB",
-                        EXIT_USAGE);
-    }
-    return gain;
-}
-
 double parseTimeSec(const std::string& text, const std::string& where) {
     return static_cast<double>(parseTimeNs(text, where)) / 1e9;
 }
 
 uint32_t parseCount(const std::string& text, const std::string& where, uint32_t min, uint32_t max) {
-    std::string unit;
-    const double count = numberOf(text, unit);
+    const auto [count, unit] = quantityOf(text);
     if (!unit.empty() || !(count >= min && count <= max) || count != std::floor(count)) {
-        throw ToolError(where + ": '" + text + "' is no whole number from " + std::to_string(min) +
-                            " to " + std::to_string(max),
+        throw ToolError(where + ": '" + text + "' is not a whole number from " +
+                            std::to_string(min) + " to " + std::to_string(max),
                         EXIT_USAGE);
     }
     return static_cast<uint32_t>(count);
@@ -74,7 +47,7 @@ PipeFormat::Sample parseSample(const std::string& text, const std::string& where
             return sample;
         }
     }
-    throw ToolError(where + ": '" + text + "' is no format; write s16, s24, s32 or f32",
+    throw ToolError(where + ": '" + text + "' is not a format; write s16, s24, s32 or f32",
                     EXIT_USAGE);
 }
 
@@ -103,14 +76,15 @@ void applySetting(InputSpec& spec, const std::string& setting) {
     const std::string key = setting.substr(0, equals);
     const std::string value = setting.substr(std::min(equals + 1, setting.size()));
     const std::string where = spec.path + ": " + key;
-    std::string unit;
     if (key == "gain") {
         spec.gain = static_cast<float>(parseGain(value, where));
     } else if (key == "balance") {
-        spec.balance = static_cast<float>(numberOf(value, unit));
-        if (!unit.empty() || !(std::abs(spec.balance) <= 1.0f)) {
-            throw ToolError(where + ": '" + value + "' is no balance from -1 (left) to 1 (right)",
-                            EXIT_USAGE);
+        const Quantity balance = quantityOf(value);
+        spec.balance = static_cast<float>(balance.value);
+        if (!balance.unit.empty() || !(std::abs(spec.balance) <= 1.0f)) {
+            throw ToolError(
+                where + ": '" + value + "' is not a balance from -1 (left) to 1 (right)",
+                EXIT_USAGE);
         }
     } else if (key == "start") {
         spec.startSec = parseTimeSec(value, where);
@@ -118,7 +92,7 @@ void applySetting(InputSpec& spec, const std::string& setting) {
         spec.fromSec = parseTimeSec(value, where);
     } else if (key == "downmix") {
         if (value != "itu" && value != "off") {
-            throw ToolError(where + ": '" + value + "' is no downmix; write itu or off",
+            throw ToolError(where + ": '" + value + "' is not a downmix; write itu or off",
                             EXIT_USAGE);
         }
         spec.isDownmixed = value == "itu";

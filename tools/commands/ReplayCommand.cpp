@@ -20,6 +20,7 @@
 #include "tools/process/RealClock.h"
 #include "tools/report/ReplayPage.h"
 #include "tools/report/ReportFile.h"
+#include "tools/text/GainText.h"
 #include "tools/text/TimeText.h"
 #include "virtualtime/VirtualMachine.h"
 
@@ -139,11 +140,8 @@ void ReplayCommand::addClockOptions() {
 }
 
 void ReplayCommand::addOutputOptions() {
-    mCommand->add_option("--gain", mGain, "Gain of the tunnel stream, linear")
-        ->check([](const std::string& text) {
-            const double gain = strtod(text.c_str(), nullptr);
-            return gain >= 0 && gain <= 1 ? "" : text + " is no gain from 0 to 1";
-        })
+    mCommand->add_option("--gain", mGain, "Gain of the tunnel stream, 0 to 1 or in dB")
+        ->type_name("GAIN")
         ->capture_default_str();
     mCommand
         ->add_option("--beside", mBesides,
@@ -211,7 +209,7 @@ ReplaySession::Config ReplayCommand::sessionConfig() const {
     config.latencyMs = static_cast<unsigned long>(parseTimeNs(mLatency, "--latency") / 1'000'000);
     config.latencyOffsetMs = parseSignedTimeNs(mLatencyOffset, "--latency-offset") / 1'000'000;
     config.driftPpm = ClockEvent::parse("0:drift=" + mDrift, "--drift").driftPpm;
-    config.gain = mGain;
+    config.gain = static_cast<float>(parseGain(mGain, "--gain", 1.0));
     if (!mScriptPath.empty()) {
         config.events = ClockEvent::load(mScriptPath);
     }
@@ -268,7 +266,7 @@ void ReplayCommand::checkBursts() const {
         BurstFile::keepStandardInput();
     } else if (std::filesystem::exists(mPath) && !std::filesystem::is_regular_file(mPath) &&
                !std::filesystem::is_directory(mPath)) {
-        throw ToolError(mPath + ": is no regular file; keep the stream in one and replay that");
+        throw ToolError(mPath + ": is not a regular file; keep the stream in one and replay that");
     }
     BurstFile file(mPath);
     BurstScanner scanner(sink);
@@ -295,7 +293,7 @@ ExitCode ReplayCommand::play(ReplaySession::Config config,
                              .bits = mFormat.bits,
                              .tunnelChannels = mFormat.channelCount,
                              .clockId = mClockId,
-                             .tunnelGain = mGain,
+                             .tunnelGain = config.gain,
                              .keepsAudio = page.has_value(),
                              .limit = parseMaxHeard(mMaxHeard)},
                             track);

@@ -57,7 +57,7 @@ private:
     std::string mMaxHeard;  // empty: any
     uint32_t mClockId = 1;
     std::string mPolicy[4];  // empty: as the properties say
-    float mGain = 1.0f;
+    std::string mGain = "1";
     std::vector<std::string> mBesides;
     std::string mOutputPath;
     std::string mSvgPath;

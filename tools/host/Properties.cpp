@@ -38,7 +38,7 @@ void loadProperties(const std::string& path) {
             error = line->key != nullptr
                         ? unsettable(line->key, line->value)
                         : ToolError(file + ", line " + std::to_string(line->number) + ": '" +
-                                        line->text + "' is no key=value",
+                                        line->text + "' is not key=value",
                                     EXIT_USAGE);
         }
     };

@@ -41,7 +41,7 @@ ClockEvent ClockEvent::parse(const std::string& text, const std::string& where) 
         event.kind = Kind::RESUME;
     } else {
         throw ToolError(where + ": '" + split.second +
-                            "' is no event; known are jump=TIME, drift=PPM, pause and resume",
+                            "' is not an event; known are jump=TIME, drift=PPM, pause and resume",
                         EXIT_USAGE);
     }
     return event;

@@ -77,6 +77,7 @@ void TunnelWriter::run(nsecs_t startNs) {
         }
     }
     judgeEnd();
+    checkDropped();
 }
 
 void TunnelWriter::judge(const Burst& burst, double timeSec) {
@@ -208,9 +209,34 @@ void TunnelWriter::note(const Burst& burst, nsecs_t beginNs,
             decision.correctionMs = line.ms;
         }
     }
+    checkLogged(decision);
+    if (decision.kind == SyncDecision::Kind::DROP) {
+        mToDropByteCount += burst.usedPayloadByteCount();
+    }
     mTrack.addDecision(decision);
     if (mIsOffsetDue && decision.kind == SyncDecision::Kind::ANCHOR) {
         applyOffset();
+    }
+}
+
+void TunnelWriter::checkLogged(const SyncDecision& decision) const {
+    if (decision.kind == SyncDecision::Kind::NONE && decision.hasClock &&
+        !mBounds.tolerate(decision)) {
+        throw ToolError(
+            mFile.path() + ": burst " + std::to_string(decision.burstIndex) + " was " +
+            markupNumber("%+.1f", static_cast<double>(decision.leadNs()) / 1e6) +
+            " ms off the clock, and the library's log has no line that says how it was corrected; "
+            "use the program and the library of one version, and see the log with --log debug");
+    }
+}
+
+void TunnelWriter::checkDropped() const {
+    if (mToDropByteCount > 0 && mTrack.latest().kind != SyncDecision::Kind::DROP &&
+        mTrack.droppedByteCount() == 0) {
+        throw ToolError(
+            mFile.path() +
+            ": the library decided to drop audio, and its log has no line that says how much; use "
+            "the program and the library of one version, and see the log with --log debug");
     }
 }
 

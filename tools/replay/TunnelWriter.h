@@ -79,6 +79,11 @@ private:
     SyncDecision decisionOf(const Burst& burst, nsecs_t beginNs);
     void note(const Burst& burst, nsecs_t beginNs, const std::vector<TunnelLog::Line>& lines);
     void applyOffset();
+    /** Throws ToolError if the library corrected what the log has no known line for: the report would
+     *  count it as nothing. */
+    void checkLogged(const SyncDecision& decision) const;
+    /** The same when all is written. */
+    void checkDropped() const;
     void judge(const Burst& burst, double timeSec);
     void judgeGarbage(uint64_t endOffset, double timeSec);
     void judgeFormat();
@@ -93,6 +98,7 @@ private:
     const sp<AVSyncClock> mClock;
     SyncTrack& mTrack;
     const Config mConfig;
+    const SyncBounds mBounds = SyncBounds::fromProperties();
     BurstScanner mScanner;
     std::deque<Burst> mPending;    // found in the file and not written yet
     std::deque<Garbage> mGarbage;  // likewise
@@ -101,6 +107,7 @@ private:
     std::string mFormatDoubt;      // never changed once the next member is set
     std::atomic<bool> mIsFormatDoubtful{false};
     nsecs_t mStartNs = 0;
+    uint64_t mToDropByteCount = 0;  // payload of the bursts that the library decided to drop
     bool mIsStarting = false;  // the next anchor is a start: whatever the clock says counts nothing
     bool mIsOffsetDue;
     std::atomic<uint64_t> mByteCount{0};

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
-#include <cstdlib>
 #include <vector>
 
 #include "tools/process/ToolError.h"
+#include "tools/text/Quantity.h"
 
 namespace android {
 
@@ -57,18 +57,16 @@ int64_t parseSignedTimeNs(const std::string& text, const std::string& where) {
         const bool isSigned = text[0] == '-' || text[0] == '+';
         const double timeSec = clockTimeSec(text.substr(isSigned ? 1 : 0));
         if (timeSec < 0.0 || timeSec > kMaxSec) {
-            fail(where, "'" + text + "' is no time; write 1:30, 1:02:03.5, 2.5s or 250ms");
+            fail(where, "'" + text + "' is not a time; write 1:30, 1:02:03.5, 2.5s or 250ms");
         }
         return std::llround((text[0] == '-' ? -timeSec : timeSec) * 1e9);
     }
-    char* end = nullptr;
-    const double value = std::strtod(text.c_str(), &end);
-    const std::string unit = end;
+    const auto [value, unit] = quantityOf(text);
     const bool isTime = unit.empty() || unit == "s" || unit == "ms";
     const double valueSec = unit == "ms" ? value / 1000.0 : value;
     // Not a number fails the comparison.
-    if (end == text.c_str() || !isTime || !(std::abs(valueSec) <= kMaxSec)) {
-        fail(where, "'" + text + "' is no time; write 2.5, 2.5s, 250ms or 1:30");
+    if (!isTime || !(std::abs(valueSec) <= kMaxSec)) {
+        fail(where, "'" + text + "' is not a time; write 2.5, 2.5s, 250ms or 1:30");
     }
     return std::llround(valueSec * 1e9);
 }
@@ -76,16 +74,15 @@ int64_t parseSignedTimeNs(const std::string& text, const std::string& where) {
 int64_t parseTimeNs(const std::string& text, const std::string& where) {
     const int64_t timeNs = parseSignedTimeNs(text, where);
     if (timeNs < 0) {
-        fail(where, "'" + text + "' lies before the start");
+        fail(where, "'" + text + "' is before the start");
     }
     return timeNs;
 }
 
 double parseNumber(const std::string& text, const std::string& where) {
-    char* end = nullptr;
-    const double value = std::strtod(text.c_str(), &end);
-    if (end == text.c_str() || *end != '\0' || !std::isfinite(value)) {
-        fail(where, "'" + text + "' is no number");
+    const auto [value, unit] = quantityOf(text);
+    if (std::isnan(value) || !unit.empty()) {
+        fail(where, "'" + text + "' is not a number");
     }
     return value;
 }
