@@ -22,7 +22,7 @@ verb_coverage() {
     llvm-profdata merge -o $profiles/all.profdata $profiles/*.profraw
     # The programs hold some functions in two builds: it warns of that.
     llvm-cov export -instr-profile $profiles/all.profdata build/coverage/bin/streamproxy_tests \
-        -object build/coverage/bin/streamproxy_fault_test \
+        -object build/coverage/bin/streamproxy_virtual_tests \
         -object build/coverage/lib/libstreamproxy.so >build/coverage/coverage.json 2>/dev/null
     figures=$(python3 scripts/uncovered.py build/coverage/coverage.json tests/uncovered.txt \
         buffer hwsync interface pipeline processor stream sync) || die "coverage: $figures"

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "interface/streamproxy.h"
+#include "virtualtime/VirtualMachine.h"
 
 namespace {
 
@@ -124,11 +125,8 @@ int inFork(Deed deed) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 100 + WTERMSIG(status);
 }
 
-}  // namespace
-
-int main(int, char** arguments) {
-    alarm(20);
-    const std::string way = arguments[1];
+/** What main() returns. */
+int end(const std::string& way) {
     gHangs = way == "hang" || way == "give-back-hanging";
     if (way == "fork-first") {
         // A process without a pipeline passes none on: its child may create one.
@@ -167,4 +165,20 @@ int main(int, char** arguments) {
         });
     }
     return 0;
+}
+
+}  // namespace
+
+/** `WAY [SEED]`: with a seed in virtual time, to the end of the process. */
+int main(int count, char** arguments) {
+    alarm(20);
+    const std::string way = arguments[1];
+    if (count < 3) {
+        return end(way);
+    }
+    const android::VirtualMachine::Config config = {
+        .seed = std::strtoull(arguments[2], nullptr, 10),
+        .order = android::VirtualMachine::Order::UNIFORM,
+        .maxStepCostNs = 1000};
+    android::VirtualMachine::run(config, [&way] { exit(end(way)); });
 }

@@ -12,10 +12,16 @@ namespace {
 
 using std::chrono::steady_clock;
 
+#ifdef STREAMPROXY_SANITIZED_THREADS
+constexpr int kSeedCount = 5;  // the sanitizer keeps each process for a second
+#else
+constexpr int kSeedCount = 20;
+#endif
+
 /** The exit status of the host, or 100 and the signal that ended it. */
-int endingHost(std::string way) {
+int endingHost(std::string way, std::string seed = "") {
     std::string program = STREAMPROXY_ENDING_HOST;
-    char* arguments[] = {program.data(), way.data(), nullptr};
+    char* arguments[] = {program.data(), way.data(), seed.empty() ? nullptr : seed.data(), nullptr};
     pid_t child = 0;
     EXPECT_EQ(0, posix_spawn(&child, program.c_str(), nullptr, nullptr, arguments, environ));
     int status = 0;
@@ -24,9 +30,10 @@ int endingHost(std::string way) {
 }
 
 TEST(ProcessEnd, ReturningFromMainWhileWritersWriteEndsCleanly) {
-    for (int run = 0; run < 5; ++run) {
-        ASSERT_EQ(0, endingHost("exit"));
-        ASSERT_EQ(0, endingHost("recreate"));
+    for (int run = 1; run <= kSeedCount; ++run) {
+        const std::string seed = std::to_string(run);
+        ASSERT_EQ(0, endingHost("exit", seed)) << "seed " << seed;
+        ASSERT_EQ(0, endingHost("recreate", seed)) << "seed " << seed;
     }
 }
 
@@ -41,9 +48,10 @@ TEST(ProcessEnd, AHangingCallbackOrAHostThatCleansUpDoesNotDelayIt) {
 }
 
 TEST(ProcessEnd, AForkedProcessEndsAndItsCallsAreRefused) {
-    for (int run = 0; run < 5; ++run) {
-        ASSERT_EQ(0, endingHost("fork-exit"));
-        ASSERT_EQ(0, endingHost("fork-call"));
+    for (int run = 1; run <= kSeedCount; ++run) {
+        const std::string seed = std::to_string(run);
+        ASSERT_EQ(0, endingHost("fork-exit", seed)) << "seed " << seed;
+        ASSERT_EQ(0, endingHost("fork-call", seed)) << "seed " << seed;
     }
 }
 

@@ -1,8 +1,5 @@
 #include "tests/support/FaultInjection.h"
 
-#include <dlfcn.h>
-#include <pthread.h>
-
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
@@ -19,7 +16,6 @@ std::atomic<int> gWindows{0};
 std::atomic<long> gBefore{kNever};  // allocations that still succeed
 std::atomic<bool> gAll{false};
 std::atomic<bool> gFailed{false};
-std::atomic<bool> gRefuseThreads{false};
 std::atomic<long> gLive{0};
 
 [[maybe_unused]] bool failsNow() {
@@ -54,10 +50,6 @@ FaultInjection::Window::Window() {
 
 FaultInjection::Window::~Window() {
     --gWindows;
-}
-
-void FaultInjection::refuseThreads(bool refuse) {
-    gRefuseThreads = refuse;
 }
 
 long FaultInjection::liveAllocations() {
@@ -130,13 +122,6 @@ void* aligned_alloc(size_t alignment, size_t byteCount) noexcept {
 void free(void* storage) noexcept {
     gLive -= storage != nullptr ? 1 : 0;
     __libc_free(storage);
-}
-
-int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*entry)(void*),
-                   void* argument) noexcept {
-    static const auto real =
-        reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
-    return gRefuseThreads ? EAGAIN : real(thread, attributes, entry, argument);
 }
 
 }  // extern "C"
