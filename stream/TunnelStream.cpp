@@ -126,6 +126,10 @@ int TunnelStream::setDownstreamLatencyOffset(long offsetMs) {
 }
 
 int TunnelStream::open() {
+    return open(nullptr);
+}
+
+int TunnelStream::open(const WriteStart* write) {
     if (isOpened()) {
         return OK;
     }
@@ -147,7 +151,8 @@ int TunnelStream::open() {
         mObserverRegistered = true;
     }
     const Mutex::Autolock playState(mPlayState);
-    return startPlaying_l();
+    // A pause may have come while this waited for a close.
+    return write == nullptr || !isPausedSince(*write) ? startPlaying_l() : OK;
 }
 
 int TunnelStream::startPlaying_l() {
@@ -172,7 +177,7 @@ void TunnelStream::playOn(const WriteStart& start) {
     }
     const Mutex::Autolock lock(mPlayState);
     const bool mayPlay = !isPausedSince(start) || mIsResumed.load(std::memory_order_relaxed);
-    if (mayPlay && !isClosedSince(start) && !isOpened()) {
+    if (mayPlay && !isOver(start) && !isOpened()) {
         startPlaying_l();
     }
 }
@@ -217,8 +222,10 @@ int TunnelStream::flush() {
 
 int TunnelStream::close() {
     {
-        // From here on no write that began before opens the stream again.
+        // From here on no write that began before opens the stream again, and none that begins
+        // keeps the parser from this.
         const Mutex::Autolock lock(mPlayState);
+        mUnregistering.fetch_add(1, std::memory_order_acq_rel);
         endWrite();
     }
     sp<TunnelStream> self;  // dropped last, after the lock is released
@@ -228,6 +235,7 @@ int TunnelStream::close() {
         mParser->unregisterObserver(this);
         mObserverRegistered = false;
     }
+    mUnregistering.fetch_sub(1, std::memory_order_acq_rel);
     if (!isOpened()) {
         endAndDiscard();  // what a pause had kept
         return OK;
@@ -241,7 +249,7 @@ int TunnelStream::close() {
 
 int TunnelStream::write(const void* data, size_t byteCount) {
     WriteStart start = now();
-    if (takeHostWrite() && !isOpened() && !isPausedSince(start) && open() == OK) {
+    if (takeHostWrite() && !isOpened() && !isPausedSince(start) && open(&start) == OK) {
         // This write undoes a close that it has waited for.
         start = {start.pauseCount, now().closeCount, now().discardCount};
     }
@@ -277,7 +285,7 @@ int TunnelStream::onBurstHeaderParsed(hw_sync_mode_t mode, unsigned int /*burstB
         // at all: a clock that it starts behind a pause would run on by itself.
         const Mutex::Autolock lock(mPlayState);
         const bool isFlushed = mWrite && mParser->isResetRequested();
-        if (isClosedSince(writeInProgress()) || isFlushed) {
+        if (isOver(writeInProgress()) || isFlushed) {
             return -ENOSYS;  // of a programme that is over
         }
         if (isHeld()) {
@@ -368,8 +376,7 @@ void TunnelStream::fillUnlessFlushed(unsigned long durationMs, uint32_t flushes)
     playOn(start);
     const WriteStart here = now();
     const auto goesOn = [&](nsecs_t& /*startNs*/) {
-        return isOpened() && !isPausedSince(here) && !isClosedSince(start) &&
-               flushCount() == flushes;
+        return isOpened() && !isPausedSince(here) && !isOver(start) && flushCount() == flushes;
     };
     const size_t frameCount = byteCount / mFrameSize;
     const size_t placed = place(
@@ -467,7 +474,7 @@ void TunnelStream::writeFrames(const uint8_t* data, size_t byteCount) {
         playOn(start);
         if (!isOpened()) {
             wasHeld = true;
-            return !isClosedSince(start) && !mHasGivenUp;
+            return !isOver(start) && !mHasGivenUp;
         }
         if (wasHeld) {
             // The mixer had no chance to make room meanwhile.
@@ -475,7 +482,7 @@ void TunnelStream::writeFrames(const uint8_t* data, size_t byteCount) {
             wasHeld = false;
             enterHeldMode();
         }
-        return !isClosedSince(start);
+        return !isOver(start);
     });
     mHasGivenUp = written < byteCount && !isOpened();
 }

@@ -80,8 +80,14 @@ private:
 
     sp<BridgeHalHidl> bridge() const EXCLUDES(mBridgeLock);
     int setLatency_l(unsigned long latencyMs, long offsetMs, bool onlyIfChanged) REQUIRES(mLatency);
+    /** As open(); for a write that began then, if there is one, and was not paused since. */
+    int open(const WriteStart* write) EXCLUDES(mLifecycle, mPlayState);
     int startPlaying_l() REQUIRES(mPlayState);
     WriteStart writeInProgress() const { return mWrite.value_or(now()); }
+    /** A write that began then has to end. */
+    bool isOver(const WriteStart& start) const {
+        return isClosedSince(start) || mUnregistering.load(std::memory_order_acquire) > 0;
+    }
     void playOn(const WriteStart& start) EXCLUDES(mPlayState);
     /** The policy's decision; the clock is anchored already. -ENOSYS: nothing to decide. */
     int decide_l(hw_sync_mode_t mode, uint64_t ptsNs, long& durationMs) REQUIRES(mPlayState);
@@ -124,6 +130,8 @@ private:
     mutable PriorityMutex mBridgeLock{"bridge"};  // the pointer, never held during a call
     // Since the last pause; written under mPlayState.
     std::atomic<bool> mIsResumed{false};
+    // Of closes that wait for the parser: a write that begins meanwhile would keep it for its second.
+    std::atomic<int> mUnregistering{0};
 };
 
 }  // namespace android
