@@ -76,6 +76,7 @@ VirtualMachine::Summary Scheduler::summary() const {
     return {.stepCount = mStepCount,
             .switchCount = mSwitchCount,
             .elapsedNs = mNowNs - mStartNs,
+            .busyNs = mNowNs - mStartNs - mIdleNs,
             .hash = mHash};
 }
 
@@ -328,6 +329,7 @@ VirtualThread* Scheduler::choose(VirtualThread* running) {
             return next;
         }
         if (mNextDeadlineNs != kForever) {
+            mIdleNs += std::max<int64_t>(mNextDeadlineNs - mNowNs, 0);
             mNowNs = std::max(mNowNs, mNextDeadlineNs);
             wakeDue();
             continue;

@@ -82,6 +82,7 @@ private:
     VirtualRandom mRandom;
     const int64_t mStartNs;
     int64_t mNowNs;
+    int64_t mIdleNs = 0;                 // passed while nobody could go on
     int64_t mNextDeadlineNs = kForever;  // no thread's is earlier
     uint64_t mStepCount = 0;
     uint64_t mSwitchCount = 0;

@@ -52,8 +52,9 @@ public:
     struct Summary {
         uint64_t stepCount;
         uint64_t switchCount;
-        int64_t elapsedNs;  // of its clock
-        uint64_t hash;      // of the schedule: who made which step, and when
+        int64_t elapsedNs;  // of its clock; of it, steps took busyNs, and all waited for the rest
+        int64_t busyNs;
+        uint64_t hash;  // of the schedule: who made which step, and when
     };
 
     /**
