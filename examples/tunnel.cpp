@@ -64,7 +64,8 @@ std::vector<int16_t> tone(uint32_t burst) {
     std::vector<int16_t> samples(2 * kBurstFrames);
     const double amplitude = burst < kSeconds * 1000 / kBurstMs ? 8000 : 0;
     for (size_t i = 0; i < samples.size(); ++i) {
-        const double time = static_cast<double>(burst * kBurstFrames + i / 2) / kRateHz;
+        const size_t frame = burst * kBurstFrames + i / 2;
+        const double time = static_cast<double>(frame) / kRateHz;
         samples[i] = static_cast<int16_t>(amplitude * std::sin(2 * std::numbers::pi * 440 * time));
     }
     return samples;

@@ -353,21 +353,25 @@ STREAMPROXY_SEAM(unsigned, sleep, unsigned seconds) {
     return static_cast<unsigned>(sleepUntil(*scheduler, deadlineIn(*scheduler, &duration)));
 }
 
-// Six arguments, as the kernel takes; those that a call does not have are passed on unread.
 STREAMPROXY_SEAM(long, syscall, long number, ...) {
     va_list arguments;
     va_start(arguments, number);
-    const long a = va_arg(arguments, long);
-    const long b = va_arg(arguments, long);
-    const long c = va_arg(arguments, long);
-    const long d = va_arg(arguments, long);
-    const long e = va_arg(arguments, long);
-    const long f = va_arg(arguments, long);
-    va_end(arguments);
     Scheduler* const scheduler = Scheduler::current();
-    if (scheduler == nullptr || number != SYS_futex) {
-        return system_call::syscall()(number, a, b, c, d, e, f);
+    long result = 0;
+    if (scheduler != nullptr && number == SYS_futex) {
+        auto* const word = va_arg(arguments, uint32_t*);
+        const int operation = va_arg(arguments, int);
+        const uint32_t value = va_arg(arguments, uint32_t);
+        result = futex(*scheduler, word, operation, value, va_arg(arguments, const timespec*));
+    } else {
+        // Six arguments, as the kernel takes; those that a call does not have are passed on unread.
+        long passed[6];
+        for (long& argument : passed) {
+            argument = va_arg(arguments, long);
+        }
+        result = system_call::syscall()(number, passed[0], passed[1], passed[2], passed[3],
+                                        passed[4], passed[5]);
     }
-    return futex(*scheduler, reinterpret_cast<uint32_t*>(a), static_cast<int>(b),
-                 static_cast<uint32_t>(c), reinterpret_cast<const timespec*>(d));
+    va_end(arguments);
+    return result;
 }
