@@ -1,6 +1,8 @@
 # What hosts outside this tree are built and run with: the public header; for hosts that share the
 # process's properties, log or AV-sync clock with the library the headers of these, in a folder of
-# their own; the libraries beside each other; the tool.
+# their own; the libraries beside each other; the tool. Each file is in one of three components:
+# "library" is what a built program loads, "development" what one is built with, "tool" the tool and
+# the pages for its reader.
 include(CMakePackageConfigHelpers)
 
 set(STREAMPROXY_HOST_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/streamproxy)
@@ -24,19 +26,21 @@ foreach(part avsync platform)
 endforeach()
 
 install(TARGETS streamproxy streamproxy_avsync streamproxy_platform EXPORT streamproxy
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(FILES interface/streamproxy.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    COMPONENT library NAMELINK_COMPONENT development)
+install(FILES interface/streamproxy.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+    COMPONENT development)
 # Those that a host includes, and what they include in turn.
 foreach(header android/log.h avsync/AVSyncBridge.h avsync/AVSyncClock.h avsync/AVSyncRecord.h
         cutils/properties.h utils/Errors.h utils/LockOrder.h utils/LockPlace.h utils/Mutex.h
         utils/RefBase.h utils/Timers.h)
     get_filename_component(folder ${header} DIRECTORY)
     install(FILES platform/include/${header}
-        DESTINATION ${STREAMPROXY_HOST_INCLUDEDIR}/${folder})
+        DESTINATION ${STREAMPROXY_HOST_INCLUDEDIR}/${folder} COMPONENT development)
 endforeach()
 
 install(EXPORT streamproxy NAMESPACE streamproxy:: FILE streamproxyTargets.cmake
-    DESTINATION ${STREAMPROXY_CMAKEDIR})
+    DESTINATION ${STREAMPROXY_CMAKEDIR} COMPONENT development)
 configure_package_config_file(cmake/streamproxyConfig.cmake.in
     ${PROJECT_BINARY_DIR}/streamproxyConfig.cmake INSTALL_DESTINATION ${STREAMPROXY_CMAKEDIR}
     NO_SET_AND_CHECK_MACRO)
@@ -44,16 +48,18 @@ configure_package_config_file(cmake/streamproxyConfig.cmake.in
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/streamproxyConfigVersion.cmake
     COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/streamproxyConfig.cmake
-    ${PROJECT_BINARY_DIR}/streamproxyConfigVersion.cmake DESTINATION ${STREAMPROXY_CMAKEDIR})
+    ${PROJECT_BINARY_DIR}/streamproxyConfigVersion.cmake DESTINATION ${STREAMPROXY_CMAKEDIR}
+    COMPONENT development)
 
 string(REGEX REPLACE "[^/]+" ".." STREAMPROXY_PC_TO_PREFIX ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 configure_file(cmake/streamproxy.pc.in ${PROJECT_BINARY_DIR}/streamproxy.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/streamproxy.pc
-    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
 find_program(STREAMPROXY_GZIP gzip REQUIRED)
 if(STREAMPROXY_BUILD_TOOLS)
-    install(TARGETS streamproxy_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+    install(TARGETS streamproxy_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+        COMPONENT tool)
     # Compressed, with no time in the file: the same page gives the same bytes.
     file(GLOB pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/man/*.1)
     foreach(page ${pages})
@@ -62,11 +68,12 @@ if(STREAMPROXY_BUILD_TOOLS)
         file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/man)
         execute_process(COMMAND ${STREAMPROXY_GZIP} -9nc ${page}
             OUTPUT_FILE ${PROJECT_BINARY_DIR}/man/${name}.gz COMMAND_ERROR_IS_FATAL ANY)
-        install(FILES ${PROJECT_BINARY_DIR}/man/${name}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+        install(FILES ${PROJECT_BINARY_DIR}/man/${name}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
+            COMPONENT tool)
     endforeach()
     if(EXISTS ${PROJECT_SOURCE_DIR}/tools/completion/streamproxy.bash)
         install(FILES tools/completion/streamproxy.bash RENAME streamproxy
-            DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tool)
     endif()
 endif()
 
@@ -95,7 +102,12 @@ file(WRITE ${PROJECT_BINARY_DIR}/installed/README.md "${readme}")
 execute_process(COMMAND ${STREAMPROXY_GZIP} -9nc ${PROJECT_SOURCE_DIR}/CHANGELOG.md
     OUTPUT_FILE ${PROJECT_BINARY_DIR}/installed/changelog.gz COMMAND_ERROR_IS_FATAL ANY)
 install(FILES ${PROJECT_BINARY_DIR}/installed/README.md
-    ${PROJECT_BINARY_DIR}/installed/changelog.gz DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR}
-    FILES_MATCHING PATTERN *.md PATTERN *.svg PATTERN *.png PATTERN man EXCLUDE)
-install(FILES examples/host.c examples/host.cpp examples/tunnel.cpp DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+    ${PROJECT_BINARY_DIR}/installed/changelog.gz DESTINATION ${CMAKE_INSTALL_DOCDIR}
+    COMPONENT tool)
+# The pages lead to each other by relative links, so all lie in one folder, whatever their component.
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT tool
+    FILES_MATCHING PATTERN *.md PATTERN *.svg PATTERN *.png PATTERN man EXCLUDE
+    PATTERN host-guide.md EXCLUDE)
+install(FILES docs/host-guide.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT development)
+install(FILES examples/host.c examples/host.cpp examples/tunnel.cpp
+    DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT development)

@@ -1,7 +1,7 @@
 # shellcheck shell=bash
-# ./dev package : what others get. Makes the Debian package; then hosts that see nothing of this
+# ./dev package : what others get. Makes the Debian packages; then hosts that see nothing of this
 # tree are built and run with an installation, with the same one moved elsewhere, and with the
-# package.
+# packages.
 
 # build_for PREFIX : most folders and the runpath are settled by the prefix.
 build_for() {
@@ -76,89 +76,156 @@ check_installation() {
     refuse_traces "$1"
 }
 
-# check_package FILE
+# unpack PACKAGE : into a folder of its own, and into one with the others.
+unpack() {
+    local file
+    for file in "$WORK/unpacked/$1" "$WORK/unpacked/all"; do
+        mkdir -p "$file"
+        dpkg-deb -x "$(file_of "$1")" "$file"
+    done
+}
+
+file_of() { printf '%s\n' out/"$1_$VERSION"-*.deb; }
+
+# holds PACKAGE PATH... : these, below /usr, are in it.
+holds() {
+    local package=$1 path
+    shift
+    for path in "$@"; do
+        # A link to a file of another package leads nowhere here.
+        [ -e "$WORK/unpacked/$package/usr/$path" ] || [ -L "$WORK/unpacked/$package/usr/$path" ] ||
+            die "$package: has no /usr/$path"
+    done
+}
+
+# depends_on PACKAGE NAME... : on these, and of this tree's packages on no other.
+depends_on() {
+    local package=$1 depends field
+    shift
+    depends=", $(dpkg-deb -f "$(file_of "$package")" Depends),"
+    for field in "$@"; do
+        [[ $depends = *", $field"[\ ,]* ]] || die "$package: does not depend on $field, only on$depends"
+        depends=${depends/, $field/}
+    done
+    [[ $depends != *streamproxy* ]] || die "$package: depends on too much:$depends"
+}
+
 check_package() {
-    local root=$WORK/unpacked depends field
-    say "checking $1"
-    depends=$(dpkg-deb -f "$1" Depends)
-    for field in libc6 libgcc-s1 libsndfile1 libstdc++6; do
-        [[ ", $depends" = *", $field "* ]] || die "$1: does not depend on $field, only on: $depends"
-    done
-    [[ $depends != *streamproxy* ]] || die "$1: depends on itself: $depends"
+    local file field
+    file=$(file_of "$1")
     for field in Description Maintainer Section; do
-        [ -n "$(dpkg-deb -f "$1" $field)" ] || die "$1: has no $field"
+        [ -n "$(dpkg-deb -f "$file" $field)" ] || die "$file: has no $field"
     done
-    field=$(dpkg-deb -c "$1" | grep -vE '^[-dl]rw[-x]r.[-x]r.[-x] root/root .* \./(usr/.*)?$') &&
-        die "$1: not root's, not readable to all, or outside /usr:"$'\n'"$field"
-    rm -rf "$root"
-    dpkg-deb -x "$1" "$root"
-    ! find "$root" -type d -empty | grep . >&2 || die "$1: has empty folders"
-    check_installation "$root" "usr/lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH)" ""
-    for field in bin/streamproxy include/streamproxy.h share/doc/streamproxy/README.md \
+    field=$(dpkg-deb -c "$file" | grep -vE '^[-dl]rw[-x]r.[-x]r.[-x] root/root .* \./(usr/.*)?$') &&
+        die "$file: not root's, not readable to all, or outside /usr:"$'\n'"$field"
+    unpack "$1"
+    ! find "$WORK/unpacked/$1" -type d -empty | grep . >&2 || die "$file: has empty folders"
+    zcat "$WORK/unpacked/$1/usr/share/doc/$1/changelog.Debian.gz" >"$WORK/changelog"
+    dpkg-parsechangelog -l "$WORK/changelog" >/dev/null || die "$file: its changelog can't be read"
+}
+
+check_packages() {
+    local lib package name files=()
+    lib=lib/$(dpkg-architecture -qDEB_HOST_MULTIARCH)
+    say "checking ${PACKAGES[*]}"
+    for package in "${PACKAGES[@]}"; do
+        check_package "$package"
+        files+=("$(file_of "$package")")
+    done
+    check_installation "$WORK/unpacked/all" "usr/$lib" ""
+
+    depends_on "$LIBRARY" libc6 libgcc-s1 libstdc++6
+    for name in streamproxy streamproxy_platform streamproxy_avsync; do
+        holds "$LIBRARY" "$lib/lib$name.so.$VERSION" "$lib/lib$name.so.${VERSION%%.*}"
+        holds libstreamproxy-dev "$lib/lib$name.so"
+    done
+    # Two versions of it can be installed together only without a file that both have.
+    ! find "$WORK/unpacked/$LIBRARY" ! -type d ! -path '*.so.*' ! -path "*/doc/$LIBRARY/*" |
+        grep . >&2 || die "$LIBRARY: another version of it would have these too"
+
+    depends_on libstreamproxy-dev "$LIBRARY (= $(dpkg-deb -f "${files[0]}" Version))"
+    holds libstreamproxy-dev include/streamproxy.h "$lib/pkgconfig/streamproxy.pc" \
+        "$lib/cmake/streamproxy/streamproxyConfig.cmake" \
+        share/doc/streamproxy/docs/host-guide.md share/doc/streamproxy/examples/host.c
+
+    depends_on streamproxy "$LIBRARY (= $(dpkg-deb -f "${files[0]}" Version))" libc6 libgcc-s1 \
+        libsndfile1 libstdc++6
+    holds streamproxy bin/streamproxy share/doc/streamproxy/README.md \
         share/man/man1/streamproxy{,-mix,-play,-hwsync}.1.gz \
         share/doc/streamproxy/changelog.gz share/doc/streamproxy/docs/pictures/report.png \
-        share/bash-completion/completions/streamproxy; do
-        [ -e "$root/usr/$field" ] || die "$1: has no /usr/$field"
-    done
-    zcat "$root/usr/share/doc/streamproxy/changelog.Debian.gz" >"$WORK/changelog"
-    dpkg-parsechangelog -l "$WORK/changelog" >/dev/null || die "$1: its changelog can't be read"
+        share/bash-completion/completions/streamproxy
     # Nothing of the tree is there for the reader.
-    ! grep -nF ./dev "$root/usr/share/doc/streamproxy/README.md" >&2 ||
-        die "$1: its README names commands of the tree"
-    ! readelf -d "$root/usr/bin/streamproxy" | grep RUNPATH || die "$1: the tool has a runpath"
+    ! grep -nF ./dev "$WORK/unpacked/streamproxy/usr/share/doc/streamproxy/README.md" >&2 ||
+        die "streamproxy: its README names commands of the tree"
+    ! readelf -d "$WORK/unpacked/streamproxy/usr/bin/streamproxy" | grep RUNPATH ||
+        die "streamproxy: the tool has a runpath"
+
+    # A licence is not chosen yet; and no report asked for the packages.
+    lintian --allow-root --fail-on error,warning \
+        --suppress-tags no-copyright-file,initial-upload-closes-no-bugs "${files[@]}" >&2 ||
+        die "lintian finds faults"
 }
 
-is_installed() {
-    dpkg-query -W -f '${db:Status-Abbrev}' streamproxy 2>/dev/null | grep -q '^.[^n]'
+installed() {
+    dpkg-query -W -f '${db:Status-Abbrev}${Package}\n' "${PACKAGES[@]}" 2>/dev/null |
+        sed -n 's/^.[^n] *//p'
 }
 
-# try_package FILE : installs it, and removes it without a trace.
-try_package() {
-    local path new=()
+# try_packages : installs them, and removes them without a trace.
+try_packages() {
+    local package path new=()
     while read -r path; do
-        [ -e "/$path" ] || new+=("/$path")
-    done < <(dpkg-deb --fsys-tarfile "$1" | tar -t)
+        [ -e "/$path" ] || [ -L "/$path" ] || new+=("/$path")
+    done < <(for package in "${PACKAGES[@]}"; do
+        dpkg-deb --fsys-tarfile "$(file_of "$package")" | tar -t
+    done | sort -u)
 
-    say "installing $1"
+    say "installing $LIBRARY and streamproxy"
     INSTALLED=yes
-    quietly "$1: can't be installed" dpkg -i "$1"
+    quietly "can't be installed" dpkg -i "$(file_of "$LIBRARY")" "$(file_of streamproxy)"
     # Read to its end: a grep that stops early would break the pipe, which counts as a failure.
     ldconfig -p | grep 'libstreamproxy\.so\.0 ' >/dev/null || die "the loader does not find the library"
-    try_tool "the package" /usr/bin/streamproxy
-    try_hosts "the package"
+    ! ldconfig -p | grep 'libstreamproxy\.so ' >&2 || die "the name without a version is there already"
+    try_tool "without the development files" /usr/bin/streamproxy
 
-    say "removing it"
-    quietly "can't be removed" dpkg -r streamproxy
+    say "installing libstreamproxy-dev"
+    quietly "can't be installed" dpkg -i "$(file_of libstreamproxy-dev)"
+    try_hosts "the packages"
+
+    say "removing them"
+    quietly "can't be removed" dpkg -r "${PACKAGES[@]}"
     INSTALLED=
-    ! grep warning "$WORK/log.txt" >&2 || die "it does not go without a word"
+    ! grep warning "$WORK/log.txt" >&2 || die "they do not go without a word"
     for path in "${new[@]}"; do
-        [ ! -e "$path" ] || die "removed, but it leaves $path"
+        if [ -e "$path" ] || [ -L "$path" ]; then die "removed, but $path is left"; fi
     done
-    ! is_installed || die "removed, but dpkg still knows of it"
+    [ -z "$(installed)" ] || die "removed, but dpkg still knows of: $(installed)"
     ! ldconfig -p | grep libstreamproxy >&2 || die "removed, but the loader still knows of it"
 }
 
 clean_up() {
-    if [ -n "${INSTALLED:-}" ]; then dpkg -P streamproxy >/dev/null; fi
+    if [ -n "${INSTALLED:-}" ]; then dpkg -P "${PACKAGES[@]}" >/dev/null; fi
     rm -rf "$WORK"
 }
 
 verb_package() {
     need_build
-    need binutils dpkg-dev file make
+    need binutils dpkg-dev file lintian make
     WORK=$(mktemp -d)
     trap clean_up EXIT
-    local prefix=$WORK/first package
+    local prefix="$WORK/first"
 
     # Last the prefix that one would expect of build/release.
     build_for /usr
     say "packing"
     quietly "cpack failed" cpack --config "$BUILD_DIR/CPackConfig.cmake" -G DEB -B "$WORK/cpack"
-    mkdir -p out
-    cp "$WORK"/cpack/streamproxy_*.deb out/
-    package=out/$(basename "$WORK"/cpack/streamproxy_*.deb)
-    build_for /usr/local
     VERSION=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$BUILD_DIR/CMakeCache.txt")
+    LIBRARY=libstreamproxy${VERSION%%.*}
+    PACKAGES=("$LIBRARY" libstreamproxy-dev streamproxy)
+    mkdir -p out
+    rm -f out/{lib,}streamproxy*.deb
+    cp "$WORK"/cpack/*.deb out/
+    build_for /usr/local
 
     say "installing to a prefix of its own"
     quietly "cmake --install failed" cmake --install "$BUILD_DIR" --strip --prefix "$prefix"
@@ -171,13 +238,13 @@ verb_package() {
     try_tool "the moved prefix" "$prefix/bin/streamproxy"
     try_hosts "the moved prefix" "$prefix"
 
-    check_package "$package"
+    check_packages
     if [ "$(id -u)" -ne 0 ]; then
-        say "not root: $package is not installed"
-    elif is_installed; then
-        die "a package streamproxy is installed; to try this one, remove it: dpkg -P streamproxy"
+        say "not root: the packages are not installed"
+    elif [ -n "$(installed)" ]; then
+        die "to try these, remove what is installed: dpkg -P $(installed | paste -sd ' ')"
     else
-        try_package "$package"
+        try_packages
     fi
-    say "$package"
+    say out/{lib,}streamproxy*.deb
 }

@@ -43,13 +43,14 @@ check_library() {
         wrong "interface/streamproxy.abi: names another version; run: ./dev abi --update"
 }
 
-check_package() {
+check_packages() {
     local deb version
     rm -rf "$BUILD_DIR/release-package"
     cpack --config "$BUILD_DIR/CPackConfig.cmake" -B "$BUILD_DIR/release-package" >/dev/null
     for deb in "$BUILD_DIR"/release-package/*.deb; do
         version=$(dpkg-deb -f "$deb" Version)
-        [ "$version" = "$1" ] || wrong "$deb: its version is $version"
+        # Behind the hyphen stands the number of the packing.
+        [ "${version%-*}" = "$1" ] || wrong "$deb: its version is $version"
     done
 }
 
@@ -67,7 +68,7 @@ verb_release() {
     check_changelog "$version"
     check_pages
     check_library "$version"
-    check_package "$version"
+    check_packages "$version"
     [ -z "$(git status --porcelain)" ] || wrong "the tree: commit what has changed"
     [ -z "$(git tag -l "v$version")" ] || wrong "v$version: the tag exists; raise the version"
     [ "$RELEASE_FAULTS" -eq 0 ] || die "$RELEASE_FAULTS places do not agree with version $version"

@@ -10,7 +10,9 @@ namespace android {
 
 namespace {
 
-constexpr const char* kFileName = "libstreamproxy.so";
+// The soname: the name without a version is there only for those who build hosts, and may lead to
+// another version's functions.
+constexpr const char* kFileName = STREAMPROXY_LIBRARY_FILE;
 
 std::string besideProgram() {
     std::error_code error;
@@ -52,8 +54,9 @@ std::string Library::file() const {
 
 std::string Library::version() const {
     const std::string name = std::filesystem::path(file()).filename().string();
-    const std::string versioned = std::string(kFileName) + ".";
-    return name.rfind(versioned, 0) == 0 ? name.substr(versioned.size()) : "unknown";
+    const std::string suffix = ".so.";
+    const size_t at = name.find(suffix);
+    return at != std::string::npos ? name.substr(at + suffix.size()) : "unknown";
 }
 
 void* Library::symbol(const char* name) const {

@@ -7,13 +7,14 @@
 namespace android {
 
 /**
- * libstreamproxy.so, loaded at run time as an audio HAL loads it.
+ * The library, loaded at run time as an audio HAL loads it.
  * Invariant: every function pointer is set; construction throws ToolError otherwise.
  * Threads:   the pointers never change, any thread may call through them.
  */
 class Library {
 public:
-    /** An empty path means: ../lib beside the running program, then the loader's own search. */
+    /** An empty path means the library's soname, libstreamproxy.so.0: in ../lib beside the running
+     *  program, then where the loader searches. */
     explicit Library(const std::string& path);
     ~Library();
     Library(const Library&) = delete;
