@@ -466,6 +466,7 @@ void Host::write(Slot& slot, Random& random, uint64_t frameCount) {
     (void)random;
     const uint64_t closesBefore = slot.closesDone;
     const uint64_t resumesBefore = slot.resumesBegun;
+    const int64_t startNs = run::nowNs();
     const auto call = known.beginWrite(frameCount);
     const int result = timed(
         slot.isTunnel ? "audio_proxy_stream_write (tunnel)" : "audio_proxy_stream_write",
@@ -484,6 +485,11 @@ void Host::write(Slot& slot, Random& random, uint64_t frameCount) {
     if (result < 0 || static_cast<size_t>(result) > bytes.size() ||
         (!slot.isTunnel && static_cast<size_t>(result) % slot.frameSize != 0)) {
         fault("stream %zu: a write of %zu bytes returned %d", index, bytes.size(), result);
+    }
+    if (!slot.isTunnel && static_cast<size_t>(result) < bytes.size() &&
+        slot.closesBegun == closesBefore && run::nowNs() - startNs < kNsPerSecond - kNsPerMs) {
+        fault("stream %zu: a write took %d of %zu bytes after %.6f s, although nothing closed it",
+              index, result, bytes.size(), static_cast<double>(run::nowNs() - startNs) / 1e9);
     }
     known.endWrite(call, slot.isTunnel ? frameCount : static_cast<size_t>(result) / slot.frameSize,
                    mCycle);
