@@ -79,6 +79,7 @@ TEST_F(MixErrors, NameTheSettingOrOption) {
     expectFailure({good, "--rate", "3999"}, 2, "--rate");
     expectFailure({good, "--rate", "768001"}, 2, "--rate");
     expectFailure({good, "--format", "24"}, 2, "--format");
+    expectFailure({good, "--headroom", "nan"}, 2, "--headroom: nan is no number");
     expectFailure({good, "--library", folder / "none.so"}, 1, "none.so");
     expectFailure({good, "--library", STREAMPROXY_PLATFORM_LIBRARY}, 1,
                   "has no function create_audio_proxy_pipeline");
@@ -151,6 +152,8 @@ TEST_F(MixErrors, FormatsHaveTheirLimitsNamed) {
     expectFailure({good, "--rate", "65536"}, 2, "up to 655350 Hz, above 65535 Hz in steps of 10",
                   "mix.flac");
     expectFailure({good, "--rate", "700000"}, 2, "up to 655350 Hz", "mix.flac");
+    expectFailure({good, "--format", "f32"}, 2, "floating point; choose .wav, or --format 32",
+                  "mix.flac");
     const auto result =
         ToolRun::mixWell({good, "--rate", "65540", "--format", "32", "-o", folder / "mix.flac"});
     EXPECT_TRUE(result.says("65540 Hz, 32-bit, stereo, 24-bit in the file")) << result.messages;

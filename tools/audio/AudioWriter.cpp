@@ -119,9 +119,10 @@ void AudioWriter::check(const std::string& path, uint32_t rateHz, uint32_t bits,
             EXIT_USAGE);
     }
     if (!sf_format_check(&info)) {
-        throw ToolError(path + ": this format can't hold " + std::to_string(rateHz) + " Hz with " +
-                            (isFloat ? "real numbers" : std::to_string(bits) + " bits") +
-                            "; choose .wav or another --rate",
+        throw ToolError(path + ": this format can't hold " +
+                            (isFloat ? "floating point; choose .wav, or --format 32"
+                                     : std::to_string(rateHz) + " Hz with " + std::to_string(bits) +
+                                           " bits; choose .wav or another --rate"),
                         EXIT_USAGE);
     }
 }

@@ -142,7 +142,10 @@ void MixCommand::addOutputOptions(Kind kind) {
         ->add_option("--headroom", mHeadroomDb,
                      "Lower every input by this many dB, so that their sum does not overload")
         ->type_name("DB")
-        ->check(CLI::Range(0.0, 60.0));
+        ->check(CLI::Range(0.0, 60.0))
+        ->check([](const std::string& text) {  // nan is in every range
+            return std::isnan(strtod(text.c_str(), nullptr)) ? text + " is no number of dB" : "";
+        });
     CLI::Option* normalize =
         mCommand->add_flag("--normalize", mIsNormalizing,
                            "Mix with 32 bits, then bring the peak of the mix to -1 dBFS");
