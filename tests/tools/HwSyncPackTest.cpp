@@ -100,6 +100,16 @@ TEST_F(HwSyncPack, EveryFaultIsCounted) {
     EXPECT_EQ(bytes, contentOf(pack(options)));
     EXPECT_NE(bytes, contentOf(pack({options.begin(), options.end() - 2})));
 
+    // Faults that would not be there are told.
+    const std::string input = folder / "in.wav";
+    const auto idle = ToolRun::hwsync({"pack", input, "-o", path, "--length", "2s", "--gap",
+                                       "1:30:2", "--gap", "1s:5ms", "--free-run", "10ms:15ms"});
+    EXPECT_TRUE(idle.says("--gap 1:30:2 has no effect")) << idle.messages;
+    EXPECT_FALSE(idle.says("--gap 1s:5ms")) << idle.messages;
+    EXPECT_TRUE(idle.says("--free-run 10ms:15ms has no effect")) << idle.messages;
+    const auto nothing = ToolRun::hwsync({"pack", input, "-o", path, "--length", "0"});
+    EXPECT_TRUE(nothing.says("--length: leaves nothing")) << nothing.messages;
+
     const auto size = std::filesystem::file_size(pack({}));
     std::filesystem::resize_file(path, size - 100);
     inspect(path, {{"missing_payload_bytes", 100}});

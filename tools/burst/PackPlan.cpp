@@ -20,10 +20,22 @@ bool isInside(const std::vector<TimeSpan>& spans, int64_t timeNs) {
 
 }  // namespace
 
+bool PackPlan::Config::hasBurstIn(const TimeSpan& span) const {
+    for (int64_t frame = 0; frame < frameCount; frame += burstFrameCount) {
+        if (span.holds(nsOf(frame, rateHz))) {
+            return true;
+        }
+    }
+    return false;
+}
+
 PackPlan::PackPlan(const Config& config, SeededRandom& random) {
     lay(config, random);
     if (mItems.empty()) {
-        throw ToolError("the gaps leave no audio to pack; make them shorter", EXIT_USAGE);
+        throw ToolError(config.frameCount > 0
+                            ? "--gap: the gaps leave no audio to pack; make them shorter"
+                            : "--length: leaves nothing to pack; make it longer",
+                        EXIT_USAGE);
     }
     strew(config.wishes, random);
 }

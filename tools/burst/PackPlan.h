@@ -30,6 +30,9 @@ public:
         std::vector<TimeSpan> gaps;      // audio that is missing
         std::vector<TimeSpan> freeRuns;  // bursts that begin here ask for free run
         std::vector<FaultWish> wishes;
+
+        /** Whether a burst begins in it; only such are left out, or ask for free run. */
+        bool hasBurstIn(const TimeSpan& span) const;
     };
 
     struct Item {

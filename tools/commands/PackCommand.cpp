@@ -66,6 +66,20 @@ std::vector<TimeSpan> parseFreeRuns(const std::vector<std::string>& texts) {
     return spans;
 }
 
+void warnOfIdleSpans(const char* option, const std::vector<std::string>& texts,
+                     const std::vector<TimeSpan>& spans, const PackPlan::Config& config) {
+    for (size_t index = 0; index < spans.size(); ++index) {
+        if (!config.hasBurstIn(spans[index])) {
+            fprintf(stderr,
+                    "streamproxy: warning: %s %s has no effect: no burst begins in it; the audio "
+                    "lasts %.3f s, a burst %.3f s\n",
+                    option, texts[index].c_str(),
+                    static_cast<double>(config.frameCount) / config.rateHz,
+                    static_cast<double>(config.burstFrameCount) / config.rateHz);
+        }
+    }
+}
+
 int64_t framesOf(int64_t timeNs, int64_t rateHz) {
     return timeNs / 1'000'000'000 * rateHz + timeNs % 1'000'000'000 * rateHz / 1'000'000'000;
 }
@@ -168,6 +182,8 @@ PackPlan::Config PackCommand::planConfig(const AudioInput& reader) const {
     for (const std::string& text : mFaults) {
         config.wishes.push_back(FaultWish::parse(text));
     }
+    warnOfIdleSpans("--gap", mGaps, config.gaps, config);
+    warnOfIdleSpans("--free-run", mFreeRuns, config.freeRuns, config);
     return config;
 }
 
