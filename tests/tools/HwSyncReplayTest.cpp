@@ -209,6 +209,12 @@ TEST_F(HwSyncReplay, WhatCantBeReplayedIsNamed) {
         {{stream, "--drift", "nan"}, "--drift: 'nan' is not a number"},
         {{stream, "--gain", "nan"}, "--gain: 'nan' is not a gain"},
         {{stream, "--gain", "+1dB"}, "outside 0 to 1"},
+        {{stream, "--duration", "0"}, "--duration: leaves nothing to play"},
+        {{stream, "--clock", "-1"}, "--clock: Value -1 not in range"},
+        // As a property the first would be 1, and the others what no one asked for.
+        {{stream, "--alead-threshold", "1e3"}, "--alead-threshold: Value 1e3"},
+        {{stream, "--alead-upper", "-1"}, "--alead-upper: Value -1"},
+        {{stream, "--vlead-upper", "99999999999"}, "--vlead-upper: Value 99999999999"},
         {{stream, "--beside", folder / "in.wav", "--report", folder / "./in.wav"},
          "in.wav: is also an input"},
     };

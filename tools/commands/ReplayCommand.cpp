@@ -50,12 +50,11 @@ constexpr PolicyProperty kPolicyProperties[] = {
 
 constexpr const char* kFooter =
     "An output takes blocks at a sound card's pace, and a writer hands over the bursts as fast as\n"
-    "they are taken. Time is virtual: it jumps to whatever comes next, so that a film takes "
-    "seconds\n"
-    "and the result is the same on every machine. --realtime plays as a device does. The audio "
-    "lead is a burst's timestamp minus the clock's\n"
-    "position when the library decides, as it parses the header. Times are 250ms, 2.5s, or "
-    "seconds.\n"
+    "they are taken. Time is virtual: it jumps to whatever comes next, so that a film takes\n"
+    "seconds and the result is the same on every machine. --realtime plays as a device does.\n"
+    "\n"
+    "The audio lead is a burst's timestamp minus the clock's position when the library decides,\n"
+    "as it parses the header. Times are 250ms, 2.5s, 1:30, or seconds.\n"
     "\n"
     "Events, counted from the first write:\n"
     "  AT:jump=TIME   the clock jumps, ahead (+400ms: audio is late) or back (-400ms)\n"
@@ -127,10 +126,14 @@ void ReplayCommand::addClockOptions() {
     mCommand->add_option("--latency", mLatency, "Latency behind the output")->type_name("TIME");
     mCommand->add_option("--latency-offset", mLatencyOffset, "Added to it, may be below 0")
         ->type_name("TIME");
-    mCommand->add_option("--clock", mClockId, "Id of the clock")->capture_default_str();
+    mCommand->add_option("--clock", mClockId, "Id of the clock")
+        ->check(CLI::Range(uint32_t{0}, UINT32_MAX))
+        ->capture_default_str();
     size_t index = 0;
     for (const PolicyProperty& property : kPolicyProperties) {
-        mCommand->add_option(property.option, mPolicy[index++], property.help)->type_name("MS");
+        mCommand->add_option(property.option, mPolicy[index++], property.help)
+            ->type_name("MS")
+            ->check(CLI::Range(0, INT32_MAX));
     }
     mCommand->add_option("--duration", mDuration, "End after this time")->type_name("TIME");
     mCommand
@@ -193,9 +196,8 @@ void ReplayCommand::setProperties() const {
         loadProperties(mPropertiesPath);
     }
     for (size_t index = 0; index < std::size(kPolicyProperties); ++index) {
-        if (!mPolicy[index].empty()) {
-            parseNumber(mPolicy[index], kPolicyProperties[index].option);
-            setProperty(kPolicyProperties[index].property, mPolicy[index]);
+        if (mPolicy[index]) {
+            setProperty(kPolicyProperties[index].property, std::to_string(*mPolicy[index]));
         }
     }
 }
@@ -204,7 +206,13 @@ ReplaySession::Config ReplayCommand::sessionConfig() const {
     ReplaySession::Config config;
     config.writer.format = mFormat;
     config.writer.offsetNs = parseSignedTimeNs(mOffset, "--offset");
-    config.writer.maxNs = mDuration.empty() ? 0 : parseTimeNs(mDuration, "--duration");
+    if (!mDuration.empty()) {
+        config.writer.maxNs = parseTimeNs(mDuration, "--duration");
+        if (config.writer.maxNs == 0) {
+            throw ToolError("--duration: leaves nothing to play; leave it out to play to the end",
+                            EXIT_USAGE);
+        }
+    }
     config.clockId = mClockId;
     config.latencyMs = static_cast<unsigned long>(parseTimeNs(mLatency, "--latency") / 1'000'000);
     config.latencyOffsetMs = parseSignedTimeNs(mLatencyOffset, "--latency-offset") / 1'000'000;

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -56,7 +57,7 @@ private:
     std::string mDuration;  // empty: to the end
     std::string mMaxHeard;  // empty: any
     uint32_t mClockId = 1;
-    std::string mPolicy[4];  // empty: as the properties say
+    std::optional<int> mPolicy[4];  // ms; empty: as the properties say
     std::string mGain = "1";
     std::vector<std::string> mBesides;
     std::string mOutputPath;

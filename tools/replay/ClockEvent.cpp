@@ -94,14 +94,14 @@ std::string ClockEvent::describe() const {
     char text[48] = "";
     switch (kind) {
         case Kind::JUMP:
-            snprintf(text, sizeof(text), "jump %+.6g ms", static_cast<double>(jumpNs) / 1e6);
+            snprintf(text, sizeof(text), "jump %+.15g ms", static_cast<double>(jumpNs) / 1e6);
             break;
         case Kind::PAUSE:
             return "pause";
         case Kind::RESUME:
             return "resume";
         case Kind::DRIFT:
-            snprintf(text, sizeof(text), "drift %+.6g ppm", driftPpm);
+            snprintf(text, sizeof(text), "drift %+.15g ppm", driftPpm);
             break;
     }
     return text;
