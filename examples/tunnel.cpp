@@ -31,11 +31,14 @@ constexpr audio_proxy_config_t kTunnel = {kRateHz, STREAMPROXY_FORMAT_PCM_16_BIT
 
 std::atomic<size_t> sHeardFrames{0};
 
-// Takes as long as a device would.
+// Keeps a device's pace. It sleeps until a time, not for one: delays would add up, and the stream
+// would fall behind its clock and lose audio.
 int hear(void* /*cookie*/, void* /*buffer*/, size_t byteCount) {
+    static std::chrono::steady_clock::time_point sDue = std::chrono::steady_clock::now();
     const size_t frames = byteCount / 4;
     sHeardFrames += frames;
-    std::this_thread::sleep_for(std::chrono::nanoseconds(1'000'000'000) * frames / kRateHz);
+    sDue += std::chrono::nanoseconds(1'000'000'000) * frames / kRateHz;
+    std::this_thread::sleep_until(sDue);
     return 0;
 }
 
