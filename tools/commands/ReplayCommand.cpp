@@ -65,7 +65,7 @@ constexpr const char* kFooter =
     "Examples:\n"
     "  streamproxy hwsync replay stream.hws --event 5s:jump=+400ms --svg lead.svg -o out.wav\n"
     "  streamproxy hwsync replay stream.hws --offset -90ms --drift 200 --json\n"
-    "  streamproxy hwsync replay stream.hws --summary --max-heard +45,-125\n"
+    "  streamproxy hwsync replay stream.hws --rate 44100 --summary --max-heard +45,-125\n"
     "\n"
     "Exit codes: 0 done; 1 a file, the library or the disk failed; 2 wrong usage; 3 the machine "
     "was\n"
