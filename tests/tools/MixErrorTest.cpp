@@ -79,7 +79,7 @@ TEST_F(MixErrors, NameTheSettingOrOption) {
     expectFailure({good, "--rate", "3999"}, 2, "--rate");
     expectFailure({good, "--rate", "768001"}, 2, "--rate");
     expectFailure({good, "--format", "24"}, 2, "--format");
-    expectFailure({good, "--headroom", "nan"}, 2, "--headroom: nan is no number");
+    expectFailure({good, "--headroom", "nan"}, 2, "--headroom: nan is not a number");
     expectFailure({good, "--library", folder / "none.so"}, 1, "none.so");
     expectFailure({good, "--library", STREAMPROXY_PLATFORM_LIBRARY}, 1,
                   "has no function create_audio_proxy_pipeline");

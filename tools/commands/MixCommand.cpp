@@ -144,7 +144,7 @@ void MixCommand::addOutputOptions(Kind kind) {
         ->type_name("DB")
         ->check(CLI::Range(0.0, 60.0))
         ->check([](const std::string& text) {  // nan is in every range
-            return std::isnan(strtod(text.c_str(), nullptr)) ? text + " is no number of dB" : "";
+            return std::isnan(strtod(text.c_str(), nullptr)) ? text + " is not a number" : "";
         });
     CLI::Option* normalize =
         mCommand->add_flag("--normalize", mIsNormalizing,
