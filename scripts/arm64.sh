@@ -16,7 +16,8 @@ fill_arm64_root() {
         -o Dir::Cache="$packages" -o APT::Install-Recommends=false -o APT::Sandbox::User=root)
     "${apt[@]}" update
     "${apt[@]}" --download-only --yes install \
-        libsndfile1-dev libfftw3-dev libcli11-dev nlohmann-json3-dev libexpat1-dev >/dev/null
+        libsndfile1-dev libfftw3-dev libcli11-dev nlohmann-json3-dev libfmt-dev libutfcpp-dev \
+        libexpat1-dev >/dev/null
     for package in "$packages"/archives/*.deb; do
         dpkg-deb -x "$package" "$root"
     done

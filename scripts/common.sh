@@ -46,7 +46,7 @@ need() {
 
 need_build() {
     need cmake g++ ninja-build pkg-config libsndfile1-dev libcli11-dev nlohmann-json3-dev \
-        libasound2-dev
+        libfmt-dev libutfcpp-dev libasound2-dev
     case "${CXX:-}" in *clang*) need clang libclang-rt-14-dev ;; esac
     if [ "${STDLIB:-}" = libc++ ]; then need libc++-dev libc++abi-dev; fi
 }

@@ -1,5 +1,7 @@
 #include "tools/audio/AudioReader.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
@@ -53,9 +55,8 @@ AudioReader::AudioReader(const std::string& path, Options options)
     checkWhole();
     mFromFrame = std::llround(mOptions.fromSec * mInfo.samplerate);
     if (mFromFrame >= mInfo.frames) {
-        throw ToolError(mPath + ": from: it is only " +
-                            std::to_string(static_cast<double>(mInfo.frames) / mInfo.samplerate) +
-                            " s long; begin before its end",
+        throw ToolError(fmt::format("{}: from: it is only {:f} s long; begin before its end", mPath,
+                                    static_cast<double>(mInfo.frames) / mInfo.samplerate),
                         EXIT_USAGE);
     }
     if (mFromFrame > 0) {
@@ -158,8 +159,8 @@ void AudioReader::checkWhole() {
         fail("holds no audio (0 frames)");
     }
     if (mInfo.samplerate < kMinRateHz || mInfo.samplerate > kMaxRateHz) {
-        fail("has a rate of " + std::to_string(mInfo.samplerate) + " Hz; rates from " +
-             std::to_string(kMinRateHz) + " to " + std::to_string(kMaxRateHz) + " Hz can be mixed");
+        fail(fmt::format("has a rate of {} Hz; rates from {} to {} Hz can be mixed",
+                         mInfo.samplerate, kMinRateHz, kMaxRateHz));
     }
 }
 
@@ -188,12 +189,12 @@ std::string AudioReader::describe() const {
     SF_FORMAT_INFO info{};
     info.format = mInfo.format & SF_FORMAT_SUBMASK;
     sf_command(nullptr, SFC_GET_FORMAT_INFO, &info, sizeof(info));
-    std::string channels = std::to_string(mInfo.channels) + " channels";
+    std::string channels = fmt::format("{} channels", mInfo.channels);
     if (mInfo.channels <= 2) {
         channels = mInfo.channels == 1 ? "mono" : "stereo";
     }
-    return std::to_string(mInfo.samplerate) + " Hz, " + (info.name ? info.name : "unknown format") +
-           ", " + channels;
+    return fmt::format("{} Hz, {}, {}", mInfo.samplerate, info.name ? info.name : "unknown format",
+                       channels);
 }
 
 size_t AudioReader::read16(int16_t* out, size_t frameCount) {
@@ -221,19 +222,20 @@ size_t AudioReader::checkRead(sf_count_t framesRead, size_t frameCount) {
     const bool isBroken = sf_error(mFile.get()) != SF_ERR_NO_ERROR ||
                           (count < frameCount && mPosition < mInfo.frames);
     if (isBroken && !mOptions.allowTruncated) {
-        const std::string reason = sf_error(mFile.get()) != SF_ERR_NO_ERROR
-                                       ? std::string(sf_strerror(mFile.get()))
-                                       : "only " + std::to_string(mPosition) + " of " +
-                                             std::to_string(mInfo.frames) +
-                                             " frames can be decoded";
+        const std::string reason =
+            sf_error(mFile.get()) != SF_ERR_NO_ERROR
+                ? std::string(sf_strerror(mFile.get()))
+                : fmt::format("only {} of {} frames can be decoded", mPosition, mInfo.frames);
         if ((mInfo.format & SF_FORMAT_SUBMASK) == SF_FORMAT_OPUS) {
-            fail("is Opus that libsndfile stumbles over after " +
-                 std::to_string(static_cast<double>(mPosition) / rateHz()) + " s (" + reason +
-                 ") and that may be sound; " + kConvertByPipe +
-                 "; or take what is there with --allow-truncated");
+            fail(
+                fmt::format("is Opus that libsndfile stumbles over after {:f} s ({}) and that may "
+                            "be sound; {}; or take what is there with --allow-truncated",
+                            static_cast<double>(mPosition) / rateHz(), reason, kConvertByPipe));
         }
-        fail("is corrupted after " + std::to_string(static_cast<double>(mPosition) / rateHz()) +
-             " s (" + reason + "); copy it again, or take what is there with --allow-truncated");
+        fail(
+            fmt::format("is corrupted after {:f} s ({}); copy it again, or take what is there with "
+                        "--allow-truncated",
+                        static_cast<double>(mPosition) / rateHz(), reason));
     }
     return count;
 }

@@ -1,5 +1,7 @@
 #include "tools/audio/AudioWriter.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstring>
@@ -113,17 +115,18 @@ void AudioWriter::check(const std::string& path, uint32_t rateHz, uint32_t bits,
     }
     if ((info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_FLAC &&
         (rateHz > kFlacMaxHz || (rateHz > kFlacMaxExactHz && rateHz % 10 != 0))) {
-        throw ToolError(
-            path + ": FLAC has rates up to 655350 Hz, above 65535 Hz in steps of 10, and not " +
-                std::to_string(rateHz) + " Hz; choose .wav or another --rate",
-            EXIT_USAGE);
+        throw ToolError(fmt::format("{}: FLAC has rates up to 655350 Hz, above 65535 Hz in steps "
+                                    "of 10, and not {} Hz; choose .wav or another --rate",
+                                    path, rateHz),
+                        EXIT_USAGE);
     }
     if (!sf_format_check(&info)) {
-        throw ToolError(path + ": this format can't hold " +
-                            (isFloat ? "floating point; choose .wav, or --format 32"
-                                     : std::to_string(rateHz) + " Hz with " + std::to_string(bits) +
-                                           " bits; choose .wav or another --rate"),
-                        EXIT_USAGE);
+        throw ToolError(
+            path + ": this format can't hold " +
+                (isFloat ? "floating point; choose .wav, or --format 32"
+                         : fmt::format("{} Hz with {} bits; choose .wav or another --rate", rateHz,
+                                       bits)),
+            EXIT_USAGE);
     }
 }
 

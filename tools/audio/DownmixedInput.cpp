@@ -1,5 +1,6 @@
 #include "tools/audio/DownmixedInput.h"
 
+#include <fmt/format.h>
 #include <sndfile.h>
 
 #include <cmath>
@@ -91,9 +92,9 @@ DownmixedInput::DownmixedInput(std::unique_ptr<AudioInput> source, const std::st
         }
     }
     if (mGains.size() != channels) {
-        throw ToolError(path + ": downmix: nothing is known of how its " +
-                            std::to_string(channels) +
-                            " channels make stereo; leave downmix out, which plays the first two",
+        throw ToolError(fmt::format("{}: downmix: nothing is known of how its {} channels make "
+                                    "stereo; leave downmix out, which plays the first two",
+                                    path, channels),
                         EXIT_USAGE);
     }
     const double highest = std::max(sums[0], sums[1]);

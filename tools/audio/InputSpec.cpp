@@ -1,5 +1,7 @@
 #include "tools/audio/InputSpec.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
@@ -22,9 +24,9 @@ double parseTimeSec(const std::string& text, const std::string& where) {
 uint32_t parseCount(const std::string& text, const std::string& where, uint32_t min, uint32_t max) {
     const auto [count, unit] = quantityOf(text);
     if (!unit.empty() || !(count >= min && count <= max) || count != std::floor(count)) {
-        throw ToolError(where + ": '" + text + "' is not a whole number from " +
-                            std::to_string(min) + " to " + std::to_string(max),
-                        EXIT_USAGE);
+        throw ToolError(
+            fmt::format("{}: '{}' is not a whole number from {} to {}", where, text, min, max),
+            EXIT_USAGE);
     }
     return static_cast<uint32_t>(count);
 }

@@ -1,5 +1,7 @@
 #include "tools/audio/PipeReader.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <bit>
 #include <cmath>
@@ -67,10 +69,10 @@ PipeReader::PipeReader(std::unique_ptr<StandardInput> input, const Content& cont
 
 std::string PipeReader::describe() const {
     const uint32_t channels = channelCount();
-    return std::to_string(rateHz()) + " Hz, " + nameOf(mContent.format.sample) + " from a pipe, " +
-           (channels == 1   ? "mono"
-            : channels == 2 ? "stereo"
-                            : std::to_string(channels) + " channels");
+    return fmt::format("{} Hz, {} from a pipe, {}", rateHz(), nameOf(mContent.format.sample),
+                       channels == 1   ? "mono"
+                       : channels == 2 ? "stereo"
+                                       : std::to_string(channels) + " channels");
 }
 
 size_t PipeReader::read16(int16_t* out, size_t frameCount) {
@@ -113,9 +115,8 @@ void PipeReader::passOver() {
         passed += static_cast<int64_t>(got);
     }
     if (passed < fromFrame && Interrupt::signalNumber() == 0) {
-        throw ToolError("-: from: the pipe ended after " +
-                        std::to_string(static_cast<double>(passed) / rateHz()) +
-                        " s; begin before that");
+        throw ToolError(fmt::format("-: from: the pipe ended after {:f} s; begin before that",
+                                    static_cast<double>(passed) / rateHz()));
     }
 }
 
@@ -150,9 +151,10 @@ void PipeReader::checkEnd(size_t leftoverBytes) const {
             "program before it says, or take what is there with --allow-truncated");
     }
     if (leftoverBytes > 0) {
-        throw ToolError("-: the pipe ends inside a frame (" + std::to_string(leftoverBytes) +
-                        " of " + std::to_string(mContent.format.frameBytes()) +
-                        " bytes); check channels and format, or take it with --allow-truncated");
+        throw ToolError(
+            fmt::format("-: the pipe ends inside a frame ({} of {} bytes); check channels and "
+                        "format, or take it with --allow-truncated",
+                        leftoverBytes, mContent.format.frameBytes()));
     }
 }
 

@@ -1,12 +1,12 @@
 #include "tools/burst/BurstFile.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "tools/process/StandardInput.h"
@@ -104,22 +104,20 @@ std::string BurstFile::describeBeginning() const {
     }
     std::string bytes = "it begins with";
     for (const char byte : mBeginning) {
-        char text[8];
-        snprintf(text, sizeof(text), " %02x", static_cast<unsigned>(static_cast<uint8_t>(byte)));
-        bytes += text;
+        bytes += fmt::format(" {:02x}", static_cast<uint8_t>(byte));
     }
     return bytes + (isText(mBeginning) ? ", which is text" : "");
 }
 
 void BurstFile::failWithoutBursts(const BurstScanner& scanner) const {
-    std::string seen = std::to_string(scanner.byteCount()) + " bytes";
+    std::string seen = fmt::format("{} bytes", scanner.byteCount());
     if (scanner.cutHeaderByteCount() > 0) {
-        seen += ", the last " + std::to_string(scanner.cutHeaderByteCount()) +
-                " of them a header that is cut off";
+        seen += fmt::format(", the last {} of them a header that is cut off",
+                            scanner.cutHeaderByteCount());
     }
     if (scanner.versionOneCount() > 0) {
-        seen += ", among them " + std::to_string(scanner.versionOneCount()) +
-                " magics of version 1, which tunnel streams skip";
+        seen += fmt::format(", among them {} magics of version 1, which tunnel streams skip",
+                            scanner.versionOneCount());
     }
     throw ToolError(mPath + ": holds no burst: no whole version-2 header in " + seen + "; " +
                     describeBeginning());

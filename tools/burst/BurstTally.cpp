@@ -1,5 +1,7 @@
 #include "tools/burst/BurstTally.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -124,9 +126,8 @@ std::string BurstTally::formatDoubt() const {
         "most steps are off: are --rate, --channels and --format those of the payload?";
     const double rateHz = std::round(impliedRateHz());
     if (rateHz >= 1 && rateHz < 1e7) {
-        text += " The timestamps fit " + std::to_string(static_cast<int64_t>(rateHz)) +
-                " Hz with " + std::to_string(mFormat.channelCount) + " channels of " +
-                std::to_string(mFormat.bits) + " bits.";
+        text += fmt::format(" The timestamps fit {} Hz with {} channels of {} bits.",
+                            static_cast<int64_t>(rateHz), mFormat.channelCount, mFormat.bits);
     }
     return text;
 }

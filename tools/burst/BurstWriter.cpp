@@ -1,5 +1,7 @@
 #include "tools/burst/BurstWriter.h"
 
+#include <fmt/format.h>
+
 #include <cstring>
 
 #include "tools/burst/Burst.h"
@@ -59,26 +61,25 @@ std::string BurstWriter::spoil(const PackPlan::Item& item, const std::vector<uin
             appendGarbage(garbage);
             appendHeader(item, 2, byteCount);
             mBytes.insert(mBytes.end(), payload.begin(), payload.end());
-            return std::to_string(garbage) + " bytes in front of the header";
+            return fmt::format("{} bytes in front of the header", garbage);
         }
         case Fault::CUT_HEADER:
             appendHeader(item, 2, byteCount);
             mBytes.resize(kCutHeaderByteCount);
-            return std::to_string(kCutHeaderByteCount) + " bytes of the header and no payload";
+            return fmt::format("{} bytes of the header and no payload", kCutHeaderByteCount);
         case Fault::WRONG_SIZE: {
             // At least half of it is missing, so that the timestamps show it too.
             const auto announced = static_cast<uint32_t>(mRandom.between(0, byteCount / 2));
             appendHeader(item, 2, announced);
             mBytes.insert(mBytes.end(), payload.begin(), payload.end());
-            return "announces " + std::to_string(announced) + " of " + std::to_string(byteCount) +
-                   " bytes";
+            return fmt::format("announces {} of {} bytes", announced, byteCount);
         }
         case Fault::ABSURD_SIZE: {
             const auto announced =
                 static_cast<uint32_t>(mRandom.between(Burst::kAbandonedByteCount, UINT32_MAX));
             appendHeader(item, 2, announced);
             mBytes.insert(mBytes.end(), payload.begin(), payload.end());
-            return "announces " + std::to_string(announced) + " bytes";
+            return fmt::format("announces {} bytes", announced);
         }
         case Fault::VERSION_1:
             appendHeader(item, 1, byteCount);

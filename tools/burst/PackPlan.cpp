@@ -1,5 +1,7 @@
 #include "tools/burst/PackPlan.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <string>
 
@@ -69,9 +71,9 @@ void PackPlan::strew(const std::vector<FaultWish>& wishes, SeededRandom& random)
     for (const FaultWish& wish : wishes) {
         for (int64_t i = 0; i < wish.count; ++i) {
             if (places.empty()) {
-                throw ToolError("--fault: " + std::to_string(mItems.size()) +
-                                    " bursts have no place for so many faults; ask for fewer, or "
-                                    "make the bursts shorter",
+                throw ToolError(fmt::format("--fault: {} bursts have no place for so many faults; "
+                                            "ask for fewer, or make the bursts shorter",
+                                            mItems.size()),
                                 EXIT_USAGE);
             }
             const auto at = random.between(0, static_cast<int64_t>(places.size()) - 1);

@@ -1,9 +1,9 @@
 #include "tools/chart/BlockStrips.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
-
-#include "tools/text/MarkupText.h"
 
 namespace android {
 
@@ -44,14 +44,13 @@ void BlockStrips::drawSizes(const BlockTrack& blocks) {
     const Strip::Ranges sizes = Strip::rangesOf(mAxis, blocks.frames());
     mSizes.ranges("blocks", sizes);
     mSizes.reading("block", "frames", 0, sizes);
-    const std::string whole = " of " + std::to_string(blocks.wholeFrames()) + " frames";
+    const std::string whole = fmt::format(" of {} frames", blocks.wholeFrames());
     mSizes.marks("short", blocks.shortBlocks(), [&whole](const Moments::Column& column) {
-        const std::string frames = markupNumber("%.0f", column.low);
+        const std::string frames = fmt::format("{:.0f}", column.low);
         const std::string words =
-            column.count == 1
-                ? "short block at " + markupNumber("%.3f s: ", column.firstSec) + frames
-                : std::to_string(column.count) + " short blocks" + Strip::when(column) + ": " +
-                      frames + markupNumber(" to %.0f", column.high);
+            column.count == 1 ? fmt::format("short block at {:.3f} s: {}", column.firstSec, frames)
+                              : fmt::format("{} short blocks{}: {} to {:.0f}", column.count,
+                                            Strip::when(column), frames, column.high);
         return Strip::Note{.value = column.low, .tip = words + whole};
     });
 }
@@ -59,7 +58,7 @@ void BlockStrips::drawSizes(const BlockTrack& blocks) {
 void BlockStrips::drawTimes(const BlockTrack& blocks) {
     const Strip::Scale scale = scaleOf(blocks);
     for (double ms = scale.low; ms < scale.high * 1.5; ms *= 10) {
-        mTimes.tick(ms, markupNumber("%.10g", ms));
+        mTimes.tick(ms, fmt::format("{:.10g}", ms));
     }
     mTimes.course("cycle", blocks.cycles());
     mTimes.course("callback", blocks.callbacks());

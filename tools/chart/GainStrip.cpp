@@ -1,9 +1,9 @@
 #include "tools/chart/GainStrip.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <limits>
-
-#include "tools/text/MarkupText.h"
 
 namespace android {
 
@@ -44,7 +44,7 @@ GainStrip::GainStrip(const TimeAxis& axis, const std::vector<Step>& steps, doubl
       mRampSec(rampSec),
       mStrip(axis, {.kind = "gains",
                     .title = "Gain (linear): dashed what was set, solid the walk to it, " +
-                             markupNumber("%.0f ms", rampSec * 1000),
+                             fmt::format("{:.0f} ms", rampSec * 1000),
                     .heightPx = 64,
                     .scale = {.low = -0.05, .high = 1.05}}),
       mIsBalanced(std::all_of(steps.begin(), steps.end(),
@@ -74,10 +74,10 @@ void GainStrip::markSteps(const std::vector<Step>& steps) {
             continue;
         }
         std::string tip =
-            end - begin == 1 ? "gain set" : std::to_string(end - begin) + " gains set, the last";
-        tip += markupNumber(" at %.3f s to ", step.timeSec) + markupNumber("%.3g", step.left);
+            end - begin == 1 ? "gain set" : fmt::format("{} gains set, the last", end - begin);
+        tip += fmt::format(" at {:.3f} s to {:.3g}", step.timeSec, step.left);
         if (!mIsBalanced) {
-            tip += markupNumber(" left, %.3g right", step.right);
+            tip += fmt::format(" left, {:.3g} right", step.right);
         }
         mStrip.mark("set", {.timeSec = step.timeSec, .value = step.left}, tip);
     }

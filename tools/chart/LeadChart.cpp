@@ -1,7 +1,8 @@
 #include "tools/chart/LeadChart.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
-#include <cstdarg>
 #include <cstdio>
 #include <iterator>
 
@@ -43,22 +44,16 @@ double msOf(int64_t ns) {
     return static_cast<double>(ns) / 1e6;
 }
 
-std::string number(const char* format, double value) {
-    char words[48];
-    snprintf(words, sizeof(words), format, value);
-    return words;
-}
-
 }  // namespace
 
 LeadChart::LeadChart(const SyncTrack& track, const SyncBounds& bounds, const std::string& title)
     : mTrack(track), mBounds(bounds) {
     chooseFrame();
-    add("<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 %g %g\" width=\"%g\" "
-        "height=\"%g\">",
+    add("<svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 {:g} {:g}\" width=\"{:g}\" "
+        "height=\"{:g}\">",
         Frame::kWidth, Frame::kHeight, Frame::kWidth, Frame::kHeight);
     mSvg += kStyle;
-    add("<rect class=\"page\" width=\"%g\" height=\"%g\"/>", Frame::kWidth, Frame::kHeight);
+    add("<rect class=\"page\" width=\"{:g}\" height=\"{:g}\"/>", Frame::kWidth, Frame::kHeight);
     text(Frame::kLeft, 26, "title", title);
     drawBands();
     drawFreeRuns();
@@ -109,7 +104,7 @@ void LeadChart::drawBand(const char* style, double lowMs, double highMs, const c
     if (highMs <= lowMs || height <= 0) {
         return;
     }
-    add("<rect class=\"%s\" x=\"%g\" y=\"%.2f\" width=\"%g\" height=\"%.2f\"/>", style,
+    add("<rect class=\"{}\" x=\"{:g}\" y=\"{:.2f}\" width=\"{:g}\" height=\"{:.2f}\"/>", style,
         Frame::kLeft, top, Frame::kRight - Frame::kLeft, height);
     if (height > 18) {
         text(Frame::kRight - 8, top + 15, "small end", label);
@@ -119,22 +114,21 @@ void LeadChart::drawBand(const char* style, double lowMs, double highMs, const c
 void LeadChart::drawAxes() {
     const double stepMs = Frame::stepOf(mFrame.highMs - mFrame.lowMs, 9);
     for (double ms = std::ceil(mFrame.lowMs / stepMs) * stepMs; ms <= mFrame.highMs; ms += stepMs) {
-        add("<path class=\"%s\" d=\"M%g %.2fH%g\"/>", std::abs(ms) < stepMs / 2 ? "axis" : "grid",
-            Frame::kLeft, mFrame.y(ms), Frame::kRight);
-        text(Frame::kLeft - 8, mFrame.y(ms) + 4, "small end", number("%.6g", ms));
+        add("<path class=\"{}\" d=\"M{:g} {:.2f}H{:g}\"/>",
+            std::abs(ms) < stepMs / 2 ? "axis" : "grid", Frame::kLeft, mFrame.y(ms), Frame::kRight);
+        text(Frame::kLeft - 8, mFrame.y(ms) + 4, "small end", fmt::format("{:.6g}", ms));
     }
     const double stepSec = Frame::stepOf(mFrame.endSec, 12);
     for (double sec = 0; sec <= mFrame.endSec * (1 + 1e-9); sec += stepSec) {
-        add("<path class=\"axis\" d=\"M%.2f %gv5\"/>", mFrame.x(sec), Frame::kBottom);
-        text(mFrame.x(sec), Frame::kBottom + 20, "small mid", number("%.6g", sec));
+        add("<path class=\"axis\" d=\"M{:.2f} {:g}v5\"/>", mFrame.x(sec), Frame::kBottom);
+        text(mFrame.x(sec), Frame::kBottom + 20, "small mid", fmt::format("{:.6g}", sec));
     }
-    add("<path class=\"axis\" d=\"M%g %gV%gH%g\"/>", Frame::kLeft, Frame::kTop, Frame::kBottom,
-        Frame::kRight);
+    add("<path class=\"axis\" d=\"M{:g} {:g}V{:g}H{:g}\"/>", Frame::kLeft, Frame::kTop,
+        Frame::kBottom, Frame::kRight);
     text((Frame::kLeft + Frame::kRight) / 2, Frame::kBottom + 40, "mid", "time of the replay (s)");
     const double middle = (Frame::kTop + Frame::kBottom) / 2;
-    add("<text class=\"mid\" transform=\"translate(24 %g) rotate(-90)\">audio lead: timestamp "
-        "minus "
-        "clock (ms)</text>",
+    add("<text class=\"mid\" transform=\"translate(24 {:g}) rotate(-90)\">audio lead: timestamp "
+        "minus clock (ms)</text>",
         middle);
 }
 
@@ -150,7 +144,7 @@ void LeadChart::drawFreeRuns() {
         }
         const double left = mFrame.x(secOf(decisions[begin].timeNs));
         const double width = std::max(mFrame.x(secOf(decisions[end].timeNs)) - left, 1.0);
-        add("<rect class=\"run\" x=\"%.2f\" y=\"%g\" width=\"%.2f\" height=\"%g\"/>", left,
+        add("<rect class=\"run\" x=\"{:.2f}\" y=\"{:g}\" width=\"{:.2f}\" height=\"{:g}\"/>", left,
             Frame::kTop, width, Frame::kBottom - Frame::kTop);
         if (width > 60) {
             text(left + width / 2, Frame::kBottom - 8, "small mid", "free run");
@@ -179,7 +173,7 @@ void LeadChart::drawEvents() {
         }
         rowBegins[row] = isLeft ? x - width : x;
         const double y = Frame::kTop - 8 - 16 * static_cast<double>(row);
-        add("<path class=\"event\" d=\"M%.2f %gV%g\"/>", x, y - 10, Frame::kBottom);
+        add("<path class=\"event\" d=\"M{:.2f} {:g}V{:g}\"/>", x, y - 10, Frame::kBottom);
         text(isLeft ? x - 5 : x + 5, y, isLeft ? "eventname end" : "eventname", event.text);
     }
 }
@@ -194,7 +188,7 @@ void LeadChart::drawLead() {
     std::string path;
     const auto endColumn = [&] {
         if (isPen && high > low) {
-            path.append("V").append(number("%.2f", low)).append("V").append(number("%.2f", high));
+            path += fmt::format("V{:.2f}V{:.2f}", low, high);
         }
     };
     for (const SyncDecision& decision : mTrack.decisions()) {
@@ -210,8 +204,7 @@ void LeadChart::drawLead() {
             continue;
         }
         endColumn();
-        path.append(isPen ? "L" : "M").append(number("%.2f", x)).append(" ");
-        path.append(number("%.2f", y));
+        path += fmt::format("{}{:.2f} {:.2f}", isPen ? 'L' : 'M', x, y);
         isPen = true;
         column = x;
         low = y;
@@ -225,13 +218,13 @@ void LeadChart::drawLead() {
 void LeadChart::shape(Kind kind, double x, double y, const std::string& tip) {
     switch (kind) {
         case Kind::SILENCE:
-            add("<path class=\"mark silence\" d=\"M%.2f %.2fl6 10h-12z\">", x, y - 6);
+            add("<path class=\"mark silence\" d=\"M{:.2f} {:.2f}l6 10h-12z\">", x, y - 6);
             break;
         case Kind::DROP:
-            add("<path class=\"mark dropped\" d=\"M%.2f %.2fl6 -10h-12z\">", x, y + 6);
+            add("<path class=\"mark dropped\" d=\"M{:.2f} {:.2f}l6 -10h-12z\">", x, y + 6);
             break;
         default:
-            add("<path class=\"mark anchor\" d=\"M%.2f %.2fl6 6l-6 6l-6 -6z\">", x, y - 6);
+            add("<path class=\"mark anchor\" d=\"M{:.2f} {:.2f}l6 6l-6 6l-6 -6z\">", x, y - 6);
     }
     mSvg += "<title>" + markupText(tip) + "</title></path>";
 }
@@ -252,10 +245,9 @@ void LeadChart::drawCorrections() {
             continue;
         }
         former = x;
-        std::string tip =
-            std::string(decision.name()) + " at " + number("%.3f s", secOf(decision.timeNs));
+        std::string tip = fmt::format("{} at {:.3f} s", decision.name(), secOf(decision.timeNs));
         if (decision.hasClock) {
-            tip += ", audio lead " + number("%+.1f ms", msOf(decision.leadNs()));
+            tip += fmt::format(", audio lead {:+.1f} ms", msOf(decision.leadNs()));
         }
         // Behind an anchor the clock stands at the timestamp: no lead.
         const bool hasLead = decision.hasClock && decision.kind != Kind::ANCHOR;
@@ -276,19 +268,19 @@ void LeadChart::drawReturns() {
         const double outsideMs = msOf(excursion.endNs - excursion.beginNs);
         text(isLeft ? x - 12 : x + 12, mFrame.y(msOf(excursion.worstLeadNs)) + 4,
              isLeft ? "note end" : "note",
-             number("%+.0f ms", msOf(excursion.worstLeadNs)) +
+             fmt::format("{:+.0f} ms", msOf(excursion.worstLeadNs)) +
                  (outsideMs < 1 ? ", inside again at once"
-                                : ", inside again after " + number("%.0f ms", outsideMs)));
+                                : fmt::format(", inside again after {:.0f} ms", outsideMs)));
     }
 }
 
 void LeadChart::drawLegend() {
     constexpr double kRow = Frame::kHeight - 56;
     double x = Frame::kLeft;
-    add("<path class=\"lead\" d=\"M%g %gh24\"/>", x, kRow);
+    add("<path class=\"lead\" d=\"M{:g} {:g}h24\"/>", x, kRow);
     text(x + 32, kRow + 4, "", "audio lead at each decision");
     x += 232;
-    add("<path class=\"event\" d=\"M%g %gv18\"/>", x + 6, kRow - 9);
+    add("<path class=\"event\" d=\"M{:g} {:g}v18\"/>", x + 6, kRow - 9);
     text(x + 18, kRow + 4, "", "clock event");
     x += 120;
     const struct {
@@ -303,27 +295,19 @@ void LeadChart::drawLegend() {
         text(x + 18, kRow + 4, "", mark.words);
         x += mark.width;
     }
-    add("<rect class=\"run\" x=\"%g\" y=\"%g\" width=\"16\" height=\"14\"/>", x, kRow - 7);
+    add("<rect class=\"run\" x=\"{:g}\" y=\"{:g}\" width=\"16\" height=\"14\"/>", x, kRow - 7);
     text(x + 24, kRow + 4, "", "free run, no decisions");
-    const auto ms = [](int64_t value) { return std::to_string(value); };
     text(Frame::kLeft, kRow + 32, "small",
-         "tolerated: -" + ms(mBounds.videoThresholdMs) + " to +" + ms(mBounds.audioThresholdMs) +
-             " ms; corrected: down to -" + ms(mBounds.videoUpperMs) + " and up to +" +
-             ms(mBounds.audioUpperMs) + " ms; beyond that the clock is anchored anew");
+         fmt::format(
+             "tolerated: -{} to +{} ms; corrected: down to -{} and up to +{} ms; beyond that "
+             "the clock is anchored anew",
+             mBounds.videoThresholdMs, mBounds.audioThresholdMs, mBounds.videoUpperMs,
+             mBounds.audioUpperMs));
 }
 
 void LeadChart::text(double x, double y, const char* style, const std::string& words) {
-    add("<text class=\"%s\" x=\"%.2f\" y=\"%.2f\">", style, x, y);
+    add("<text class=\"{}\" x=\"{:.2f}\" y=\"{:.2f}\">", style, x, y);
     mSvg += markupText(words) + "</text>";
-}
-
-void LeadChart::add(const char* format, ...) {
-    char piece[512];
-    va_list arguments;
-    va_start(arguments, format);
-    vsnprintf(piece, sizeof(piece), format, arguments);
-    va_end(arguments);
-    mSvg += piece;
 }
 
 void LeadChart::write(const std::string& path) const {

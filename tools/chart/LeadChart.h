@@ -1,6 +1,10 @@
 #pragma once
 
+#include <fmt/format.h>
+
+#include <iterator>
 #include <string>
+#include <utility>
 
 #include "tools/chart/ChartFrame.h"
 #include "tools/course/SyncTrack.h"
@@ -30,7 +34,10 @@ private:
     void drawLegend();
     void text(double x, double y, const char* style, const std::string& words);
     void shape(SyncDecision::Kind kind, double x, double y, const std::string& tip);
-    void add(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    template <typename... Args>
+    void add(fmt::format_string<Args...> format, Args&&... arguments) {
+        fmt::format_to(std::back_inserter(mSvg), format, std::forward<Args>(arguments)...);
+    }
 
     const SyncTrack& mTrack;
     const SyncBounds mBounds;

@@ -1,9 +1,9 @@
 #include "tools/chart/LeadStrips.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
-
-#include "tools/text/MarkupText.h"
 
 namespace android {
 
@@ -68,8 +68,7 @@ void addTicks(Strip& strip, const Strip::Scale& scale) {
             });
             if (ms > scale.low && ms < scale.high && hasRoom) {
                 shares.push_back(share);
-                strip.tick(ms,
-                           markupNumber(ms == 0 ? "%.0f" : "%+.0f", std::abs(ms) > 0 ? ms : 0.0));
+                strip.tick(ms, ms == 0 ? "0" : fmt::format("{:+.0f}", ms));
             }
         }
     }
@@ -146,10 +145,9 @@ void LeadStrips::drawEvents(const TimeAxis& axis, const SyncTrack& track) {
         while (end < events.size() && static_cast<int>(axis.x(secOf(events[end]))) == column) {
             ++end;
         }
-        const std::string tip =
-            end - begin == 1
-                ? events[begin].text
-                : std::to_string(end - begin) + " clock events, the last: " + events[end - 1].text;
+        const std::string tip = end - begin == 1 ? events[begin].text
+                                                 : fmt::format("{} clock events, the last: {}",
+                                                               end - begin, events[end - 1].text);
         mParser.event(secOf(events[begin]), tip);
         mOutput.event(secOf(events[begin]), tip);
     }
@@ -168,10 +166,10 @@ void LeadStrips::drawCorrections(const SyncTrack& track) {
         mParser.marks(styleOf(kind), moments, [kind](const Moments::Column& column) {
             const std::string name = SyncDecision::nameOf(kind);
             const std::string words =
-                column.count == 1 ? name : std::to_string(column.count) + " times " + name;
+                column.count == 1 ? name : fmt::format("{} times {}", column.count, name);
             return Strip::Note{.value = column.worst(),
                                .tip = words + Strip::when(column) +
-                                      markupNumber(", audio lead %+.1f ms", column.worst())};
+                                      fmt::format(", audio lead {:+.1f} ms", column.worst())};
         });
     }
 }

@@ -1,5 +1,7 @@
 #include "tools/chart/ReportPage.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cctype>
 
@@ -14,13 +16,13 @@ ReportPage::ReportPage(const TimeAxis& axis, const std::string& title, const std
     for (const TimeAxis::Tick& tick : axis.ticks()) {
         mTimeline += std::string("<span") + (tick.isMinor ? " class=\"minor\"" : "") +
                      " style=\"left:" +
-                     markupNumber("%.2f", 100 * axis.x(tick.timeSec) / axis.columnCount()) +
+                     fmt::format("{:.2f}", 100 * axis.x(tick.timeSec) / axis.columnCount()) +
                      "%\">" + tick.label + "</span>";
     }
     const bool isLong = axis.ticks()[1].timeSec >= 60;
     mTimeline += "</div><div class=\"timename\">" + markupText(axisTitle) +
                  (isLong ? " (h:min)" : " (s)") + "</div>";
-    mBody = "<body data-seconds=\"" + markupNumber("%.9g", axis.endSec()) + "\">\n<h1>" + mTitle +
+    mBody = "<body data-seconds=\"" + fmt::format("{:.9g}", axis.endSec()) + "\">\n<h1>" + mTitle +
             "</h1>\n";
 }
 

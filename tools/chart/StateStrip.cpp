@@ -1,8 +1,8 @@
 #include "tools/chart/StateStrip.h"
 
-#include <algorithm>
+#include <fmt/format.h>
 
-#include "tools/text/MarkupText.h"
+#include <algorithm>
 
 namespace android {
 
@@ -54,10 +54,9 @@ void StateStrip::add(State state, double fromSec, double toSec, const std::strin
     }
     // What is no wider than it must be to be seen is a moment.
     const bool isMoment = toSec - fromSec <= mAxis.columnSec() * 1.001;
-    const std::string when = isMoment
-                                 ? markupNumber(" at %.3f s", fromSec)
-                                 : markupNumber(", %.3f", std::max(fromSec, 0.0)) +
-                                       markupNumber(" to %.3f s", std::min(toSec, mAxis.endSec()));
+    const std::string when = isMoment ? fmt::format(" at {:.3f} s", fromSec)
+                                      : fmt::format(", {:.3f} to {:.3f} s", std::max(fromSec, 0.0),
+                                                    std::min(toSec, mAxis.endSec()));
     mStrip.span(naming.style, fromSec, toSec, naming.words + when + detail);
 }
 
@@ -66,7 +65,7 @@ void StateStrip::add(State state, const Moments& moments,
     for (const Moments::Column& column : mAxis.spread(moments)) {
         if (column.count > 0) {
             const std::string times =
-                column.count > 1 ? ", " + std::to_string(column.count) + " times" : "";
+                column.count > 1 ? fmt::format(", {} times", column.count) : "";
             add(state, column.firstSec, column.firstSec + mAxis.columnSec(),
                 times + detail(column));
         }

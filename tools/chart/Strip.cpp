@@ -1,10 +1,10 @@
 #include "tools/chart/Strip.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdarg>
-#include <cstdio>
-#include <cstring>
 #include <utility>
 
 #include "tools/text/MarkupText.h"
@@ -88,19 +88,19 @@ void Strip::band(const char* style, double low, double high) {
     if (height <= 0) {
         return;
     }
-    add("<rect class=\"%s\" x=\"0\" y=\"%.0f\" width=\"%d\" height=\"%.0f\"/>", style, top,
+    add("<rect class=\"{}\" x=\"0\" y=\"{:.0f}\" width=\"{}\" height=\"{:.0f}\"/>", style, top,
         mAxis.columnCount(), height);
 }
 
 void Strip::span(const char* style, double fromSec, double toSec, const std::string& tip) {
     const double left = mAxis.x(fromSec);
-    add("<rect class=\"%s\" x=\"%.2f\" y=\"0\" width=\"%.2f\" height=\"%.0f\">", style, left,
+    add("<rect class=\"{}\" x=\"{:.2f}\" y=\"0\" width=\"{:.2f}\" height=\"{:.0f}\">", style, left,
         std::max(mAxis.x(toSec) - left, 0.5), kHeight);
     mShapes += titleOf(tip) + "</rect>";
 }
 
 void Strip::rule(const char* style, double value) {
-    add("<path class=\"%s\" d=\"M0 %.0fH%d\"/>", style, y(value), mAxis.columnCount());
+    add("<path class=\"{}\" d=\"M0 {:.0f}H{}\"/>", style, y(value), mAxis.columnCount());
 }
 
 void Strip::bound(double value) {
@@ -110,29 +110,29 @@ void Strip::bound(double value) {
 }
 
 void Strip::event(double timeSec, const std::string& tip) {
-    add("<path class=\"event\" d=\"M%.2f 0V%.0f\">", mAxis.x(timeSec), kHeight);
+    add("<path class=\"event\" d=\"M{:.2f} 0V{:.0f}\">", mAxis.x(timeSec), kHeight);
     mShapes += titleOf(tip) + "</path>";
 }
 
 void Strip::tick(double value, const std::string& label) {
     rule("grid", value);
-    mTicks += "<span style=\"top:" + markupNumber("%.1f", y(value) / 10) + "%\">" +
+    mTicks += "<span style=\"top:" + fmt::format("{:.1f}", y(value) / 10) + "%\">" +
               markupText(label) + "</span>";
 }
 
 void Strip::ranges(const char* style, const Ranges& ranges) {
-    add("<path class=\"%s\" d=\"", style);
+    add("<path class=\"{}\" d=\"", style);
     for (size_t begin = 0; begin < ranges.size(); ++begin) {
         if (ranges[begin].isEmpty) {
             continue;
         }
         size_t end = begin;
-        add("M%zu %.0f", begin, y(ranges[begin].high));
+        add("M{} {:.0f}", begin, y(ranges[begin].high));
         for (; end < ranges.size() && !ranges[end].isEmpty; ++end) {
-            add("V%.0fh1", y(ranges[end].high));
+            add("V{:.0f}h1", y(ranges[end].high));
         }
         for (size_t i = end; i-- > begin;) {
-            add("V%.0fh-1", y(ranges[i].low));
+            add("V{:.0f}h-1", y(ranges[i].low));
         }
         mShapes += 'z';
         begin = end;
@@ -151,13 +151,11 @@ void Strip::reading(const std::string& name, const std::string& unit, int decima
     std::string highs;
     for (const Range& range : ranges) {
         if (!range.isEmpty) {
-            char low[32];
-            char high[32];
-            snprintf(low, sizeof(low), "%.*f", decimals, range.low);
-            snprintf(high, sizeof(high), "%.*f", decimals, range.high);
+            const std::string low = fmt::format("{:.{}f}", range.low, decimals);
+            const std::string high = fmt::format("{:.{}f}", range.high, decimals);
             lows += low;
             // Most ranges are one value.
-            highs += strcmp(low, high) == 0 ? "" : high;
+            highs += low == high ? "" : high;
         }
         lows += ',';
         highs += ',';
@@ -168,10 +166,10 @@ void Strip::reading(const std::string& name, const std::string& unit, int decima
 }
 
 void Strip::line(const char* style, const std::vector<Point>& points, const std::string& tip) {
-    add("<path class=\"%s\" d=\"", style);
+    add("<path class=\"{}\" d=\"", style);
     char command = 'M';
     for (const Point& point : points) {
-        add("%c%.2f %.1f", command, mAxis.x(point.timeSec), y(point.value));
+        add("{}{:.2f} {:.1f}", command, mAxis.x(point.timeSec), y(point.value));
         command = 'L';
     }
     mShapes += "\">" + titleOf(tip) + "</path>";
@@ -179,16 +177,14 @@ void Strip::line(const char* style, const std::vector<Point>& points, const std:
 
 void Strip::mark(const char* style, const Point& at, const std::string& tip) {
     const std::string words = markupText(tip);
-    mMarks +=
-        std::string("<i class=\"mark ") + style +
-        "\" style=\"left:" + markupNumber("%.2f", 100 * mAxis.x(at.timeSec) / mAxis.columnCount()) +
-        "%;top:" + markupNumber("%.1f", y(at.value) / 10) + "%\" title=\"" + words + "\"></i>";
+    mMarks += fmt::format(
+        "<i class=\"mark {}\" style=\"left:{:.2f}%;top:{:.1f}%\" title=\"{}\"></i>", style,
+        100 * mAxis.x(at.timeSec) / mAxis.columnCount(), y(at.value) / 10, words);
 }
 
 std::string Strip::when(const Moments::Column& column) {
-    return column.count == 1 ? markupNumber(" at %.3f s", column.firstSec)
-                             : markupNumber(", %.3f", column.firstSec) +
-                                   markupNumber(" to %.3f s", column.lastSec);
+    return column.count == 1 ? fmt::format(" at {:.3f} s", column.firstSec)
+                             : fmt::format(", {:.3f} to {:.3f} s", column.firstSec, column.lastSec);
 }
 
 void Strip::marks(const char* style, const Moments& moments,
@@ -204,25 +200,16 @@ void Strip::marks(const char* style, const Moments& moments,
 std::string Strip::html() const {
     std::string grid;
     for (const TimeAxis::Tick& tick : mAxis.ticks()) {
-        grid += "M" + markupNumber("%.2f", mAxis.x(tick.timeSec)) + " 0v1000";
+        grid += fmt::format("M{:.2f} 0v1000", mAxis.x(tick.timeSec));
     }
     const std::string title = markupText(mLook.title);
-    return std::string("<figure data-kind=\"") + mLook.kind + "\"><figcaption>" + title +
-           "</figcaption><div class=\"plot\" style=\"height:" + std::to_string(mLook.heightPx) +
-           "px\"><div class=\"ticks\">" + mTicks + "</div><svg viewBox=\"0 0 " +
-           std::to_string(mAxis.columnCount()) +
-           " 1000\" preserveAspectRatio=\"none\" role=\"img\" aria-label=\"" + title + "\">" +
-           "<path class=\"grid\" d=\"" + grid + "\"/>" + mShapes + "</svg><div class=\"over\">" +
-           mMarks + "</div>" + mReadings + "</div></figure>\n";
-}
-
-void Strip::add(const char* format, ...) {
-    char piece[256];
-    va_list arguments;
-    va_start(arguments, format);
-    vsnprintf(piece, sizeof(piece), format, arguments);
-    va_end(arguments);
-    mShapes += piece;
+    return fmt::format(
+        "<figure data-kind=\"{}\"><figcaption>{}</figcaption><div class=\"plot\" "
+        "style=\"height:{}px\"><div class=\"ticks\">{}</div><svg viewBox=\"0 0 {} 1000\" "
+        "preserveAspectRatio=\"none\" role=\"img\" aria-label=\"{}\"><path class=\"grid\" "
+        "d=\"{}\"/>{}</svg><div class=\"over\">{}</div>{}</div></figure>\n",
+        mLook.kind, title, mLook.heightPx, mTicks, mAxis.columnCount(), title, grid, mShapes,
+        mMarks, mReadings);
 }
 
 }  // namespace android

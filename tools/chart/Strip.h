@@ -1,7 +1,11 @@
 #pragma once
 
+#include <fmt/format.h>
+
 #include <functional>
+#include <iterator>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/chart/TimeAxis.h"
@@ -96,7 +100,10 @@ public:
 private:
     /** In thousandths of the strip's height from the top. */
     double y(double value) const;
-    void add(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    template <typename... Args>
+    void add(fmt::format_string<Args...> format, Args&&... arguments) {
+        fmt::format_to(std::back_inserter(mShapes), format, std::forward<Args>(arguments)...);
+    }
 
     const TimeAxis& mAxis;
     const Look mLook;

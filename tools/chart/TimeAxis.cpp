@@ -1,9 +1,8 @@
 #include "tools/chart/TimeAxis.h"
 
-#include <cmath>
-#include <cstdio>
+#include <fmt/format.h>
 
-#include "tools/text/MarkupText.h"
+#include <cmath>
 
 namespace android {
 
@@ -18,12 +17,10 @@ constexpr double kSteps[] = {0.01, 0.02, 0.05,  0.1,   0.2,   0.5,   1,     2,  
 
 std::string labelOf(double timeSec, double stepSec) {
     if (stepSec < 60) {
-        return markupNumber("%.6g", timeSec);
+        return fmt::format("{:.6g}", timeSec);
     }
     const long minutes = std::lround(timeSec / 60);
-    char text[32];
-    snprintf(text, sizeof(text), "%ld:%02ld", minutes / 60, minutes % 60);
-    return text;
+    return fmt::format("{}:{:02}", minutes / 60, minutes % 60);
 }
 
 }  // namespace

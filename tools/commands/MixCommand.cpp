@@ -1,5 +1,6 @@
 #include "tools/commands/MixCommand.h"
 
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -403,9 +404,10 @@ FeedBoard::State MixCommand::waitForEnd(MixSession& session, MixReport& report) 
             session.demandMore();
             hasDemanded = true;
         } else if (now - lastChange > kStallLimit) {
-            throw ToolError("the library has delivered nothing for " +
-                            std::to_string(kStallLimit.count()) +
-                            " s although every input is fed; see its log with --log debug");
+            throw ToolError(
+                fmt::format("the library has delivered nothing for {} s although every input is "
+                            "fed; see its log with --log debug",
+                            kStallLimit.count()));
         }
     }
 }

@@ -1,8 +1,8 @@
 #include "tools/commands/PackCommand.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
-#include <cinttypes>
-#include <cstdio>
 
 #include "tools/audio/FrameSource.h"
 #include "tools/audio/Handover.h"
@@ -10,6 +10,7 @@
 #include "tools/process/Interrupt.h"
 #include "tools/process/InterruptExit.h"
 #include "tools/process/OutputPaths.h"
+#include "tools/text/PrintTo.h"
 #include "tools/text/TimeText.h"
 #include "tools/text/Utf8.h"
 
@@ -171,8 +172,8 @@ PackPlan::Config PackCommand::planConfig(const AudioInput& reader) const {
         config.burstFrameCount = framesOf(parseTimeNs(mBurst, "--burst"), rateHz);
     }
     if (config.burstFrameCount < 1 || config.burstFrameCount > kMaxBurstFrameCount) {
-        throw ToolError("--burst: " + mBurst + " is " + std::to_string(config.burstFrameCount) +
-                            " frames; a burst has from 1 to " + std::to_string(kMaxBurstFrameCount),
+        throw ToolError(fmt::format("--burst: {} is {} frames; a burst has from 1 to {}", mBurst,
+                                    config.burstFrameCount, kMaxBurstFrameCount),
                         EXIT_USAGE);
     }
     if (!mLength.empty()) {
@@ -218,29 +219,28 @@ void PackCommand::report(const AudioInput& reader, const PackPlan& plan,
                          const BurstWriter& writer) const {
     const std::string name = terminalText(mOutputPath);
     const char* path = name.c_str();
-    fprintf(stderr, "%s: %s\n", terminalText(mAudioPath).c_str(), reader.describe().c_str());
+    printTo(stderr, "{}: {}\n", terminalText(mAudioPath), reader.describe());
     if (reader.channelCount() > 2) {
-        fprintf(stderr,
-                "streamproxy: warning: %s has %u channels; only the first two are packed, all with "
+        printTo(stderr,
+                "streamproxy: warning: {} has {} channels; only the first two are packed, all with "
                 "--downmix\n",
-                terminalText(mAudioPath).c_str(), reader.channelCount());
+                terminalText(mAudioPath), reader.channelCount());
     }
-    fprintf(stderr, "%s: %" PRId64 " of %zu bursts, %" PRIu64 " bytes, seed %" PRIu64 "\n", path,
-            writer.itemCount(), plan.items().size(), writer.byteCount(), mSeed);
-    fprintf(stderr, "  16-bit stereo at %u Hz, timestamps from %.3f s to %.3f s\n", reader.rateHz(),
-            static_cast<double>(plan.items().front().ptsNs) / 1e9,
+    printTo(stderr, "{}: {} of {} bursts, {} bytes, seed {}\n", path, writer.itemCount(),
+            plan.items().size(), writer.byteCount(), mSeed);
+    printTo(stderr, "  16-bit stereo at {} Hz, timestamps from {:.3f} s to {:.3f} s\n",
+            reader.rateHz(), static_cast<double>(plan.items().front().ptsNs) / 1e9,
             static_cast<double>(plan.items().back().ptsNs) / 1e9);
     for (const BurstWriter::Written& fault : writer.faults()) {
-        fprintf(stderr, "  fault %s at burst %" PRId64 ", offset %" PRIu64 ": %s\n",
-                nameOf(fault.fault), fault.item, fault.offset, fault.detail.c_str());
+        printTo(stderr, "  fault {} at burst {}, offset {}: {}\n", nameOf(fault.fault), fault.item,
+                fault.offset, fault.detail);
     }
     if (mOutputPath == "-") {
         return;
     }
-    fprintf(stderr,
-            "The stream does not say its rate:\n"
-            "  streamproxy hwsync inspect %s --rate %u\n"
-            "  streamproxy hwsync replay %s --rate %u\n",
+    printTo(stderr,
+            "The stream does not say its rate:\n  streamproxy hwsync inspect {} --rate {}\n  "
+            "streamproxy hwsync replay {} --rate {}\n",
             path, reader.rateHz(), path, reader.rateHz());
 }
 

@@ -1,10 +1,10 @@
 #include "tools/commands/ReplayCommand.h"
 
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
-#include <cinttypes>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -21,6 +21,7 @@
 #include "tools/report/ReplayPage.h"
 #include "tools/report/ReportFile.h"
 #include "tools/text/GainText.h"
+#include "tools/text/PrintTo.h"
 #include "tools/text/TimeText.h"
 #include "virtualtime/VirtualMachine.h"
 
@@ -368,7 +369,7 @@ void ReplayCommand::tellFormatDoubt(const ReplaySession& session) {
     const std::string* doubt = session.writer().formatDoubt();
     if (doubt != nullptr && !mIsDoubtTold) {
         mIsDoubtTold = true;
-        fprintf(stderr, "streamproxy: %s: %s\n", mPath.c_str(), doubt->c_str());
+        printTo(stderr, "streamproxy: {}: {}\n", mPath, *doubt);
     }
 }
 
@@ -381,7 +382,7 @@ ExitCode ReplayCommand::judge(const ReplayReport::Figures& figures, const HeardL
     if (!busy.empty()) {
         // The text has it already.
         if (mIsJson || mIsCsv) {
-            fprintf(stderr, "streamproxy: %s\n", busy.c_str());
+            printTo(stderr, "streamproxy: {}\n", busy);
         }
         return EXIT_BUSY_MACHINE;
     }
@@ -392,19 +393,18 @@ ExitCode ReplayCommand::judge(const ReplayReport::Figures& figures, const HeardL
     if (!beyond || !beyond->isAny()) {
         return EXIT_OK;
     }
-    fprintf(stderr,
-            "streamproxy: %s: heard beyond --max-heard %s for %.3f s; farthest from 0 is %+.1f ms "
-            "at %.3f s, burst %" PRIu64 "\n",
-            mPath.c_str(), mMaxHeard.c_str(), beyond->earlySec + beyond->lateSec,
-            heard.worst()->leadMs, heard.worst()->timeSec, heard.worst()->index);
+    printTo(stderr,
+            "streamproxy: {}: heard beyond --max-heard {} for {:.3f} s; farthest from 0 is {:+.1f} "
+            "ms at {:.3f} s, burst {}\n",
+            mPath, mMaxHeard, beyond->earlySec + beyond->lateSec, heard.worst()->leadMs,
+            heard.worst()->timeSec, heard.worst()->index);
     return EXIT_BEYOND_LIMIT;
 }
 
 RunOrigin ReplayCommand::origin(const Library& library) const {
     return {{"command", mCommandLine},
-            {"payload", std::to_string(mFormat.rateHz) + " Hz, " +
-                            std::to_string(mFormat.channelCount) + " channels, " +
-                            std::to_string(mFormat.bits) + " bits"},
+            {"payload", fmt::format("{} Hz, {} channels, {} bits", mFormat.rateHz,
+                                    mFormat.channelCount, mFormat.bits)},
             {"program", "streamproxy " STREAMPROXY_VERSION},
             {"library", "libstreamproxy " + library.version() + ", " + library.file()}};
 }
@@ -421,13 +421,13 @@ void ReplayCommand::waitForEnd(const ReplaySession& session, const SoundCard& ca
             const SyncDecision latest = track.latest();
             const double leadMs =
                 latest.hasClock ? static_cast<double>(latest.leadNs()) / 1e6 : 0.0;
-            fprintf(stderr, "\rreplaying, %.1f s, audio lead %+.1f ms   ",
+            printTo(stderr, "\rreplaying, {:.1f} s, audio lead {:+.1f} ms   ",
                     static_cast<double>(session.elapsedNs()) / 1e9, leadMs);
             fflush(stderr);
         }
     }
     if (isShown) {
-        fprintf(stderr, "\r%60s\r", "");
+        printTo(stderr, "\r{:>60}\r", "");
     }
 }
 

@@ -1,6 +1,5 @@
 /** streamproxy: hosts the library from the command line, as an audio HAL does on the device. */
 #include <CLI/CLI.hpp>
-#include <cstdio>
 #include <exception>
 
 #include "tools/commands/HwSyncCommand.h"
@@ -9,6 +8,7 @@
 #include "tools/host/LogSink.h"
 #include "tools/process/CommandLine.h"
 #include "tools/process/ToolError.h"
+#include "tools/text/PrintTo.h"
 #include "tools/text/Utf8.h"
 
 namespace {
@@ -80,10 +80,10 @@ int main(int argc, char** argv) {
     try {
         return run(argc, argv);
     } catch (const android::ToolError& error) {
-        fprintf(stderr, "streamproxy: %s\n", android::terminalText(error.what()).c_str());
+        android::printTo(stderr, "streamproxy: {}\n", android::terminalText(error.what()));
         return error.exitCode();
     } catch (const std::exception& error) {
-        fprintf(stderr, "streamproxy: %s\n", android::terminalText(error.what()).c_str());
+        android::printTo(stderr, "streamproxy: {}\n", android::terminalText(error.what()));
         return android::EXIT_RUNTIME;
     }
 }

@@ -1,5 +1,7 @@
 #include "tools/device/AlsaDevice.h"
 
+#include <fmt/format.h>
+
 #include <cerrno>
 #include <thread>
 
@@ -69,10 +71,10 @@ void AlsaDevice::setFormat() {
         snd_pcm_set_params(mPcm.get(), format, SND_PCM_ACCESS_RW_INTERLEAVED, Levels::kChannels,
                            mConfig.rateHz, kResample, mConfig.bufferMs * 1000);
     if (status < 0) {
-        fail("does not take " + std::to_string(mConfig.rateHz) + " Hz, " +
-             std::to_string(mConfig.bits) + "-bit stereo (" + snd_strerror(status) +
-             "); name one that converts, such as default or plughw:0, or choose another --rate "
-             "or --format");
+        fail(
+            fmt::format("does not take {} Hz, {}-bit stereo ({}); name one that converts, such as "
+                        "default or plughw:0, or choose another --rate or --format",
+                        mConfig.rateHz, mConfig.bits, snd_strerror(status)));
     }
 }
 
@@ -90,8 +92,10 @@ bool AlsaDevice::write(const void* frames, size_t frameCount) {
             continue;
         }
         if (Clock::now() - lastProgress > kPatience) {
-            fail("has taken no audio for " + std::to_string(kPatience.count()) +
-                 " s; see whether it is connected, or name another with --device");
+            fail(
+                fmt::format("has taken no audio for {} s; see whether it is connected, or name "
+                            "another with --device",
+                            kPatience.count()));
         }
         if (taken == 0 || taken == -EAGAIN) {
             waitForRoom();

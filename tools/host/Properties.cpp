@@ -1,6 +1,7 @@
 #include "tools/host/Properties.h"
 
 #include <cutils/properties.h>
+#include <fmt/format.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -13,9 +14,9 @@ namespace android {
 namespace {
 
 ToolError unsettable(const std::string& key, const std::string& value) {
-    return ToolError("property '" + key + "' can't be set to '" + value +
-                     "'; values have at most " + std::to_string(PROPERTY_VALUE_MAX - 1) +
-                     " characters");
+    return ToolError(
+        fmt::format("property '{}' can't be set to '{}'; values have at most {} characters", key,
+                    value, PROPERTY_VALUE_MAX - 1));
 }
 
 }  // namespace
@@ -37,8 +38,8 @@ void loadProperties(const std::string& path) {
         if (!error) {
             error = line->key != nullptr
                         ? unsettable(line->key, line->value)
-                        : ToolError(file + ", line " + std::to_string(line->number) + ": '" +
-                                        line->text + "' is not key=value",
+                        : ToolError(fmt::format("{}, line {}: '{}' is not key=value", file,
+                                                line->number, line->text),
                                     EXIT_USAGE);
         }
     };

@@ -1,5 +1,7 @@
 #include "tools/mix/Feeder.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 #include "tools/process/Interrupt.h"
@@ -44,8 +46,9 @@ void Feeder::fill(int64_t frameCount) {
             return;
         }
         if (mHasWrittenShort) {
-            throw ToolError(mTarget.name + ": the stream's buffer takes less than one block of " +
-                            std::to_string(frameCount) + " frames");
+            throw ToolError(
+                fmt::format("{}: the stream's buffer takes less than one block of {} frames",
+                            mTarget.name, frameCount));
         }
     }
 }
@@ -127,8 +130,8 @@ int64_t Feeder::write(const uint8_t* audio, int64_t frameCount) {
         const bool isShort = frames < frameCount - done;
         mBoard.endWrite(mTarget.index, frames, isShort);
         if (written < 0) {
-            throw ToolError(mTarget.name + ": the library refuses the audio (status " +
-                            std::to_string(written) + ")");
+            throw ToolError(fmt::format("{}: the library refuses the audio (status {})",
+                                        mTarget.name, written));
         }
         mHasWrittenShort = mHasWrittenShort || isShort;
         mWrittenFrames += frames;

@@ -1,5 +1,7 @@
 #include "tools/mix/MixSession.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 #include "tools/audio/StreamConfig.h"
@@ -69,9 +71,10 @@ void MixSession::start() {
 void MixSession::fixMixConfig() {
     const int status = mLibrary.registerOutput(mPipeline, &mMixConfig, &mMixConfig, nullptr);
     if (status != 0) {
-        throw ToolError("the library refuses to mix at " + std::to_string(mConfig.rateHz) +
-                        " Hz, " + std::to_string(mConfig.bits) + " bits (status " +
-                        std::to_string(status) + "); choose another --rate or --format");
+        throw ToolError(
+            fmt::format("the library refuses to mix at {} Hz, {} bits (status {}); choose another "
+                        "--rate or --format",
+                        mConfig.rateHz, mConfig.bits, status));
     }
     mLibrary.unregisterOutput(mPipeline, &mMixConfig, nullptr);
 }
@@ -88,7 +91,7 @@ void MixSession::createStream(MixInput& input) const {
 void MixSession::registerOutput() {
     const int status = mLibrary.registerOutput(mPipeline, &mMixConfig, &mCycle, &MixCycle::onBlock);
     if (status != 0) {
-        throw ToolError("the library refuses the output (status " + std::to_string(status) + ")");
+        throw ToolError(fmt::format("the library refuses the output (status {})", status));
     }
     mHasOutput = true;
 }

@@ -1,13 +1,15 @@
 #include "tools/replay/BesidePlayer.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <cstdio>
 
 #include "tools/audio/OpenInput.h"
 #include "tools/host/Properties.h"
 #include "tools/process/ToolError.h"
+#include "tools/text/PrintTo.h"
 #include "tools/text/Utf8.h"
 
 namespace android {
@@ -74,14 +76,14 @@ void BesidePlayer::run() {
             const size_t byteCount = next();
             const int status = mLibrary->writeStream(mStream, mChunk.data(), byteCount);
             if (status < 0) {
-                throw ToolError(mSpec.path + ": the library refuses the audio (status " +
-                                std::to_string(status) + ")");
+                throw ToolError(fmt::format("{}: the library refuses the audio (status {})",
+                                            mSpec.path, status));
             }
             writtenFrames += static_cast<int64_t>(byteCount / mHandover.frameBytes());
         }
     } catch (const std::exception& error) {
         // The replay itself is sound without it.
-        fprintf(stderr, "streamproxy: %s\n", terminalText(error.what()).c_str());
+        printTo(stderr, "streamproxy: {}\n", terminalText(error.what()));
         mLibrary->pauseStream(mStream);
     }
 }

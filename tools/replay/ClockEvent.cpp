@@ -1,8 +1,9 @@
 #include "tools/replay/ClockEvent.h"
 
+#include <fmt/format.h>
+
 #include <cerrno>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -60,7 +61,7 @@ std::vector<ClockEvent> ClockEvent::load(const std::string& path) {
         line.erase(0, line.find_first_not_of(" \t\r"));
         line.erase(line.find_last_not_of(" \t\r") + 1);
         if (!line.empty() && line[0] != '#') {
-            events.push_back(parse(line, path + ", line " + std::to_string(lineNumber)));
+            events.push_back(parse(line, fmt::format("{}, line {}", path, lineNumber)));
         }
     }
     return events;
@@ -91,20 +92,17 @@ std::string ClockEvent::applyTo(AVSyncClock& clock) const {
 }
 
 std::string ClockEvent::describe() const {
-    char text[48] = "";
     switch (kind) {
         case Kind::JUMP:
-            snprintf(text, sizeof(text), "jump %+.15g ms", static_cast<double>(jumpNs) / 1e6);
-            break;
+            return fmt::format("jump {:+.15g} ms", static_cast<double>(jumpNs) / 1e6);
         case Kind::PAUSE:
             return "pause";
         case Kind::RESUME:
             return "resume";
         case Kind::DRIFT:
-            snprintf(text, sizeof(text), "drift %+.15g ppm", driftPpm);
-            break;
+            return fmt::format("drift {:+.15g} ppm", driftPpm);
     }
-    return text;
+    return {};
 }
 
 }  // namespace android

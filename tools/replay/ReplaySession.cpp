@@ -1,5 +1,7 @@
 #include "tools/replay/ReplaySession.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <chrono>
 
@@ -64,9 +66,9 @@ void ReplaySession::start() {
 void ReplaySession::registerOutput() {
     const int status = mLibrary.registerOutput(mPipeline, &mMixConfig, &mCard, &SoundCard::onBlock);
     if (status != 0) {
-        throw ToolError("the library refuses an output of " +
-                        std::to_string(mMixConfig.sample_rate) + " Hz (status " +
-                        std::to_string(status) + "); choose another --rate or --format");
+        throw ToolError(fmt::format(
+            "the library refuses an output of {} Hz (status {}); choose another --rate or --format",
+            mMixConfig.sample_rate, status));
     }
     mHasOutput = true;
 }
@@ -78,23 +80,24 @@ void ReplaySession::createTunnel() {
     config.flags = STREAMPROXY_FLAG_HW_AV_SYNC;
     mTunnel = mLibrary.createStream(&config);
     if (mTunnel == nullptr) {
-        throw ToolError(mFile.path() + ": the library makes no tunnel stream of " +
-                        std::to_string(format.rateHz) + " Hz, " +
-                        std::to_string(format.channelCount) +
-                        " channels; see its log with --log debug");
+        throw ToolError(
+            fmt::format("{}: the library makes no tunnel stream of {} Hz, {} channels; see its log "
+                        "with --log debug",
+                        mFile.path(), format.rateHz, format.channelCount));
     }
     mLibrary.setStreamVolume(mTunnel, mConfig.gain, mConfig.gain);
-    mLibrary.setStreamParameters(mTunnel,
-                                 ("hw_av_sync=" + std::to_string(mConfig.clockId)).c_str());
+    mLibrary.setStreamParameters(mTunnel, (fmt::format("hw_av_sync={}", mConfig.clockId)).c_str());
     if (mClock->takeRecords().empty()) {
-        throw ToolError("the library did not connect its stream with clock " +
-                        std::to_string(mConfig.clockId) + "; see its log with --log debug");
+        throw ToolError(fmt::format(
+            "the library did not connect its stream with clock {}; see its log with --log debug",
+            mConfig.clockId));
     }
     const int status =
         mLibrary.setDownstreamLatency(mTunnel, mConfig.latencyMs, mConfig.latencyOffsetMs);
     if (status != 0) {
-        throw ToolError("the library refuses the latency (status " + std::to_string(status) +
-                            "); an offset below 0 is at most as large as --latency",
+        throw ToolError(fmt::format("the library refuses the latency (status {}); an offset below "
+                                    "0 is at most as large as --latency",
+                                    status),
                         EXIT_USAGE);
     }
 }

@@ -1,12 +1,13 @@
 #include "tools/replay/TunnelWriter.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 #include <string>
 
 #include "tools/process/ToolError.h"
 #include "tools/replay/ClockEvent.h"
-#include "tools/text/MarkupText.h"
 
 namespace android {
 
@@ -32,7 +33,7 @@ std::string faultOf(const BurstTally::Finding& finding) {
         if (isStep) {
             const auto errorNs =
                 static_cast<double>(finding.stepNs) - static_cast<double>(finding.expectedNs);
-            text += markupNumber(" of %.3f ms", std::abs(errorNs) / 1e6);
+            text += fmt::format(" of {:.3f} ms", std::abs(errorNs) / 1e6);
         }
     }
     return text;
@@ -107,7 +108,7 @@ void TunnelWriter::judgeGarbage(uint64_t endOffset, double timeSec) {
         mFaults.add({.timeSec = timeSec,
                      .burstIndex = mTally.burstCount(),
                      .offset = garbage.offset,
-                     .what = std::to_string(garbage.byteCount) + " bytes of garbage"});
+                     .what = fmt::format("{} bytes of garbage", garbage.byteCount)});
     }
 }
 
@@ -123,7 +124,7 @@ void TunnelWriter::judgeEnd() {
             mFaults.add({.timeSec = timeSec,
                          .burstIndex = mTally.burstCount() - (mTally.burstCount() > 0 ? 1 : 0),
                          .offset = mByteCount,
-                         .what = std::to_string(byteCount) + what});
+                         .what = fmt::format("{}{}", byteCount, what)});
         }
     };
     addCut(mScanner.cutHeaderByteCount(), " bytes of a header cut at the end");
@@ -146,9 +147,9 @@ void TunnelWriter::writePiece(const uint8_t* bytes, size_t byteCount, TunnelLog&
     const nsecs_t beginNs = systemTime(SYSTEM_TIME_MONOTONIC);
     const int written = mLibrary.writeStream(mStream, bytes, byteCount);
     if (written < 0 || static_cast<size_t>(written) != byteCount) {
-        throw ToolError(mFile.path() + ": the library takes " + std::to_string(written) + " of " +
-                        std::to_string(byteCount) + " bytes at offset " +
-                        std::to_string(mByteCount) + "; see its log with --log debug");
+        throw ToolError(fmt::format(
+            "{}: the library takes {} of {} bytes at offset {}; see its log with --log debug",
+            mFile.path(), written, byteCount, mByteCount.load()));
     }
     mByteCount += byteCount;
     const std::vector<TunnelLog::Line> lines = log.take();
@@ -222,11 +223,11 @@ void TunnelWriter::note(const Burst& burst, nsecs_t beginNs,
 void TunnelWriter::checkLogged(const SyncDecision& decision) const {
     if (decision.kind == SyncDecision::Kind::NONE && decision.hasClock &&
         !mBounds.tolerate(decision)) {
-        throw ToolError(
-            mFile.path() + ": burst " + std::to_string(decision.burstIndex) + " was " +
-            markupNumber("%+.1f", static_cast<double>(decision.leadNs()) / 1e6) +
-            " ms off the clock, and the library's log has no line that says how it was corrected; "
-            "use the program and the library of one version, and see the log with --log debug");
+        throw ToolError(fmt::format(
+            "{}: burst {} was {:+.1f} ms off the clock, and the library's log has no line that "
+            "says how it was corrected; use the program and the library of one version, and see "
+            "the log with --log debug",
+            mFile.path(), decision.burstIndex, static_cast<double>(decision.leadNs()) / 1e6));
     }
 }
 

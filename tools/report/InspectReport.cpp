@@ -1,11 +1,11 @@
 #include "tools/report/InspectReport.h"
 
 #include <algorithm>
-#include <cinttypes>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "tools/process/ToolError.h"
+#include "tools/text/PrintTo.h"
 #include "tools/text/Utf8.h"
 
 namespace android {
@@ -65,14 +65,15 @@ void InspectReport::onBurst(const Burst& burst) {
 void InspectReport::begin() {
     mHasBegun = true;
     if (mConfig.form == Form::JSON) {
-        printf("{\"file\":%s", printed(mConfig.path).c_str());
-        printf("%s", mConfig.isSummaryOnly ? "" : ",\"rows\":[");
+        printTo(stdout, "{{\"file\":{}", printed(mConfig.path));
+        printTo(stdout, "{}", mConfig.isSummaryOnly ? "" : ",\"rows\":[");
     } else if (!mConfig.isSummaryOnly) {
-        printf("%s", mConfig.form == Form::CSV
-                         ? "kind,index,offset,header_bytes,bytes,mode,timestamp_ns,step_ns,"
-                           "expected_step_ns,payload_offset,notes\n"
-                         : "      offset   burst  mode       payload   timestamp s     step ms  "
-                           "expected ms\n");
+        printTo(stdout, "{}",
+                mConfig.form == Form::CSV
+                    ? "kind,index,offset,header_bytes,bytes,mode,timestamp_ns,step_ns,"
+                      "expected_step_ns,payload_offset,notes\n"
+                    : "      offset   burst  mode       payload   timestamp s     step ms  "
+                      "expected ms\n");
     }
     if (mHasLeadingGarbage) {
         printGarbage(0, mLeadingGarbageByteCount);
@@ -81,27 +82,26 @@ void InspectReport::begin() {
 
 void InspectReport::printBurst(const Burst& burst, const BurstTally::Finding& finding) const {
     if (mConfig.form == Form::CSV) {
-        printf("burst,%" PRIu64 ",%" PRIu64 ",%" PRIu64 ",%u,%s,%" PRIu64 ",", burst.index,
-               burst.offset, burst.headerByteCount, burst.payloadByteCount, nameOf(burst.mode),
-               burst.ptsNs);
+        printTo(stdout, "burst,{},{},{},{},{},{},", burst.index, burst.offset,
+                burst.headerByteCount, burst.payloadByteCount, nameOf(burst.mode), burst.ptsNs);
         if (finding.hasStep) {
-            printf("%" PRId64 ",%" PRId64, finding.stepNs, finding.expectedNs);
+            printTo(stdout, "{},{}", finding.stepNs, finding.expectedNs);
         } else {
-            printf(",");
+            printTo(stdout, ",");
         }
-        printf(",%u,%s\n", burst.payloadOffset, joined(finding.notes, ";").c_str());
+        printTo(stdout, ",{},{}\n", burst.payloadOffset, joined(finding.notes, ";"));
         return;
     }
-    printf("%12" PRIu64 "  %6" PRIu64 "  %-8s %10u  %12.6f", burst.offset, burst.index,
-           nameOf(burst.mode), burst.payloadByteCount, static_cast<double>(burst.ptsNs) / 1e9);
+    printTo(stdout, "{:12}  {:6}  {:8} {:10}  {:12.6f}", burst.offset, burst.index,
+            nameOf(burst.mode), burst.payloadByteCount, static_cast<double>(burst.ptsNs) / 1e9);
     if (finding.hasStep) {
-        printf("  %10.3f  %11.3f", ms(finding.stepNs), ms(finding.expectedNs));
+        printTo(stdout, "  {:10.3f}  {:11.3f}", ms(finding.stepNs), ms(finding.expectedNs));
     }
-    printf("%s%s\n", finding.notes.empty() ? "" : "  ", joined(finding.notes, ", ").c_str());
+    printTo(stdout, "{}{}\n", finding.notes.empty() ? "" : "  ", joined(finding.notes, ", "));
 }
 
 void InspectReport::printJsonRow(const std::string& row) {
-    printf("%s\n%s", mHasRow ? "," : "", row.c_str());
+    printTo(stdout, "{}\n{}", mHasRow ? "," : "", row);
     mHasRow = true;
 }
 
@@ -128,13 +128,13 @@ void InspectReport::printGarbage(uint64_t offset, uint64_t byteCount) {
     }
     switch (mConfig.form) {
         case Form::TEXT:
-            printf("%12" PRIu64 "          garbage  %10" PRIu64 "\n", offset, byteCount);
+            printTo(stdout, "{:12}          garbage  {:10}\n", offset, byteCount);
             break;
         case Form::JSON:
             printJsonRow(printed({{"kind", "garbage"}, {"offset", offset}, {"bytes", byteCount}}));
             break;
         case Form::CSV:
-            printf("garbage,,%" PRIu64 ",,%" PRIu64 ",,,,,,\n", offset, byteCount);
+            printTo(stdout, "garbage,,{},,{},,,,,,\n", offset, byteCount);
             break;
     }
 }
@@ -160,32 +160,32 @@ void InspectReport::finish(const BurstScanner& scanner) {
 void InspectReport::printTextSummary() const {
     const BurstTally& tally = mTally;
     if (!mConfig.isSummaryOnly) {
-        printf("\n");
+        printTo(stdout, "\n");
     }
-    printf("%s: %" PRIu64 " bytes, %" PRIu64 " bursts (%" PRIu64 " free-run)\n",
-           terminalText(mConfig.path).c_str(), tally.byteCount(), tally.burstCount(),
-           tally.freeRunCount());
-    printf("  %" PRIu64 " bytes of payload, %.3f s; timestamps from %.3f to %.3f s\n",
-           tally.payloadByteCount(), static_cast<double>(tally.durationNs()) / 1e9,
-           static_cast<double>(tally.firstPtsNs()) / 1e9,
-           static_cast<double>(tally.lastPtsNs()) / 1e9);
-    printf("  steps differ from the payload's duration by %.3f ms at most",
-           ms(tally.maxStepErrorNs()));
+    printTo(stdout, "{}: {} bytes, {} bursts ({} free-run)\n", terminalText(mConfig.path),
+            tally.byteCount(), tally.burstCount(), tally.freeRunCount());
+    printTo(stdout, "  {} bytes of payload, {:.3f} s; timestamps from {:.3f} to {:.3f} s\n",
+            tally.payloadByteCount(), static_cast<double>(tally.durationNs()) / 1e9,
+            static_cast<double>(tally.firstPtsNs()) / 1e9,
+            static_cast<double>(tally.lastPtsNs()) / 1e9);
+    printTo(stdout, "  steps differ from the payload's duration by {:.3f} ms at most",
+            ms(tally.maxStepErrorNs()));
     if (tally.maxSoundStepErrorNs() < tally.maxStepErrorNs()) {
-        printf(", by %.3f ms without those behind a fault", ms(tally.maxSoundStepErrorNs()));
+        printTo(stdout, ", by {:.3f} ms without those behind a fault",
+                ms(tally.maxSoundStepErrorNs()));
     }
-    printf("\n");
+    printTo(stdout, "\n");
     printTrend();
     bool isRegular = true;
     for (const auto& [name, count] : tally.irregularities()) {
         if (count > 0) {
-            printf("  %10" PRIu64 " %s\n", count, name);
+            printTo(stdout, "  {:10} {}\n", count, name);
             isRegular = false;
         }
     }
-    printf("%s", isRegular ? "  nothing irregular\n" : "");
+    printTo(stdout, "{}", isRegular ? "  nothing irregular\n" : "");
     if (tally.isFormatDoubtful()) {
-        printf("  %s\n", tally.formatDoubt().c_str());
+        printTo(stdout, "  {}\n", tally.formatDoubt());
     }
 }
 
@@ -194,12 +194,12 @@ void InspectReport::printTrend() const {
     if (!trend.isKnown || mTally.isFormatDoubtful()) {
         return;
     }
-    printf("  timestamps run %+.1f ppm against the payload (standard error %.1f)\n", trend.driftPpm,
-           trend.errorPpm);
-    printf("  the last one is %+.3f ms off, %+.3f ms of it by drift\n", ms(mTally.offsetNs()),
-           ms(trend.driftNs));
-    printf("  jitter: %.3f ms RMS, 95 %% within %.3f ms\n", ms(trend.jitterRmsNs),
-           ms(trend.jitter95Ns));
+    printTo(stdout, "  timestamps run {:+.1f} ppm against the payload (standard error {:.1f})\n",
+            trend.driftPpm, trend.errorPpm);
+    printTo(stdout, "  the last one is {:+.3f} ms off, {:+.3f} ms of it by drift\n",
+            ms(mTally.offsetNs()), ms(trend.driftNs));
+    printTo(stdout, "  jitter: {:.3f} ms RMS, 95 % within {:.3f} ms\n", ms(trend.jitterRmsNs),
+            ms(trend.jitter95Ns));
 }
 
 void InspectReport::printJsonSummary() const {
@@ -211,7 +211,7 @@ void InspectReport::printJsonSummary() const {
     for (const auto& [name, value] : mTally.trendFigures()) {
         summary[name] = value ? Json(*value) : Json();
     }
-    printf("%s,\"summary\":%s}\n", mConfig.isSummaryOnly ? "" : "\n]", printed(summary).c_str());
+    printTo(stdout, "{},\"summary\":{}}}\n", mConfig.isSummaryOnly ? "" : "\n]", printed(summary));
 }
 
 // With rows, counts would be lines of another shape; whoever wants them asks for them.
@@ -219,16 +219,16 @@ void InspectReport::printCsvSummary() const {
     if (!mConfig.isSummaryOnly) {
         return;
     }
-    printf("name,value\n");
+    printTo(stdout, "name,value\n");
     for (const auto& [name, count] : mTally.counts()) {
-        printf("%s,%" PRIu64 "\n", name, count);
+        printTo(stdout, "{},{}\n", name, count);
     }
     for (const auto& [name, value] : mTally.trendFigures()) {
-        printf("%s,", name);
+        printTo(stdout, "{},", name);
         if (value) {
-            printf("%.12g", *value);
+            printTo(stdout, "{:.12g}", *value);
         }
-        printf("\n");
+        printTo(stdout, "\n");
     }
 }
 

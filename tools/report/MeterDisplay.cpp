@@ -10,6 +10,7 @@
 #include <filesystem>
 
 #include "tools/text/Decibels.h"
+#include "tools/text/PrintTo.h"
 #include "tools/text/Utf8.h"
 
 namespace android {
@@ -80,7 +81,7 @@ void MeterDisplay::draw(const std::string& headline) {
     for (const std::string& line : lines) {
         text += line.substr(0, size.ws_col - 1u) + "\x1b[K\n";
     }
-    fprintf(stderr, "\r%s\x1b[%zuA", text.c_str(), lines.size());
+    printTo(stderr, "\r{}\x1b[{}A", text, lines.size());
     fflush(stderr);
 }
 
@@ -92,14 +93,12 @@ std::string MeterDisplay::inputLine(size_t index) const {
         return name + " ended";
     }
     const double fill = mSession.cycle().bufferFill(index);
-    char share[16];
-    snprintf(share, sizeof(share), " %3.0f %%", fill * 100.0);
     const auto cells = static_cast<size_t>(std::lround(fill * kBarCells));
-    return name + " buffer " + bar(cells, cells) + share;
+    return fmt::format("{} buffer {} {:3.0f} %", name, bar(cells, cells), fill * 100.0);
 }
 
 void MeterDisplay::clear() const {
-    fprintf(stderr, "\r\x1b[J");
+    printTo(stderr, "\r\x1b[J");
     fflush(stderr);
 }
 

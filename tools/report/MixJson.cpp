@@ -7,6 +7,7 @@
 
 #include "tools/process/ToolError.h"
 #include "tools/text/Decibels.h"
+#include "tools/text/PrintTo.h"
 
 namespace android {
 
@@ -100,7 +101,7 @@ void MixJson::print(std::chrono::nanoseconds elapsed) const {
         {"elapsed_ns", elapsed.count()},
         {"speed", audioSec * kNsPerSec / std::max(static_cast<double>(elapsed.count()), 1e3)}};
     // File names may hold any bytes.
-    printf("%s\n", document.dump(1, ' ', false, Json::error_handler_t::replace).c_str());
+    printTo(stdout, "{}\n", document.dump(1, ' ', false, Json::error_handler_t::replace));
     if (fflush(stdout) != 0 || ferror(stdout)) {
         throw ToolError("standard output: writing failed; make room or choose another place");
     }

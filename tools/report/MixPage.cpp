@@ -1,5 +1,7 @@
 #include "tools/report/MixPage.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <filesystem>
 
@@ -8,7 +10,6 @@
 #include "tools/chart/GainStrip.h"
 #include "tools/chart/StateStrip.h"
 #include "tools/text/Decibels.h"
-#include "tools/text/MarkupText.h"
 
 namespace android {
 
@@ -27,7 +28,7 @@ std::string nameOf(const MixInput& input) {
 }
 
 std::string msText(const Course& course) {
-    return markupNumber("%.3f", course.mean()) + markupNumber(" and %.3f ms", course.highest());
+    return fmt::format("{:.3f} and {:.3f} ms", course.mean(), course.highest());
 }
 
 }  // namespace
@@ -42,8 +43,8 @@ MixPage::MixPage(const MixSession& session, const std::vector<MixInput*>& inputs
       mRateHz(rateHz),
       mAxis(static_cast<double>(recorder.mix().nextFrame()) / rateHz, columnsFor(inputs.size())),
       mPage(mAxis,
-            "Mix of " + std::to_string(inputs.size()) +
-                (inputs.size() == 1 ? " input: " : " inputs: ") + output,
+            fmt::format("Mix of {}{}{}", inputs.size(),
+                        inputs.size() == 1 ? " input: " : " inputs: ", output),
             "time of the mix") {
     addFigures(mix);
     addOverload();
@@ -59,8 +60,8 @@ void MixPage::addFigures(const MixOutput& mix) {
     const Levels levels = mix.meter().total();
     mPage.addFigures(
         "Figures of the mix",
-        {{"rate", std::to_string(mRateHz) + " Hz"},
-         {"length", markupNumber("%.3f s", static_cast<double>(levels.frameCount) / mRateHz)},
+        {{"rate", fmt::format("{} Hz", mRateHz)},
+         {"length", fmt::format("{:.3f} s", static_cast<double>(levels.frameCount) / mRateHz)},
          {"peak", decibelText(mLevels.peak(levels.peak()))},
          {"RMS", decibelText(levels.rms())},
          {"clipped samples", std::to_string(mLevels.clippedCount())},
@@ -80,12 +81,12 @@ void MixPage::addOverload() {
     }
     std::vector<std::vector<std::string>> rows;
     for (const Overload::Stretch& stretch : overload.stretches()) {
-        rows.push_back({markupNumber("%.3f s", overload.secondsOf(stretch.beginFrame)),
-                        markupNumber("%.3f s", overload.secondsOf(stretch.endFrame)),
+        rows.push_back({fmt::format("{:.3f} s", overload.secondsOf(stretch.beginFrame)),
+                        fmt::format("{:.3f} s", overload.secondsOf(stretch.endFrame)),
                         std::to_string(stretch.sampleCount)});
     }
     mPage.addTable(
-        "Beyond full scale: lower all gains by " + markupNumber("%.1f dB", overload.excessDb()),
+        fmt::format("Beyond full scale: lower all gains by {:.1f} dB", overload.excessDb()),
         {"from", "to", "samples"}, rows);
 }
 
@@ -104,8 +105,8 @@ void MixPage::addInputFigures() {
                         std::to_string(mSession.cycle().heardFrames(index)),
                         decibelText(double{peak}), std::to_string(mLevels.heldCount(input, index)),
                         std::to_string(board.shortWriteCount), std::to_string(late.count),
-                        markupNumber("%.3f", std::chrono::duration<double>(late.longest).count()),
-                        markupNumber("%.3f", track.writeSec())});
+                        fmt::format("{:.3f}", std::chrono::duration<double>(late.longest).count()),
+                        fmt::format("{:.3f}", track.writeSec())});
     }
     mPage.addTable("Inputs",
                    {"input", "frames written", "frames heard", "peak", "clipped", "short writes",
@@ -158,7 +159,7 @@ std::string MixPage::states(size_t index) const {
     strip.add(State::PADDED, endSec, pauseSec);
     strip.add(State::PAUSED, pauseSec, mAxis.endSec());
     strip.add(State::LATE, track.delays(), [](const Moments::Column& delays) {
-        return markupNumber(", for %.0f ms", delays.sum * 1000);
+        return fmt::format(", for {:.0f} ms", delays.sum * 1000);
     });
     return strip.html();
 }

@@ -1,14 +1,15 @@
 #include "tools/report/MixReport.h"
 
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cinttypes>
 #include <cmath>
 #include <cstdio>
 #include <limits>
 
 #include "tools/text/Decibels.h"
+#include "tools/text/PrintTo.h"
 #include "tools/text/Utf8.h"
 
 namespace android {
@@ -29,7 +30,7 @@ double secondsOf(std::chrono::nanoseconds time) {
 }
 
 std::string timesText(int64_t count) {
-    return count == 1 ? "once" : std::to_string(count) + " times";
+    return count == 1 ? "once" : fmt::format("{} times", count);
 }
 
 }  // namespace
@@ -73,8 +74,7 @@ void MixReport::progress() {
         return;
     }
     mNextLine = Clock::now() + (mIsTerminal ? kRewriteInterval : kLineInterval);
-    fprintf(stderr, "%s%s%s", mIsTerminal ? "\r" : "", progressLine().c_str(),
-            mIsTerminal ? "   " : "\n");
+    printTo(stderr, "{}{}{}", mIsTerminal ? "\r" : "", progressLine(), mIsTerminal ? "   " : "\n");
     fflush(stderr);
 }
 
@@ -82,26 +82,18 @@ std::string MixReport::progressLine() const {
     const int64_t mixed =
         std::max<int64_t>(mSession.cycle().mixedFrames() - mTarget.preRollFrames, 0);
     const double doneSec = std::min(static_cast<double>(mixed) / mTarget.rateHz, mTotalSec);
-    char total[32] = "";
-    if (std::isfinite(mTotalSec)) {
-        snprintf(total, sizeof(total), " of %.1f", mTotalSec);
-    }
-    char text[128];
-    if (isPlayed()) {
-        snprintf(text, sizeof(text), "playing %.1f%s s, %" PRId64 " underruns", doneSec, total,
-                 mMix.underrunCount());
-    } else {
-        snprintf(text, sizeof(text), "mixing %.1f%s s, %.1f x real time", doneSec, total,
-                 doneSec / std::max(secondsSince(mStart), 1e-3));
-    }
-    return text;
+    const std::string total = std::isfinite(mTotalSec) ? fmt::format(" of {:.1f}", mTotalSec) : "";
+    return isPlayed() ? fmt::format("playing {:.1f}{} s, {} underruns", doneSec, total,
+                                    mMix.underrunCount())
+                      : fmt::format("mixing {:.1f}{} s, {:.1f} x real time", doneSec, total,
+                                    doneSec / std::max(secondsSince(mStart), 1e-3));
 }
 
 void MixReport::clearLine() const {
     if (mMeters) {
         mMeters->clear();
     } else if (mIsTerminal && !mIsQuiet) {
-        fprintf(stderr, "\r%60s\r", "");
+        printTo(stderr, "\r{:>60}\r", "");
     }
 }
 
@@ -121,52 +113,49 @@ void MixReport::outputLines() const {
     const double audioSec = static_cast<double>(levels.frameCount) / mTarget.rateHz;
     const std::string device = "sound device '" + mTarget.device + "'";
     const std::string name = mTarget.path.empty() ? device : mTarget.path;
-    fprintf(stderr, "%s: %u Hz, %u-bit%s, stereo%s\n", terminalText(name).c_str(), mTarget.rateHz,
+    printTo(stderr, "{}: {} Hz, {}-bit{}, stereo{}\n", terminalText(name), mTarget.rateHz,
             mTarget.bits, mTarget.isFloat ? " float" : "",
             AudioWriter::fileBits(mTarget.path, mTarget.bits) < mTarget.bits
                 ? ", 24-bit in the file"
                 : "");
-    fprintf(stderr, "  %" PRId64 " frames (%.3f s) in %" PRId64 " blocks, %" PRId64 " short\n",
-            levels.frameCount, audioSec, mSession.cycle().blockCount(),
-            mSession.cycle().shortBlockCount());
-    fprintf(stderr, "  peak %s, RMS %s", decibelText(mLevels.peak(levels.peak())).c_str(),
-            decibelText(levels.rms()).c_str());
+    printTo(stderr, "  {} frames ({:.3f} s) in {} blocks, {} short\n", levels.frameCount, audioSec,
+            mSession.cycle().blockCount(), mSession.cycle().shortBlockCount());
+    printTo(stderr, "  peak {}, RMS {}", decibelText(mLevels.peak(levels.peak())),
+            decibelText(levels.rms()));
     if (mTarget.bits == 16) {
-        fprintf(stderr, ", %" PRId64 " samples wrapped", mLevels.wrappedCount());
+        printTo(stderr, ", {} samples wrapped", mLevels.wrappedCount());
     } else {
-        fprintf(stderr, ", %" PRId64 " samples clipped", mLevels.clippedCount());
+        printTo(stderr, ", {} samples clipped", mLevels.clippedCount());
     }
     if (mTarget.isNormalized) {
-        fprintf(stderr, ", normalized by %+.2f dB", mMix.normalizingDb());
+        printTo(stderr, ", normalized by {:+.2f} dB", mMix.normalizingDb());
     }
     fputc('\n', stderr);
     if (isPlayed()) {
-        fprintf(stderr, "  played%s, %" PRId64 " underruns\n",
-                mTarget.path.empty() ? "" : (" on " + device).c_str(), mMix.underrunCount());
+        printTo(stderr, "  played{}, {} underruns\n", mTarget.path.empty() ? "" : (" on " + device),
+                mMix.underrunCount());
     } else {
-        fprintf(stderr, "  %.1f x real time\n", audioSec / std::max(secondsSince(mStart), 1e-6));
+        printTo(stderr, "  {:.1f} x real time\n", audioSec / std::max(secondsSince(mStart), 1e-6));
     }
 }
 
 void MixReport::inputLine(size_t index) const {
     const MixInput& input = *mInputs[index];
     const FeedBoard::Input state = mSession.board().input(index);
-    fprintf(stderr, "%s: %s\n", terminalText(input.spec.path).c_str(),
-            input.reader->describe().c_str());
+    printTo(stderr, "{}: {}\n", terminalText(input.spec.path), input.reader->describe());
     const MixCycle& cycle = mSession.cycle();
-    fprintf(stderr,
-            "  %" PRId64 " frames written, %" PRId64 " heard%s, %" PRId64 " short writes, peak %s",
+    printTo(stderr, "  {} frames written, {} heard{}, {} short writes, peak {}",
             input.audioFramesOf(state.writtenFrames), cycle.heardFrames(index),
             cycle.maxLostFrames(index) > 0 ? " at least" : "", state.shortWriteCount,
-            decibelText(input.peak()).c_str());
+            decibelText(input.peak()));
     if (const int64_t heldCount = mLevels.heldCount(input, index); heldCount > 0) {
-        fprintf(stderr, ", %" PRId64 " samples clipped", heldCount);
+        printTo(stderr, ", {} samples clipped", heldCount);
     }
-    fprintf(stderr, "\n");
+    printTo(stderr, "\n");
     const Lateness& late = cycle.lateness(index);
     if (late.count > 0) {
-        fprintf(stderr, "  late %s: the mix waited %.3f s for it, %.3f s at the longest\n",
-                timesText(late.count).c_str(), secondsOf(late.total), secondsOf(late.longest));
+        printTo(stderr, "  late {}: the mix waited {:.3f} s for it, {:.3f} s at the longest\n",
+                timesText(late.count), secondsOf(late.total), secondsOf(late.longest));
     }
 }
 
@@ -174,18 +163,18 @@ void MixReport::warnings() const {
     clearLine();
     for (const MixInput* input : mInputs) {
         if (input->reader->channelCount() > 2) {
-            fprintf(stderr,
-                    "streamproxy: warning: %s has %u channels; only the first two are heard, "
-                    "all with downmix=itu\n",
-                    terminalText(input->spec.path).c_str(), input->reader->channelCount());
+            printTo(stderr,
+                    "streamproxy: warning: {} has {} channels; only the first two are heard, all "
+                    "with downmix=itu\n",
+                    terminalText(input->spec.path), input->reader->channelCount());
         }
     }
     for (const MixInput* input : mInputs) {
         if (input->spec.boost > 1.0f && input->source.clippedCount() > 0) {
-            fprintf(stderr,
-                    "streamproxy: warning: %s has a gain above 0 dB, which pushes %" PRId64
-                    " samples beyond 16 bits: lower it, or use --format 32 and --rate %u\n",
-                    terminalText(input->spec.path).c_str(), input->source.clippedCount(),
+            printTo(stderr,
+                    "streamproxy: warning: {} has a gain above 0 dB, which pushes {} samples "
+                    "beyond 16 bits: lower it, or use --format 32 and --rate {}\n",
+                    terminalText(input->spec.path), input->source.clippedCount(),
                     input->reader->rateHz());
         }
     }
@@ -193,9 +182,9 @@ void MixReport::warnings() const {
         warnOfOverload();
     }
     if (mLevels.uncheckedCount() > 0) {
-        fprintf(stderr,
-                "streamproxy: warning: %" PRId64
-                " samples could not be checked for wrapping, since short blocks lost frames\n",
+        printTo(stderr,
+                "streamproxy: warning: {} samples could not be checked for wrapping, since short "
+                "blocks lost frames\n",
                 mLevels.uncheckedCount());
     }
     if (mSession.cycle().shortBlockCount() > 0) {
@@ -212,21 +201,21 @@ void MixReport::warnOfShortBlocks() const {
     for (size_t index = 0; index < mInputs.size(); ++index) {
         const std::string name = terminalText(mInputs[index]->spec.path);
         if (cycle.shortenedCount(index) > 0) {
-            makers += (makers.empty() ? "" : ", ") + name + " made " +
-                      std::to_string(cycle.shortenedCount(index)) + " short";
+            makers += fmt::format("{}{} made {} short", makers.empty() ? "" : ", ", name,
+                                  cycle.shortenedCount(index));
         }
         const int64_t lostFrames = cycle.maxLostFrames(index);
         if (lostFrames > 0) {
             maxLostFrames += lostFrames;
-            losers += ", " + name + " up to " + std::to_string(lostFrames) + " of " +
-                      std::to_string(mInputs[index]->source.audioFramesRead());
+            losers += fmt::format(", {} up to {} of {}", name, lostFrames,
+                                  mInputs[index]->source.audioFramesRead());
         }
     }
-    fprintf(stderr,
-            "streamproxy: warning: %" PRId64 " of %" PRId64 " blocks came short; up to %" PRId64
-            " frames of the inputs are lost%s%s%s\n",
-            cycle.shortBlockCount(), cycle.blockCount(), maxLostFrames, losers.c_str(),
-            makers.empty() ? "" : "; ", makers.c_str());
+    printTo(stderr,
+            "streamproxy: warning: {} of {} blocks came short; up to {} frames of the inputs are "
+            "lost{}{}{}\n",
+            cycle.shortBlockCount(), cycle.blockCount(), maxLostFrames, losers,
+            makers.empty() ? "" : "; ", makers);
 }
 
 /** A mix that waits for one input takes nothing of the others. */
@@ -240,10 +229,10 @@ void MixReport::warnOfShortWrites() const {
         }
     }
     if (shortWriteCount > 0 && !late.empty()) {
-        fprintf(stderr,
-                "streamproxy: warning: the mix waited for %s; the other inputs' short writes come "
+        printTo(stderr,
+                "streamproxy: warning: the mix waited for {}; the other inputs' short writes come "
                 "from that\n",
-                late.c_str());
+                late);
     }
 }
 
@@ -253,22 +242,20 @@ void MixReport::warnOfOverload() const {
     constexpr size_t kShown = 3;
     std::string times;
     for (size_t i = 0; i < std::min(stretches.size(), kShown); ++i) {
-        char text[64];
-        snprintf(text, sizeof(text), "%s%.3f to %.3f s", i == 0 ? "" : ", ",
-                 overload.secondsOf(stretches[i].beginFrame),
-                 overload.secondsOf(stretches[i].endFrame));
-        times += text;
+        times += fmt::format("{}{:.3f} to {:.3f} s", i == 0 ? "" : ", ",
+                             overload.secondsOf(stretches[i].beginFrame),
+                             overload.secondsOf(stretches[i].endFrame));
     }
     if (stretches.size() > kShown) {
-        times += " and " + std::to_string(stretches.size() - kShown) + " more times (see --json)";
+        times += fmt::format(" and {} more times (see --json)", stretches.size() - kShown);
     }
     const char* fate = mTarget.bits == 16 ? "wrapped around"
                        : mTarget.isFloat  ? "lie above full scale and are kept"
                                           : "were held to full scale";
-    fprintf(stderr,
-            "streamproxy: warning: %" PRId64
-            " samples %s, at %s; lower all gains by %.1f dB (--headroom %.1f)%s\n",
-            overload.sampleCount(), fate, times.c_str(), overload.excessDb(),
+    printTo(stderr,
+            "streamproxy: warning: {} samples {}, at {}; lower all gains by {:.1f} dB (--headroom "
+            "{:.1f}){}\n",
+            overload.sampleCount(), fate, times, overload.excessDb(),
             mTarget.headroomDb + overload.excessDb(), isPlayed() ? "" : ", or use --normalize");
 }
 

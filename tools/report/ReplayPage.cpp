@@ -1,5 +1,7 @@
 #include "tools/report/ReplayPage.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <filesystem>
 
@@ -9,7 +11,6 @@
 #include "tools/chart/LeadStrips.h"
 #include "tools/chart/StateStrip.h"
 #include "tools/report/ReplayTables.h"
-#include "tools/text/MarkupText.h"
 
 namespace android {
 
@@ -26,13 +27,13 @@ double sec(int64_t ns) {
 }
 
 std::string rangeText(const Course& course) {
-    return course.valueCount() == 0 ? "none"
-                                    : markupNumber("%+.1f", course.lowest()) +
-                                          markupNumber(" to %+.1f ms", course.highest());
+    return course.valueCount() == 0
+               ? "none"
+               : fmt::format("{:+.1f} to {:+.1f} ms", course.lowest(), course.highest());
 }
 
 std::string msText(const Course& course) {
-    return markupNumber("%.3f", course.mean()) + markupNumber(" and %.3f ms", course.highest());
+    return fmt::format("{:.3f} and {:.3f} ms", course.mean(), course.highest());
 }
 
 /** Until the last block has been played. */
@@ -80,7 +81,7 @@ void ReplayPage::addFigures() {
     const PcmFormat& format = mSubject.format;
     const BlockTrack& blocks = mRecorder.blocks();
     const auto seconds = [&](int64_t byteCount) {
-        return markupNumber("%.3f s", sec(format.durationNs(static_cast<uint64_t>(byteCount))));
+        return fmt::format("{:.3f} s", sec(format.durationNs(static_cast<uint64_t>(byteCount))));
     };
     Course parserLeads;
     for (const SyncDecision& decision : mTrack.decisions()) {
@@ -89,8 +90,8 @@ void ReplayPage::addFigures() {
         }
     }
     mPage.addFigures("Figures of the replay",
-                     {{"rate", std::to_string(format.rateHz) + " Hz"},
-                      {"length", markupNumber("%.3f s", sec(mSubject.figures.elapsedNs))},
+                     {{"rate", fmt::format("{} Hz", format.rateHz)},
+                      {"length", fmt::format("{:.3f} s", sec(mSubject.figures.elapsedNs))},
                       {"time", ReplayReport::clockName(mSubject.figures)},
                       {"bursts", std::to_string(mTrack.decisions().size())},
                       {"lead at the parser", rangeText(parserLeads)},
@@ -112,19 +113,17 @@ void ReplayPage::addFigures() {
 void ReplayPage::addHeard() {
     const HeardLeads& heard = mRecorder.heard();
     ReportPage::Figures figures = {{"lead at the output", rangeText(heard.leads())},
-                                   {"mean", markupNumber("%+.1f ms", heard.meanMs())},
-                                   {"measured for", markupNumber("%.3f s", heard.measuredSec())}};
+                                   {"mean", fmt::format("{:+.1f} ms", heard.meanMs())},
+                                   {"measured for", fmt::format("{:.3f} s", heard.measuredSec())}};
     if (heard.worst()) {
         figures.emplace_back("farthest from 0",
-                             markupNumber("%+.1f ms at ", heard.worst()->leadMs) +
-                                 markupNumber("%.3f s, burst ", heard.worst()->timeSec) +
-                                 std::to_string(heard.worst()->index));
+                             fmt::format("{:+.1f} ms at {:.3f} s, burst {}", heard.worst()->leadMs,
+                                         heard.worst()->timeSec, heard.worst()->index));
     }
     const auto add = [&figures](const std::string& name, const HeardLeads::Beyond& beyond) {
-        figures.emplace_back(name + markupNumber(", %+g and", beyond.range.earlyMs) +
-                                 markupNumber(" %+g ms", beyond.range.lateMs),
-                             markupNumber("%.3f s early", beyond.earlySec) +
-                                 markupNumber(", %.3f s late", beyond.lateSec));
+        figures.emplace_back(
+            fmt::format("{}, {:+g} and {:+g} ms", name, beyond.range.earlyMs, beyond.range.lateMs),
+            fmt::format("{:.3f} s early, {:.3f} s late", beyond.earlySec, beyond.lateSec));
     };
     add("beyond what viewers notice", heard.beyondDetectability());
     add("beyond what they accept", heard.beyondAcceptability());
@@ -146,7 +145,7 @@ void ReplayPage::addStream() {
     mPage.addSection(
         nameOf(mSubject.figures.path),
         mSubject.figures.path + ": tunnel stream, as it was written" +
-            markupNumber("; played at gain %g", mRecorder.tunnelGain()),
+            fmt::format("; played at gain {:g}", mRecorder.tunnelGain()),
         AudioStrips(mAxis, mRecorder.tunnel(), "of the payload").html() + states() + faultMarks());
 }
 
@@ -171,7 +170,7 @@ std::string ReplayPage::states() const {
     const auto end = [&strip](const Lane& lane) {
         if (lane.fromSec >= 0.0) {
             strip.add(lane.state, lane.fromSec, lane.toSec,
-                      lane.count > 1 ? ", " + std::to_string(lane.count) + " bursts" : "");
+                      lane.count > 1 ? fmt::format(", {} bursts", lane.count) : "");
         }
     };
     const auto take = [&](Lane& lane, double fromSec, double toSec) {
@@ -209,15 +208,15 @@ std::string ReplayPage::faultMarks() const {
                         .heightPx = 18,
                         .scale = {.low = 0.0, .high = 1.0}});
     strip.marks("fault", faults.moments(), [&faults](const Moments::Column& column) {
-        std::string tip = std::to_string(column.count) +
-                          (column.count == 1 ? " fault" : " faults") + Strip::when(column) +
-                          markupNumber(", burst %.0f", column.low);
+        std::string tip =
+            fmt::format("{} {}{}, burst {:.0f}", column.count,
+                        column.count == 1 ? "fault" : "faults", Strip::when(column), column.low);
         if (column.high > column.low) {
-            tip += markupNumber(" to %.0f", column.high);
+            tip += fmt::format(" to {:.0f}", column.high);
         }
         for (const StreamFaults::Fault& fault : faults.first()) {
             if (column.count == 1 && fault.timeSec == column.firstSec) {
-                tip += ", offset " + std::to_string(fault.offset) + ": " + fault.what;
+                tip += fmt::format(", offset {}: {}", fault.offset, fault.what);
             }
         }
         return Strip::Note{.value = 0.5, .tip = tip};

@@ -1,13 +1,13 @@
 #include "tools/report/ReplayReport.h"
 
 #include <algorithm>
-#include <cinttypes>
 #include <cmath>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "tools/course/DecisionRun.h"
 #include "tools/process/ToolError.h"
+#include "tools/text/PrintTo.h"
 #include "tools/text/Utf8.h"
 
 namespace android {
@@ -114,25 +114,26 @@ void ReplayReport::print(Form form, bool isSummaryOnly) const {
 }
 
 void ReplayReport::printDecisions() const {
-    printf("  time s        bursts  decision   audio lead ms         correction ms\n");
+    printTo(stdout, "  time s        bursts  decision   audio lead ms         correction ms\n");
     DecisionRun::forEach(mTrack.decisions(), [](const DecisionRun& run) { printRun(run); });
-    printf("\n");
+    printTo(stdout, "\n");
 }
 
 void ReplayReport::printRun(const DecisionRun& run) {
-    char bursts[48];
-    snprintf(bursts, sizeof(bursts), run.count() > 1 ? "%" PRIu64 "-%" PRIu64 : "%" PRIu64,
-             run.first.burstIndex, run.lastBurst);
-    printf("%8.3f  %12s  %-9s", sec(run.first.timeNs), bursts, run.first.name());
-    char lead[48] = "";
+    const std::string bursts = run.count() > 1
+                                   ? fmt::format("{}-{}", run.first.burstIndex, run.lastBurst)
+                                   : fmt::format("{}", run.first.burstIndex);
+    printTo(stdout, "{:8.3f}  {:>12}  {:9}", sec(run.first.timeNs), bursts, run.first.name());
+    std::string lead;
     if (run.first.hasClock) {
-        snprintf(lead, sizeof(lead), run.count() > 1 ? "%+.1f to %+.1f" : "%+.1f",
-                 ms(run.lowestLeadNs), ms(run.highestLeadNs));
+        lead = run.count() > 1
+                   ? fmt::format("{:+.1f} to {:+.1f}", ms(run.lowestLeadNs), ms(run.highestLeadNs))
+                   : fmt::format("{:+.1f}", ms(run.lowestLeadNs));
     }
     if (run.first.correctionMs > 0) {
-        printf("  %-20s  %" PRId64 "\n", lead, run.first.correctionMs);
+        printTo(stdout, "  {:20}  {}\n", lead, run.first.correctionMs);
     } else {
-        printf("  %s\n", lead);
+        printTo(stdout, "  {}\n", lead);
     }
 }
 
@@ -146,43 +147,46 @@ void ReplayReport::printExcursions() const {
                 continue;
             }
             isAny = true;
-            printf("    outside from %.3f s (worst %+.1f ms), ", sec(excursion.beginNs),
-                   ms(excursion.worstLeadNs));
+            printTo(stdout, "    outside from {:.3f} s (worst {:+.1f} ms), ",
+                    sec(excursion.beginNs), ms(excursion.worstLeadNs));
             if (!excursion.isOver) {
-                printf("still so at %.3f s\n", sec(excursion.endNs));
+                printTo(stdout, "still so at {:.3f} s\n", sec(excursion.endNs));
                 continue;
             }
-            printf("inside again at %.3f s, %.1f ms later", sec(excursion.endNs),
-                   ms(excursion.endNs - excursion.beginNs));
+            printTo(stdout, "inside again at {:.3f} s, {:.1f} ms later", sec(excursion.endNs),
+                    ms(excursion.endNs - excursion.beginNs));
             if (eventIndex >= 0) {
                 const SyncEvent& event = events[static_cast<size_t>(eventIndex)];
-                printf(", %.1f ms after the event", ms(excursion.endNs - event.timeNs));
+                printTo(stdout, ", {:.1f} ms after the event", ms(excursion.endNs - event.timeNs));
             }
-            printf("\n");
+            printTo(stdout, "\n");
         }
         return isAny;
     };
-    printf("audio lead, tolerated from %+" PRId64 " to %+" PRId64 " ms:\n",
-           -mBounds.videoThresholdMs, mBounds.audioThresholdMs);
-    printf("  %8s\n", "start");
-    printf("%s", printThoseOf(-1) ? "" : "    inside\n");
+    printTo(stdout, "audio lead, tolerated from {:+} to {:+} ms:\n", -mBounds.videoThresholdMs,
+            mBounds.audioThresholdMs);
+    printTo(stdout, "  {:>8}\n", "start");
+    printTo(stdout, "{}", printThoseOf(-1) ? "" : "    inside\n");
     for (size_t index = 0; index < events.size(); ++index) {
-        printf("  %8.3f s  %s\n", sec(events[index].timeNs), events[index].text.c_str());
-        printf("%s", printThoseOf(static_cast<int64_t>(index)) ? "" : "    stayed inside\n");
+        printTo(stdout, "  {:8.3f} s  {}\n", sec(events[index].timeNs), events[index].text);
+        printTo(stdout, "{}",
+                printThoseOf(static_cast<int64_t>(index)) ? "" : "    stayed inside\n");
     }
 }
 
 void ReplayReport::printHeard() const {
     if (!mHeard.worst()) {
-        printf("\nheard lead: no burst was heard from its first frame on\n");
+        printTo(stdout, "\nheard lead: no burst was heard from its first frame on\n");
         return;
     }
-    printf("\nheard lead, %+.1f to %+.1f ms, mean %+.1f ms, over the %.3f s that were measured:\n",
-           mHeard.leads().lowest(), mHeard.leads().highest(), mHeard.meanMs(),
-           mHeard.measuredSec());
+    printTo(stdout,
+            "\nheard lead, {:+.1f} to {:+.1f} ms, mean {:+.1f} ms, over the {:.3f} s that were "
+            "measured:\n",
+            mHeard.leads().lowest(), mHeard.leads().highest(), mHeard.meanMs(),
+            mHeard.measuredSec());
     const auto printBeyond = [](const char* whose, const HeardLeads::Beyond& beyond) {
-        printf("  beyond %s (%+g and %+g ms): %.3f s early, %.3f s late\n", whose,
-               beyond.range.earlyMs, beyond.range.lateMs, beyond.earlySec, beyond.lateSec);
+        printTo(stdout, "  beyond {} ({:+g} and {:+g} ms): {:.3f} s early, {:.3f} s late\n", whose,
+                beyond.range.earlyMs, beyond.range.lateMs, beyond.earlySec, beyond.lateSec);
     };
     printBeyond("what viewers notice", mHeard.beyondDetectability());
     printBeyond("what they accept", mHeard.beyondAcceptability());
@@ -194,11 +198,11 @@ void ReplayReport::printHeard() const {
 void ReplayReport::printStream() const {
     for (const auto& [name, count] : mStream.irregularities()) {
         if (count > 0) {
-            printf("  in the stream itself: %" PRIu64 " %s\n", count, name);
+            printTo(stdout, "  in the stream itself: {} {}\n", count, name);
         }
     }
     if (mStream.isFormatDoubtful()) {
-        printf("  %s\n", mStream.formatDoubt().c_str());
+        printTo(stdout, "  {}\n", mStream.formatDoubt());
     }
 }
 
@@ -210,38 +214,35 @@ std::string ReplayReport::busyText(const Figures& figures) {
     if (figures.underrunCount == 0 || figures.isVirtual) {
         return {};
     }
-    char text[200];
-    snprintf(
-        text, sizeof(text),
-        "the machine was too busy: the mix came too late for the output %" PRId64
-        " %s, by up to %.0f ms. These figures are the machine's; replay again when it has less "
-        "to do",
+    return fmt::format(
+        "the machine was too busy: the mix came too late for the output {} {}, by up to {:.0f} ms. "
+        "These figures are the machine's; replay again when it has less to do",
         figures.underrunCount, figures.underrunCount == 1 ? "time" : "times",
         ms(figures.longestUnderrunNs));
-    return text;
 }
 
 void ReplayReport::printSummary() const {
-    printf("\n%s: %" PRIu64 " bytes, %zu bursts in %.3f s of %s time\n",
-           terminalText(mFigures.path).c_str(), mFigures.byteCount, mTrack.decisions().size(),
-           sec(mFigures.elapsedNs), clockName(mFigures));
-    printf("  decisions: %zu none, %zu re-anchor, %zu silence, %zu drop; %zu bursts in free run\n",
-           mTrack.count(Kind::NONE), mTrack.count(Kind::ANCHOR), mTrack.count(Kind::SILENCE),
-           mTrack.count(Kind::DROP), mTrack.count(Kind::FREE_RUN));
-    printf("  silence inserted: %.3f s; audio dropped: %.3f s\n",
-           sec(bytesToNs(mTrack.silenceByteCount())), sec(bytesToNs(mTrack.droppedByteCount())));
+    printTo(stdout, "\n{}: {} bytes, {} bursts in {:.3f} s of {} time\n",
+            terminalText(mFigures.path), mFigures.byteCount, mTrack.decisions().size(),
+            sec(mFigures.elapsedNs), clockName(mFigures));
+    printTo(stdout,
+            "  decisions: {} none, {} re-anchor, {} silence, {} drop; {} bursts in free run\n",
+            mTrack.count(Kind::NONE), mTrack.count(Kind::ANCHOR), mTrack.count(Kind::SILENCE),
+            mTrack.count(Kind::DROP), mTrack.count(Kind::FREE_RUN));
+    printTo(stdout, "  silence inserted: {:.3f} s; audio dropped: {:.3f} s\n",
+            sec(bytesToNs(mTrack.silenceByteCount())), sec(bytesToNs(mTrack.droppedByteCount())));
     if (mTrack.missedByteCount() > 0) {
-        printf("  found no room in time and is lost: %.3f s\n",
-               sec(bytesToNs(mTrack.missedByteCount())));
+        printTo(stdout, "  found no room in time and is lost: {:.3f} s\n",
+                sec(bytesToNs(mTrack.missedByteCount())));
     }
-    printf(
-        "  played: %" PRId64 " frames (%.3f s), %" PRId64 " short blocks, %" PRId64 " underruns\n",
-        mFigures.playedFrameCount, static_cast<double>(mFigures.playedFrameCount) / mFormat.rateHz,
-        mFigures.shortBlockCount, mFigures.underrunCount);
+    printTo(stdout, "  played: {} frames ({:.3f} s), {} short blocks, {} underruns\n",
+            mFigures.playedFrameCount,
+            static_cast<double>(mFigures.playedFrameCount) / mFormat.rateHz,
+            mFigures.shortBlockCount, mFigures.underrunCount);
     printStream();
     const std::string busy = busyText(mFigures);
     if (!busy.empty()) {
-        printf("  %s\n", busy.c_str());
+        printTo(stdout, "  {}\n", busy);
     }
 }
 
@@ -300,40 +301,40 @@ void ReplayReport::printJson(bool isSummaryOnly) const {
         }
     }
     // File names may hold any bytes.
-    printf("%s\n", document.dump(1, ' ', false, Json::error_handler_t::replace).c_str());
+    printTo(stdout, "{}\n", document.dump(1, ' ', false, Json::error_handler_t::replace));
 }
 
 void ReplayReport::printCsv() const {
-    printf("time_ns,burst,timestamp_ns,clock_ns,lead_ns,decision,correction_ms,heard_lead_ns\n");
+    printTo(stdout,
+            "time_ns,burst,timestamp_ns,clock_ns,lead_ns,decision,correction_ms,heard_lead_ns\n");
     for (const SyncDecision& decision : mTrack.decisions()) {
-        printf("%" PRId64 ",%" PRIu64 ",%" PRIu64 ",", decision.timeNs, decision.burstIndex,
-               decision.ptsNs);
+        printTo(stdout, "{},{},{},", decision.timeNs, decision.burstIndex, decision.ptsNs);
         if (decision.hasClock) {
-            printf("%" PRIu64 ",%" PRId64, decision.clockNs, decision.leadNs());
+            printTo(stdout, "{},{}", decision.clockNs, decision.leadNs());
         } else {
-            printf(",");
+            printTo(stdout, ",");
         }
-        printf(",%s,%" PRId64 ",", decision.name(), decision.correctionMs);
+        printTo(stdout, ",{},{},", decision.name(), decision.correctionMs);
         if (decision.isHeard) {
-            printf("%" PRId64, decision.heardLeadNs);
+            printTo(stdout, "{}", decision.heardLeadNs);
         }
-        printf("\n");
+        printTo(stdout, "\n");
     }
 }
 
 // With rows, counts would be lines of another shape; whoever wants them asks for them.
 void ReplayReport::printCsvSummary() const {
-    printf("name,value\n");
+    printTo(stdout, "name,value\n");
     for (const auto& [name, count] : counts()) {
-        printf("%s,%" PRId64 "\n", name, count);
+        printTo(stdout, "{},{}\n", name, count);
     }
     const auto printBeyond = [](const char* name, const HeardLeads::Beyond& beyond) {
-        printf("%s_early_ns,%" PRId64 "\n%s_late_ns,%" PRId64 "\n", name, nsOf(beyond.earlySec),
-               name, nsOf(beyond.lateSec));
+        printTo(stdout, "{}_early_ns,{}\n{}_late_ns,{}\n", name, nsOf(beyond.earlySec), name,
+                nsOf(beyond.lateSec));
     };
-    printf("heard_measured_ns,%" PRId64 "\n", nsOf(mHeard.measuredSec()));
-    printf("heard_lowest_lead_ns,%" PRId64 "\n", nsOfMs(mHeard.leads().lowest()));
-    printf("heard_highest_lead_ns,%" PRId64 "\n", nsOfMs(mHeard.leads().highest()));
+    printTo(stdout, "heard_measured_ns,{}\n", nsOf(mHeard.measuredSec()));
+    printTo(stdout, "heard_lowest_lead_ns,{}\n", nsOfMs(mHeard.leads().lowest()));
+    printTo(stdout, "heard_highest_lead_ns,{}\n", nsOfMs(mHeard.leads().highest()));
     printBeyond("heard_beyond_detectability", mHeard.beyondDetectability());
     printBeyond("heard_beyond_acceptability", mHeard.beyondAcceptability());
     if (mHeard.beyondLimit()) {

@@ -1,29 +1,30 @@
 #include "tools/report/ReplayTables.h"
 
+#include <fmt/format.h>
+
 #include <string>
 #include <vector>
 
 #include "tools/course/DecisionRun.h"
-#include "tools/text/MarkupText.h"
 
 namespace android {
 
 namespace {
 
 std::string secText(int64_t ns) {
-    return markupNumber("%.3f", static_cast<double>(ns) / 1e9);
+    return fmt::format("{:.3f}", static_cast<double>(ns) / 1e9);
 }
 
 std::string msText(int64_t lowNs, int64_t highNs) {
-    const std::string low = markupNumber("%+.1f", static_cast<double>(lowNs) / 1e6);
+    const std::string low = fmt::format("{:+.1f}", static_cast<double>(lowNs) / 1e6);
     return lowNs == highNs ? low
-                           : low + markupNumber(" to %+.1f", static_cast<double>(highNs) / 1e6);
+                           : low + fmt::format(" to {:+.1f}", static_cast<double>(highNs) / 1e6);
 }
 
 std::vector<std::string> rowOf(const DecisionRun& run) {
     const std::string begin = std::to_string(run.first.burstIndex);
     return {secText(run.first.timeNs),
-            run.count() > 1 ? begin + " to " + std::to_string(run.lastBurst) : begin,
+            run.count() > 1 ? fmt::format("{} to {}", begin, run.lastBurst) : begin,
             run.first.name(),
             run.first.hasClock ? msText(run.lowestLeadNs, run.highestLeadNs) : "",
             run.isHeard ? msText(run.lowestHeardNs, run.highestHeardNs) : "",
@@ -32,9 +33,9 @@ std::vector<std::string> rowOf(const DecisionRun& run) {
 
 /** Such as "Decisions, 12 rows" or "Decisions, the first 400 of 7000 rows; --csv prints all". */
 std::string captionOf(const std::string& name, size_t shown, size_t total, const char* source) {
-    return shown == total ? name + ", " + std::to_string(total) + (total == 1 ? " row" : " rows")
-                          : name + ", the first " + std::to_string(shown) + " of " +
-                                std::to_string(total) + " rows; " + source;
+    return shown == total
+               ? fmt::format("{}, {}{}", name, total, total == 1 ? " row" : " rows")
+               : fmt::format("{}, the first {} of {} rows; {}", name, shown, total, source);
 }
 
 }  // namespace
@@ -69,7 +70,7 @@ void ReplayTables::addDecisions(const SyncTrack& track) {
 void ReplayTables::addFaults(const StreamFaults& faults) {
     std::vector<std::vector<std::string>> rows;
     for (const StreamFaults::Fault& fault : faults.first()) {
-        rows.push_back({markupNumber("%.3f", fault.timeSec), std::to_string(fault.burstIndex),
+        rows.push_back({fmt::format("{:.3f}", fault.timeSec), std::to_string(fault.burstIndex),
                         std::to_string(fault.offset), fault.what});
     }
     const auto total = static_cast<size_t>(faults.count());

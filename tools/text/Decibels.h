@@ -1,7 +1,8 @@
 #pragma once
 
+#include <fmt/format.h>
+
 #include <cmath>
-#include <cstdio>
 #include <string>
 
 namespace android {
@@ -13,11 +14,7 @@ inline double decibelsOf(double level) {
 
 /** Such as "-5.02 dBFS". */
 inline std::string decibelText(double level) {
-    char text[32] = "-inf dBFS";
-    if (level > 0.0) {
-        snprintf(text, sizeof(text), "%.2f dBFS", decibelsOf(level));
-    }
-    return text;
+    return level > 0.0 ? fmt::format("{:.2f} dBFS", decibelsOf(level)) : "-inf dBFS";
 }
 
 }  // namespace android

@@ -1,7 +1,5 @@
 #include "tools/text/MarkupText.h"
 
-#include <cstdio>
-
 #include "tools/text/Utf8.h"
 
 namespace android {
@@ -29,12 +27,6 @@ std::string markupText(const std::string& words) {
         index += length == 0 ? 1 : length;
     }
     return out;
-}
-
-std::string markupNumber(const char* format, double value) {
-    char words[64];
-    snprintf(words, sizeof(words), format, value);
-    return words;
 }
 
 }  // namespace android
