@@ -12,8 +12,8 @@ namespace android {
 namespace {
 
 constexpr int64_t kMaxGarbageByteCount = 4096;
-// Behind the magic and the size. A header cut before that would take its size from what follows,
-// and with it easily swallow the rest of the stream.
+// The cut is after the magic and the size. A header cut earlier would take its size from the bytes
+// that follow, and could swallow the rest of the stream.
 constexpr size_t kCutHeaderByteCount = 8;
 
 void appendBigEndian(std::vector<uint8_t>& bytes, uint64_t value, int byteCount) {
@@ -52,7 +52,7 @@ void BurstWriter::appendHeader(const PackPlan::Item& item, uint32_t version,
     }
 }
 
-/** What went wrong, for people. */
+/** Writes the burst with its fault, and describes the fault for people. */
 std::string BurstWriter::spoil(const PackPlan::Item& item, const std::vector<uint8_t>& payload) {
     const auto byteCount = static_cast<uint32_t>(payload.size());
     switch (item.fault) {
@@ -91,7 +91,7 @@ std::string BurstWriter::spoil(const PackPlan::Item& item, const std::vector<uin
     return {};
 }
 
-// Never a byte of a magic's mode, so that none arises.
+// Leaves out the bytes of a magic's mode, so that no magic appears by chance.
 void BurstWriter::appendGarbage(int64_t byteCount) {
     for (int64_t i = 0; i < byteCount; ++i) {
         const auto byte = static_cast<uint8_t>(mRandom.between(0, 255));

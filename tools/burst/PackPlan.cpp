@@ -47,7 +47,7 @@ void PackPlan::lay(const Config& config, SeededRandom& random) {
         const int64_t timeNs = nsOf(frame, config.rateHz);
         const int64_t jitterNs =
             config.jitterNs > 0 ? random.between(-config.jitterNs, config.jitterNs) : 0;
-        // Gaps are made of whole bursts: those that begin inside one are left out.
+        // A gap leaves out whole bursts: those that begin inside it.
         if (isInside(config.gaps, timeNs)) {
             continue;
         }
@@ -61,8 +61,8 @@ void PackPlan::lay(const Config& config, SeededRandom& random) {
 }
 
 void PackPlan::strew(const std::vector<FaultWish>& wishes, SeededRandom& random) {
-    // What a fault spoils may reach into the next burst, and shows in that one's timestamp. With
-    // two sound ones between them, before the first and behind the last, each can be told apart.
+    // A fault may damage the next burst too, and shows in that burst's timestamp. Two sound bursts
+    // between faults, before the first and after the last, keep the faults apart.
     constexpr size_t kDistance = 3;
     std::vector<size_t> places;
     for (size_t place = kDistance; place + kDistance < mItems.size(); place += kDistance) {

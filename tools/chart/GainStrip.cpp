@@ -11,7 +11,7 @@ namespace {
 
 using Step = InputTrack::GainStep;
 
-/** The walk as far as it gets: the next step begins where this one has led. */
+/** Each ramp as far as it gets: the next step starts at the gain that the last one reached. */
 std::vector<Strip::Point> walk(const std::vector<Step>& steps, float Step::*gain, double rampSec,
                                double endSec) {
     // A stream begins at full gain.
@@ -28,7 +28,7 @@ std::vector<Strip::Point> walk(const std::vector<Step>& steps, float Step::*gain
         points.push_back({.timeSec = beginSec + rampSec * std::max(share, 0.0), .value = now});
     }
     points.push_back({.timeSec = endSec, .value = now});
-    // What is behind the left edge lies on it: only the last of those.
+    // Of the points before the left edge, only the last one is kept; it is drawn on the edge.
     const auto first = std::find_if(points.begin(), points.end(),
                                     [](const Strip::Point& point) { return point.timeSec >= 0.0; });
     if (first != points.begin()) {
@@ -59,12 +59,12 @@ GainStrip::GainStrip(const TimeAxis& axis, const std::vector<Step>& steps, doubl
     markSteps(steps);
 }
 
-/** One mark for each column of the axis, for the last of its steps. */
+/** One mark for each column of the axis that has steps; it shows the last of them. */
 void GainStrip::markSteps(const std::vector<Step>& steps) {
     const auto columnOf = [this](const Step& step) {
         return static_cast<int>(mAxis.x(step.timeSec));
     };
-    // The first is the gain that the stream begins with.
+    // The first step is the gain that the stream begins with.
     for (size_t begin = 1, end = 1; begin < steps.size(); begin = end) {
         while (end < steps.size() && columnOf(steps[end]) == columnOf(steps[begin])) {
             ++end;

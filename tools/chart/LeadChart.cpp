@@ -80,7 +80,7 @@ void LeadChart::chooseFrame() {
                                                1.2 * static_cast<double>(mBounds.audioUpperMs)));
         }
     }
-    // Bounds that nothing reaches are no part of the picture.
+    // A bound that no lead can reach does not widen the picture.
     constexpr double kMostMs = 1e7;
     const double marginMs = 0.12 * std::min(highMs - lowMs, kMostMs);
     mFrame.lowMs = std::max(lowMs, -kMostMs) - marginMs;
@@ -154,8 +154,8 @@ void LeadChart::drawFreeRuns() {
 }
 
 void LeadChart::drawEvents() {
-    // From right to left: a name that would reach the next event's line or name goes above it. A
-    // line ends at its own name's row.
+    // From right to left: a name that would touch the next event's line or name moves up a row. A
+    // line ends at the row of its own name.
     constexpr size_t kRowCount = 3;
     double rowBegins[kRowCount];
     std::fill(std::begin(rowBegins), std::end(rowBegins), Frame::kWidth);
@@ -179,7 +179,7 @@ void LeadChart::drawEvents() {
 }
 
 void LeadChart::drawLead() {
-    // More points than can be seen: of each half a pixel's width, the lowest and the highest.
+    // There are more points than pixels: each half pixel shows its lowest and its highest point.
     constexpr double kColumn = 0.5;
     bool isPen = false;
     double column = -1;
@@ -230,7 +230,7 @@ void LeadChart::shape(Kind kind, double x, double y, const std::string& tip) {
 }
 
 void LeadChart::drawCorrections() {
-    // One mark of a kind for each of these, in pixels: more would lie on each other.
+    // In pixels. One mark of a kind in each column: more would cover each other.
     constexpr double kColumn = 1;
     double formerX[] = {-kColumn, -kColumn, -kColumn};
     for (const SyncDecision& decision : mTrack.decisions()) {
@@ -249,7 +249,7 @@ void LeadChart::drawCorrections() {
         if (decision.hasClock) {
             tip += fmt::format(", audio lead {:+.1f} ms", msOf(decision.leadNs()));
         }
-        // Behind an anchor the clock stands at the timestamp: no lead.
+        // After an anchor the clock is at the timestamp: no lead.
         const bool hasLead = decision.hasClock && decision.kind != Kind::ANCHOR;
         shape(decision.kind, x, mFrame.y(hasLead ? msOf(decision.leadNs()) : 0), tip);
     }
@@ -260,7 +260,7 @@ void LeadChart::drawReturns() {
     for (const Excursion& excursion : mTrack.excursions(mBounds)) {
         const double x = mFrame.x(secOf(excursion.beginNs));
         const bool isLeft = x > Frame::kRight - 250;
-        // Where one follows the other closely, the first speaks for them.
+        // Where excursions follow each other closely, only the first has a note.
         if (!excursion.isOver || x < formerEnd) {
             continue;
         }

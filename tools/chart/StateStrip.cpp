@@ -52,7 +52,7 @@ void StateStrip::add(State state, double fromSec, double toSec, const std::strin
     if (std::find(mOccurring.begin(), mOccurring.end(), state) == mOccurring.end()) {
         mOccurring.push_back(state);
     }
-    // What is no wider than it must be to be seen is a moment.
+    // A span of one column, the least that can be seen, is told as a moment.
     const bool isMoment = toSec - fromSec <= mAxis.columnSec() * 1.001;
     const std::string when = isMoment ? fmt::format(" at {:.3f} s", fromSec)
                                       : fmt::format(", {:.3f} to {:.3f} s", std::max(fromSec, 0.0),

@@ -62,7 +62,7 @@ Strip::Ranges Strip::meansOf(const TimeAxis& axis, const Course& course) {
 }
 
 double Strip::Scale::share(double value) const {
-    // What is tolerated and noticed in AV sync lies around this.
+    // In ms: the leads that are tolerated, and those that viewers notice, are about this large.
     constexpr double kKnee = 100;
     const double held = std::clamp(value, low, high);
     switch (kind) {

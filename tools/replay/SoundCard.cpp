@@ -11,7 +11,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// What a card has in its own buffer.
+// As much audio as a card has in its own buffer.
 constexpr std::chrono::milliseconds kPatience{40};
 
 }  // namespace

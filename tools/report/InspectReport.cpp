@@ -214,7 +214,7 @@ void InspectReport::printJsonSummary() const {
     printTo(stdout, "{},\"summary\":{}}}\n", mConfig.isSummaryOnly ? "" : "\n]", printed(summary));
 }
 
-// With rows, counts would be lines of another shape; whoever wants them asks for them.
+// Not beside rows: the counts are lines of another shape. --summary prints them alone.
 void InspectReport::printCsvSummary() const {
     if (!mConfig.isSummaryOnly) {
         return;
