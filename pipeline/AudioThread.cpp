@@ -210,7 +210,6 @@ void AudioThread::removeCommand(int code) {
 
 // The analysis does not follow a lock that is only tried.
 bool AudioThread::takeCommands_l() NO_THREAD_SAFETY_ANALYSIS {
-    mLock.assertHeld();
     if (mCommandLock.tryLock() != OK) {
         return false;
     }
@@ -252,7 +251,6 @@ void AudioThread::handleConfigEvent() {
 }
 
 void AudioThread::handleConfigLatecyOffset_l(int offsetMs) {
-    mLock.assertHeld();
     for (const sp<AudioStream>& stream : mStreams) {
         stream->setDownstreamLatencyOffset(offsetMs);
     }
@@ -263,7 +261,6 @@ int64_t AudioThread::computeSleepTimeNs_l() {
 }
 
 bool AudioThread::isReadyToProcess_l() {
-    mLock.assertHeld();
     return !mStreams.isEmpty() && !mOutputs.isEmpty();
 }
 

@@ -140,7 +140,6 @@ int MixerThread::reconfigure_l(const sp<AudioOutput>& output) {
 }
 
 int64_t MixerThread::computeSleepTimeNs_l() {
-    mLock.assertHeld();
     if (mSampleRate == 0) {
         return AudioThread::computeSleepTimeNs_l();
     }
@@ -149,7 +148,6 @@ int64_t MixerThread::computeSleepTimeNs_l() {
 }
 
 ssize_t MixerThread::threadLoopProcess_l() {
-    mLock.assertHeld();
     for (const sp<AudioStream>& stream : mStreams) {
         if (stream->isOpened()) {
             mOpened.add(stream);
@@ -175,7 +173,6 @@ ssize_t MixerThread::threadLoopProcess_l() {
 // A stream that is paused or closed from now on counts as closed before this cycle, even if it opens
 // again at once: if it counted as empty, the others would lose this block.
 int MixerThread::mixStreams_l() {
-    mLock.assertHeld();
     int frameCount = static_cast<int>(mFrameCount);
     int mixedCount = 0;
     for (const sp<AudioStream>& stream : mOpened) {
@@ -200,7 +197,6 @@ int MixerThread::mixStreams_l() {
 }
 
 void MixerThread::deliver_l(int frameCount) {
-    mLock.assertHeld();
     size_t remaining = static_cast<size_t>(frameCount);
     while (remaining > 0) {
         void* chunk = nullptr;
@@ -219,7 +215,6 @@ void MixerThread::deliver_l(int frameCount) {
 }
 
 void MixerThread::notifyDataMixed_l(void* buffer, size_t byteCount) {
-    mLock.assertHeld();
     for (size_t i = 0; i < mOutputs.size(); ++i) {
         const sp<AudioOutput> output(mOutputs[i]);
         mCallbackWatch.enter(i);

@@ -143,7 +143,9 @@ public:
                 continue;
             }
             usleep(100'000);
-            showProgress();
+            if (isatty(STDOUT_FILENO) != 0) {
+                showProgress();
+            }
         }
         showProgress();
         return mFailed;

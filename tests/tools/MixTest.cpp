@@ -254,7 +254,7 @@ TEST(Mix, ShortBlocksNameWhoMadeThemAndWhoLost) {
     // Of 960 frames that it is asked for, the first gives 480, and the second 120 for those.
     EXPECT_EQ(shortBlocks, fast["short_blocks"]);
     EXPECT_EQ(shortBlocks, faster["short_blocks"]);
-    EXPECT_NEAR(192000 * 3 / 4, fast["max_lost_frames"].get<double>(), 2000);
+    EXPECT_NEAR(192000 * 0.75, fast["max_lost_frames"].get<double>(), 2000);
     EXPECT_EQ(192000, fast["heard_frames"].get<int64_t>() + fast["max_lost_frames"].get<int64_t>());
     EXPECT_EQ(0, faster["max_lost_frames"]);
     EXPECT_TRUE(result.says("fast.wav up to ")) << result.messages;
