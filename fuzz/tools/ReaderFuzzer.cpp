@@ -39,7 +39,7 @@ private:
 };
 
 void readAudio(const std::string& path) {
-    AudioReader reader(path, true);
+    AudioReader reader(path, {.allowTruncated = true, .fromSec = 0.0, .content = {}});
     FUZZ_EXPECT(reader.channelCount() > 0 && reader.rateHz() >= STREAMPROXY_MIN_SAMPLE_RATE &&
                 reader.frameCount() > 0);
     std::vector<int32_t> wide(size_t{256} * reader.channelCount());
