@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <map>
 #include <random>
 #include <thread>
 #include <utility>
@@ -38,16 +39,31 @@ public:
     explicit SoakMixer(SoakLedger& ledger) : mLedger(ledger) {}
 
     /** The frames of a stream in this cycle, and how many are followed; worker. */
-    void note(size_t frameCount, size_t followed) {
+    void note(const android::AudioStream* stream, size_t frameCount, size_t followed) {
         mDelivered.push_back(followed);
-        mShortest = std::min(mShortest, frameCount);
+        if (frameCount == 0) {
+            mEmpty.push_back(stream);
+        } else {
+            mShortest = std::min(mShortest, frameCount);
+        }
     }
 
 protected:
     ssize_t threadLoopProcess_l() override REQUIRES(mLock) {
         mDelivered.clear();
+        mEmpty.clear();
         mShortest = SIZE_MAX;
+        mClosingCounts.clear();
+        for (const android::sp<android::AudioStream>& stream : mStreams) {
+            mClosingCounts[stream.get()] = stream->closingCount();
+        }
         const ssize_t committed = MixerThread::threadLoopProcess_l();
+        for (const android::AudioStream* const stream : mEmpty) {
+            // One that was paused or closed meanwhile shortens nothing.
+            if (stream->isOpened() && stream->closingCount() == mClosingCounts[stream]) {
+                mShortest = 0;
+            }
+        }
         const size_t kept = static_cast<size_t>(std::max<ssize_t>(committed, 0));
         for (const size_t frameCount : mDelivered) {
             mLedger.delivered += std::min(frameCount, kept);
@@ -68,6 +84,8 @@ protected:
 
 private:
     SoakLedger& mLedger;
-    std::vector<size_t> mDelivered;  // worker
-    size_t mShortest = SIZE_MAX;     // worker
+    std::vector<size_t> mDelivered;                                  // worker
+    std::map<const android::AudioStream*, uint32_t> mClosingCounts;  // when the cycle began
+    std::vector<const android::AudioStream*> mEmpty;                 // gave nothing
+    size_t mShortest = SIZE_MAX;                                     // worker
 };

@@ -59,7 +59,7 @@ public:
             mLedger.converted += frames;
             mGone += frames * this->mSampleRate / mMixRate;
             mWasStarved = processed <= 0;
-            mMixer.note(frames, 0);
+            mMixer.note(this, frames, 0);
             return processed;
         }
         return mIsWideMix ? follow<int32_t>(output, frameCount)
@@ -133,7 +133,7 @@ private:
             followed += advance(SequencedFrames::decode(&before[2 * i], mix + 2 * i), mayJump);
         }
         mGone = mNext;
-        mMixer.note(static_cast<size_t>(std::max(processed, 0)), followed);
+        mMixer.note(this, static_cast<size_t>(std::max(processed, 0)), followed);
         return processed;
     }
 
