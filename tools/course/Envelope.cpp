@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "tools/course/ColumnPairs.h"
+
 namespace android {
 
 void Envelope::Column::merge(const Column& other) {
@@ -66,13 +68,7 @@ Envelope::Column& Envelope::columnAt(int64_t frame) {
 }
 
 void Envelope::halve() {
-    mColumns.resize((mColumns.size() + 1) / 2 * 2);
-    for (size_t i = 0; i < mColumns.size() / 2; ++i) {
-        Column merged = mColumns[2 * i];
-        merged.merge(mColumns[2 * i + 1]);
-        mColumns[i] = merged;
-    }
-    mColumns.resize(mColumns.size() / 2);
+    mergePairs(mColumns);
     mFramesPerColumn *= 2;
 }
 
